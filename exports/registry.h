@@ -1,0 +1,45 @@
+// The operation registry: the export list as data (names, parameters,
+// callers), for the command-line tool and the reliability tests.
+#pragma once
+
+#include <rzimg.h>
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace rz {
+
+enum class ParamKind { Bitmap, I32, U32, Ptr };
+
+struct ParamInfo {
+    const char *name;
+    ParamKind kind;
+    int64_t lo, hi, def;
+    const char *doc;
+};
+
+union Arg {
+    int64_t i;
+    void *p;
+};
+
+struct OpInfo {
+    int ordinal;
+    const char *name;   // export name, Rz_ChangeBitmapIntensity
+    const char *family; // source folder
+    unsigned flags;     // RZ_OPF_
+    const char *summary;
+    std::span<const ParamInfo> params; // every parameter, the bitmap included
+    int32_t (*invoke)(const Arg *args);
+    std::string cliName() const;
+};
+
+std::span<const OpInfo> Operations();
+// By export name or command-line name; null when unknown.
+const OpInfo *FindOperation(std::string_view name);
+// Rz_ChangeBitmapIntensity -> change-intensity, Rz_MedianFilterBitmap -> median-filter.
+std::string CliName(std::string_view exportName);
+
+} // namespace rz

@@ -1,0 +1,287 @@
+/*
+ * rzkrn.h - the bitmap kernel: descriptors, pixel memory, palettes, rows,
+ * view perspective, depth conversion and the per-thread status callback.
+ *
+ * Conventions of this kernel:
+ *  - Every function returns KRN_OK (1) on success and a negative status
+ *    otherwise (the same codes as the image library's ST_ values).
+ *  - Rows are stored top-down with a stride that is a multiple of 4 bytes.
+ *    1..7 bits: packed, most significant bits first. 12 bits: two samples in
+ *    three bytes, even pixel (b0 | b1 << 8) & 0xFFF, odd pixel
+ *    (b1 | b2 << 8) >> 4. 16, 48, 64 bits: little-endian 16-bit samples.
+ *  - nColorOrder: 0 red first, 1 blue first (default for colour), 2 grey.
+ *  - "Rows" and x positions in every row service are those of the current
+ *    view perspective (see KrnChangeViewPerspective).
+ */
+#ifndef RZKRN_H
+#define RZKRN_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#if defined(_WIN32) && !defined(_WIN64)
+#define RZAPI __stdcall
+#else
+#define RZAPI
+#endif
+
+#if defined(_WIN32)
+#define RZ_IMPORT __declspec(dllimport)
+#define RZ_EXPORT_ATTR __declspec(dllexport)
+#else
+#define RZ_IMPORT
+#define RZ_EXPORT_ATTR __attribute__((visibility("default")))
+#endif
+
+#ifdef RZKRN_BUILDING
+#define RZKRN_API RZ_EXPORT_ATTR
+#else
+#define RZKRN_API RZ_IMPORT
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Palette and display-table entry: blue, green, red, reserved. */
+typedef struct RzRGBQuad {
+    uint8_t rgbBlue;
+    uint8_t rgbGreen;
+    uint8_t rgbRed;
+    uint8_t rgbReserved;
+} RzRGBQuad;
+
+/* Rectangle: right and bottom are exclusive. */
+typedef struct RzRect {
+    int32_t left;
+    int32_t top;
+    int32_t right;
+    int32_t bottom;
+} RzRect;
+
+typedef struct RzPoint {
+    int32_t x;
+    int32_t y;
+} RzPoint;
+
+#define BITMAPDESC_SIZE 164u
+
+#define BMF_ALLOCATED 0x001u
+#define BMF_SIGNED 0x200u
+#define BMF_USE_LUT 0x800u
+
+#define KRN_ORDER_RGB 0
+#define KRN_ORDER_BGR 1
+#define KRN_ORDER_GRAY 2
+
+/* Status values shared with the image library. */
+#define KRN_OK 1
+#define KRN_FAILURE (-1)
+#define KRN_NO_BITMAP (-2)
+#define KRN_BAD_BITS (-11)
+#define KRN_BAD_PIXEL_FORMAT (-12)
+#define KRN_INVALID_PARAMETER (-13)
+#define KRN_BAD_STRUCT_SIZE (-789)
+#define KRN_NULL_POINTER (-814)
+
+#pragma pack(push, 4)
+/*
+ * The bitmap descriptor. Documented fields sit at fixed offsets; the
+ * kernel keeps its own state in the bytes between them. Pointer-sized kernel
+ * fields are padded to 8 bytes so that the layout is the same on 32 and
+ * 64-bit targets (apart from nLUTLength, which follows pLUT).
+ */
+typedef struct BitmapDesc {
+    uint32_t uStructSize; /* 0: must be 164 */
+    union {
+        uint8_t *pData; /* 4: pixel memory (kernel) */
+        uint64_t _pDataSlot;
+    };
+    int32_t nWidth;         /* 12: width in the current view */
+    int32_t nHeight;        /* 16: height in the current view */
+    int32_t nBitsPerPixel;  /* 20 */
+    uint32_t nStride;       /* 24: bytes per stored row (kernel) */
+    int32_t nStoredWidth;   /* 28: stored picture width (kernel) */
+    int32_t nStoredHeight;  /* 32: stored picture height (kernel) */
+    uint32_t uFlags;        /* 36 */
+    int32_t nColors;        /* 40: palette entries */
+    uint32_t uKernelState;  /* 44: state word; bit 0 = in use by an operation (kernel) */
+    int32_t nViewPerspective; /* 48: 1..8 */
+    int32_t nColorOrder;    /* 52 */
+    union {
+        RzRGBQuad *pPalette; /* 56: 256 entries when set (kernel) */
+        uint64_t _pPaletteSlot;
+    };
+    int32_t nChangeCount;   /* 64: bumped by KrnBitmapChanged (kernel) */
+    int32_t nDataKind;      /* 68: 0 = indices / shown through pLUT */
+    union {
+        void *pRegion;      /* 72: region object (display library) */
+        uint64_t _pRegionSlot;
+    };
+    uint8_t aReserved80[24]; /* 80..103 */
+    int32_t nLowBit;        /* 104 */
+    int32_t nHighBit;       /* 108: -1 means nBitsPerPixel - 1 */
+    RzRGBQuad *pLUT;        /* 112: display table */
+    uint32_t nLUTLength;    /* 116 (32-bit) or 120 (64-bit) */
+    uint8_t aReservedTail[48 - sizeof(void *)];
+} BitmapDesc;
+#pragma pack(pop)
+
+/*
+ * A region object stored in pRegion starts with this header so that the
+ * kernel can release it without knowing the display library.
+ */
+typedef struct KrnRegionHeader {
+    void(RZAPI *pfnDestroy)(void *region);
+} KrnRegionHeader;
+
+typedef int32_t(RZAPI *RZSTATUSCALLBACK)(int32_t nPercent, void *pUserData);
+
+/* ---- Memory. Every block is counted; see KrnMemOutstanding. ---- */
+RZKRN_API void *RZAPI KrnMemAlloc(size_t size);
+RZKRN_API void *RZAPI KrnMemAllocZeroed(size_t size, size_t count);
+RZKRN_API void *RZAPI KrnMemRealloc(void *block, size_t size);
+RZKRN_API void RZAPI KrnMemFree(void *block);
+RZKRN_API void *RZAPI KrnMemAllocHandle(size_t size);
+RZKRN_API void RZAPI KrnMemFreeHandle(void *block);
+/* Number of live blocks of all allocators. */
+RZKRN_API int64_t RZAPI KrnMemOutstanding(void);
+/* Let the next n allocations succeed, then fail one; n < 0 disarms. Per
+ * thread. Returns the previous countdown: -1 when none was armed or the
+ * armed failure has already happened. */
+RZKRN_API int64_t RZAPI KrnMemFailAfter(int64_t n);
+/* a * b (* c) in size_t; 0 on overflow. The single place for size sums. */
+RZKRN_API size_t RZAPI KrnCheckedSize(size_t a, size_t b, size_t c);
+
+/* ---- Status callback, kept per thread. ---- */
+RZKRN_API RZSTATUSCALLBACK RZAPI KrnGetStatusCallback(void **ppUserData);
+RZKRN_API int32_t RZAPI KrnSetStatusCallback(RZSTATUSCALLBACK pfn, void *pUserData,
+                                             RZSTATUSCALLBACK *ppfnPrev, void **ppPrevUserData);
+
+/* ---- Descriptors and pixel memory. ---- */
+/* Fills a descriptor: view 1, nLowBit 0, nHighBit -1, no pixel memory; a grey
+ * ramp palette of 2^bits entries for 1..8 bits; nColorOrder 2 for 12 and 16
+ * bits, 1 otherwise; nDataKind 0. -11 for an unknown depth, -13 for a size
+ * the kernel cannot represent (width or height < 0, or a row or image too
+ * large), -789 for a wrong structure size. */
+RZKRN_API int32_t RZAPI KrnInitBitmap(BitmapDesc *pBitmap, uint32_t uStructSize, int32_t nWidth,
+                                      int32_t nHeight, int32_t nBitsPerPixel);
+/* Zero-filled pixel memory; sets BMF_ALLOCATED. */
+RZKRN_API int32_t RZAPI KrnAllocBitmap(BitmapDesc *pBitmap);
+/* Releases pixels, palette, display table and region; keeps the geometry. */
+RZKRN_API void RZAPI KrnFreeBitmap(BitmapDesc *pBitmap);
+/* Deep copy (pixels, palette, display table; no region) into an uninitialised
+ * destination. */
+RZKRN_API int32_t RZAPI KrnCopyBitmap(BitmapDesc *pDest, const BitmapDesc *pSrc, uint32_t uStructSize);
+/* Checks a descriptor is one the kernel can address: -814, -789, -2, -11. */
+RZKRN_API int32_t RZAPI KrnValidateBitmap(const BitmapDesc *pBitmap);
+RZKRN_API int32_t RZAPI KrnIsGrayscale(const BitmapDesc *pBitmap);
+/* Bytes of one stored row of the current view (not the stride). */
+RZKRN_API uint32_t RZAPI KrnBitmapRowBytes(const BitmapDesc *pBitmap);
+
+/* ---- Palettes (1..8 bits). ---- */
+RZKRN_API int32_t RZAPI KrnSetGrayPalette(BitmapDesc *pBitmap);
+/* Returns the number of entries copied (count clipped to nColors - first), or
+ * a negative status. */
+RZKRN_API int32_t RZAPI KrnGetBitmapPalette(const BitmapDesc *pBitmap, int32_t nFirst, int32_t nCount,
+                                            RzRGBQuad *pEntries);
+RZKRN_API int32_t RZAPI KrnSetBitmapPalette(BitmapDesc *pBitmap, int32_t nFirst, int32_t nCount,
+                                            const RzRGBQuad *pEntries);
+/* Copies count entries into the palette of a descriptor of the given depth
+ * and sets nColors. */
+RZKRN_API int32_t RZAPI KrnSetPaletteForDepth(BitmapDesc *pBitmap, const RzRGBQuad *pEntries,
+                                              int32_t nCount, int32_t nBitsPerPixel, int32_t nReserved);
+
+/* ---- Pixels of single positions (view coordinates); for tools and tests. ---- */
+/* Raw sample value: index, grey sample, or packed colour (red in bits 0..,
+ * green, blue, fourth channel, 8 or 16 bits each by depth). */
+RZKRN_API int32_t RZAPI KrnGetPixel(const BitmapDesc *pBitmap, int32_t x, int32_t y, uint64_t *pValue);
+RZKRN_API int32_t RZAPI KrnSetPixel(BitmapDesc *pBitmap, int32_t x, int32_t y, uint64_t uValue);
+
+/* ---- Rows (view perspective applied). ---- */
+/* Copies nByteCount bytes of view row nRow, starting at byte nFirstByte of
+ * that row packed at the bitmap's depth. Bytes past the row's end read 0. */
+RZKRN_API int32_t RZAPI KrnGetBitmapRow(const BitmapDesc *pBitmap, void *pBuffer, int32_t nRow,
+                                        uint32_t nFirstByte, uint32_t nByteCount);
+
+#define KRN_PUT_NORMAL 1
+/* The fourth channel of 32 and 64-bit pixels is kept from the stored row. */
+#define KRN_PUT_KEEP_FOURTH 2
+/* Writes the pixels of view row nRow held in pBuffer, which holds the row's
+ * bytes from nFirstByte for nByteCount bytes. With pSpans null every pixel
+ * lying wholly in the buffer is written; otherwise only the pixels x of
+ * [pSpans[2i], pSpans[2i+1]) (absolute view x; nSpanValues values). */
+RZKRN_API int32_t RZAPI KrnPutBitmapRowSpans(BitmapDesc *pBitmap, const void *pBuffer, int32_t nRow,
+                                             uint32_t nFirstByte, uint32_t nByteCount,
+                                             const int32_t *pSpans, uint32_t nSpanValues,
+                                             uint32_t uFlags);
+
+/* ---- Row conversion between stored layouts and working formats. ----
+ * Working formats: 0 = 8-bit one channel, 16 = 16-bit grey, 24 = 8-bit blue,
+ * green, red, 48 = 16-bit blue, green, red.
+ * nDirection KRN_TO_WORK: src holds nWidth stored pixels of nStoredBits with
+ * nColorOrder (palette indices looked up in pPalette for 1..8 bits unless the
+ * order is grey); dst receives the working format.
+ * nDirection KRN_TO_STORED: the reverse; for 1..8-bit palette data use
+ * KrnMatchRowToPalette instead. Buffers must not overlap.
+ * 12/16-bit grey: the significant bits nLowBit..nHighBit are taken out and
+ * placed at the top of the 16-bit working sample (v << (16 - count)); the
+ * way back places them again at nLowBit and leaves the other bits 0.
+ * Grey to colour replicates; colour to grey is (R*77 + G*150 + B*29 + 128) >> 8.
+ * 16 to 8 bits takes the high byte; 8 to 16 multiplies by 257.
+ * nGrayMode: KRN_GRAY_NONE, or KRN_GRAY_RAW: samples move as they are, with
+ * no palette and no bit range (1..8 bits: indices unpacked to / packed from
+ * one byte each in working format 0; 12/16 bits: the words themselves). */
+#define KRN_TO_WORK 0
+#define KRN_TO_STORED 1
+#define KRN_GRAY_NONE 0
+#define KRN_GRAY_RAW 1
+RZKRN_API int32_t RZAPI KrnConvertRowBuffer(const void *pSrc, void *pDst, int32_t nWidth,
+                                            int32_t nStoredBits, int32_t nWorkBits, int32_t nColorOrder,
+                                            int32_t nComponents, const RzRGBQuad *pPalette,
+                                            int32_t nDirection, int32_t nGrayMode, int32_t nLowBit,
+                                            int32_t nHighBit);
+/* Turns a working row (8-bit grey when pPaletteBitmap is 8-bit, 24-bit BGR
+ * when it is 24-bit) of pPaletteBitmap->nWidth pixels into the indices of the
+ * nearest entries of pPaletteBitmap's palette (nColors entries; squared
+ * distance, lowest index on ties); pIndices gets one byte per pixel and may
+ * be the same buffer as pWork. */
+RZKRN_API int32_t RZAPI KrnMatchRowToPalette(const BitmapDesc *pPaletteBitmap, const void *pWork,
+                                             uint8_t *pIndices);
+/* Bytes a working row of nWidth pixels needs; at least the stored row. */
+RZKRN_API uint32_t RZAPI KrnRowBytesFor(int32_t nWidth, int32_t nStoredBits, int32_t nWorkWidth,
+                                        int32_t nWorkBits);
+/* Significant bits: count = high - low + 1, mask = (1 << count) - 1,
+ * shift = low. nHighBit -1 means nBitsPerPixel - 1. */
+RZKRN_API int32_t RZAPI KrnGetBitRange(int32_t nBitsPerPixel, int32_t nStorageBits, int32_t nLowBit,
+                                       int32_t nHighBit, uint32_t *pCount, uint32_t *pMask,
+                                       uint32_t *pShift);
+
+/* ---- Whole bitmaps. ---- */
+/* Converts pSrc to nBitsPerPixel / nColorOrder into pDest (in place when
+ * they are the same). Grey shown through pLUT is converted through that
+ * table. pDest receives a new allocated bitmap when it differs from pSrc. */
+RZKRN_API int32_t RZAPI KrnConvertBitmap(BitmapDesc *pDest, BitmapDesc *pSrc, uint32_t uStructSize,
+                                         int32_t nBitsPerPixel, int32_t nColorOrder, int32_t nReserved1,
+                                         int32_t nReserved2);
+/* Folds the display table of a grey bitmap into its samples, at the given
+ * depth (8, 12 or 16); afterwards nDataKind is 1 and BMF_USE_LUT is clear. */
+RZKRN_API int32_t RZAPI KrnApplyBitmapLUT(BitmapDesc *pBitmap, int32_t nBitsPerPixel);
+
+/* ---- View perspective and state. ---- */
+RZKRN_API int32_t RZAPI KrnChangeViewPerspective(BitmapDesc *pDest, BitmapDesc *pBitmap,
+                                                 uint32_t uStructSize, int32_t nViewPerspective,
+                                                 int32_t nReserved);
+/* Returns the state word and marks the bitmap in use; Restore puts the word back. */
+RZKRN_API uint32_t RZAPI KrnSaveBitmapState(BitmapDesc *pBitmap);
+RZKRN_API void RZAPI KrnRestoreBitmapState(BitmapDesc *pBitmap, uint32_t uState);
+/* Releases a temporary descriptor's pixels and palette. */
+RZKRN_API void RZAPI KrnReleaseBitmapAccess(BitmapDesc *pBitmap);
+/* Marks the bitmap changed (increments nChangeCount). */
+RZKRN_API void RZAPI KrnBitmapChanged(BitmapDesc *pBitmap);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
