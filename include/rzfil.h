@@ -1,0 +1,80 @@
+/*
+ * rzfil.h - the file library: loading and saving bitmaps as PNG, JPEG, TIFF
+ * and PNM files, and describing what a file holds.
+ *
+ * Statuses are those of the image library (ST_ values in rzimg.h) plus the
+ * file codes below. A loaded bitmap is a new kernel bitmap that the caller
+ * releases with KrnFreeBitmap.
+ */
+#ifndef RZFIL_H
+#define RZFIL_H
+
+#include "rzkrn.h"
+
+#ifdef RZFIL_BUILDING
+#define RZFIL_API RZ_EXPORT_ATTR
+#else
+#define RZFIL_API RZ_IMPORT
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#define RZ_FILE_NOT_FOUND (-400)    /* cannot open the file, or it is a directory */
+#define RZ_FILE_FORMAT (-401)       /* not a format this library reads */
+#define RZ_FILE_CORRUPT (-402)      /* truncated or damaged data */
+#define RZ_FILE_WRITE (-403)        /* cannot write the output */
+#define RZ_FILE_TOO_LARGE (-404)    /* over the pixel limit, or dimensions the kernel cannot hold */
+#define RZ_FILE_UNSUPPORTED (-405)  /* the format cannot hold this bitmap's depth */
+#define RZ_FILE_BAD_PAGE (-406)     /* no such page */
+
+#define RZ_FMT_UNKNOWN 0
+#define RZ_FMT_PNG 1
+#define RZ_FMT_JPEG 2
+#define RZ_FMT_TIFF 3
+#define RZ_FMT_PBM 4
+#define RZ_FMT_PGM 5
+#define RZ_FMT_PPM 6
+
+/* TIFF compression for RzSaveOptions.nCompression. */
+#define RZ_TIFF_NONE 0
+#define RZ_TIFF_LZW 1
+#define RZ_TIFF_DEFLATE 2
+#define RZ_TIFF_PACKBITS 3
+#define RZ_TIFF_G4 4
+
+typedef struct RzFileInfo {
+    uint32_t uStructSize; /* sizeof(RzFileInfo) */
+    int32_t nFormat;      /* RZ_FMT_ */
+    int32_t nWidth;
+    int32_t nHeight;
+    int32_t nBitsPerPixel; /* as it would load */
+    int32_t nPages;
+    int32_t nColorOrder;   /* as it would load */
+    int32_t nSignificantBits; /* 16-bit grey: bits in use, else nBitsPerPixel */
+} RzFileInfo;
+
+typedef struct RzSaveOptions {
+    uint32_t uStructSize; /* sizeof(RzSaveOptions) */
+    int32_t nFormat;      /* RZ_FMT_, or RZ_FMT_UNKNOWN to take it from the file name */
+    int32_t nQuality;     /* JPEG 1..100; 0 = 90 */
+    int32_t nCompression; /* TIFF: RZ_TIFF_ */
+} RzSaveOptions;
+
+/* nPage counts from 0. */
+RZFIL_API int32_t RZAPI Rz_LoadBitmap(const char *pszPath, BitmapDesc *pBitmap, uint32_t uStructSize, int32_t nPage);
+/* Writes to a temporary file beside the target and renames it, so a failure
+ * leaves no partial output. pOptions may be null. */
+RZFIL_API int32_t RZAPI Rz_SaveBitmap(const char *pszPath, const BitmapDesc *pBitmap, const RzSaveOptions *pOptions);
+RZFIL_API int32_t RZAPI Rz_GetFileInfo(const char *pszPath, RzFileInfo *pInfo);
+/* Largest pixel count a load accepts (default 2^28); returns the old value. */
+RZFIL_API int64_t RZAPI Rz_SetFilePixelLimit(int64_t nPixels);
+/* A short English message for a status of this library or the image library. */
+RZFIL_API const char *RZAPI Rz_FileStatusText(int32_t nStatus);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
