@@ -150,7 +150,8 @@ RZKRN_API int64_t RZAPI KrnMemOutstanding(void);
  * thread. Returns the previous countdown: -1 when none was armed or the
  * armed failure has already happened. */
 RZKRN_API int64_t RZAPI KrnMemFailAfter(int64_t n);
-/* a * b (* c) in size_t; 0 on overflow. The single place for size sums. */
+/* a * b * c in size_t (c 0 counts as 1); 0 on overflow. The single place for
+ * size sums. */
 RZKRN_API size_t RZAPI KrnCheckedSize(size_t a, size_t b, size_t c);
 
 /* ---- Status callback, kept per thread. ---- */
@@ -173,7 +174,8 @@ RZKRN_API void RZAPI KrnFreeBitmap(BitmapDesc *pBitmap);
 /* Deep copy (pixels, palette, display table; no region) into an uninitialised
  * destination. */
 RZKRN_API int32_t RZAPI KrnCopyBitmap(BitmapDesc *pDest, const BitmapDesc *pSrc, uint32_t uStructSize);
-/* Checks a descriptor is one the kernel can address: -814, -789, -2, -11. */
+/* Checks a descriptor is one the kernel can address: -814 null, -789 size,
+ * -2 no pixels or inconsistent geometry / stride / nColors, -12 unknown depth. */
 RZKRN_API int32_t RZAPI KrnValidateBitmap(const BitmapDesc *pBitmap);
 RZKRN_API int32_t RZAPI KrnIsGrayscale(const BitmapDesc *pBitmap);
 /* Bytes of one stored row of the current view (not the stride). */
