@@ -7,6 +7,7 @@
 #include "frame/row_context.h"
 
 #include "frame/kmem.h"
+#include "frame/status.h"
 
 #include <algorithm>
 #include <cstring>
@@ -88,8 +89,7 @@ int32_t CreateRowContext(BitmapDesc *bmp, RowContext **out, uint32_t mode) {
     if (bmp->uStructSize != BITMAPDESC_SIZE) return ST_BAD_STRUCT_SIZE;
     if (!out) return ST_INVALID_PARAMETER;
     // A descriptor the kernel cannot address is refused here, never walked.
-    const int32_t valid = KrnValidateBitmap(bmp);
-    if (valid != 1) return valid == ST_BAD_PIXEL_FORMAT ? ST_BAD_PIXEL_FORMAT : ST_NO_BITMAP;
+    RZ_RETURN_IF_FAILED(CheckAddressable(bmp));
     if (bmp->nHighBit == -1) bmp->nHighBit = bmp->nBitsPerPixel - 1;
 
     RowContextPtr ctx(static_cast<RowContext *>(KrnMemAllocZeroed(sizeof(RowContext), 1)));
@@ -176,16 +176,20 @@ int32_t CreateRowContext(BitmapDesc *bmp, RowContext **out, uint32_t mode) {
         if (!pal) return ST_FAILURE;
         ctx->pPaletteBitmap = pal;
         int32_t st = KrnInitBitmap(pal, BITMAPDESC_SIZE, ctx->nWorkWidth, ctx->nRows,
-                                   ctx->nWorkBits == WORK_8 ? 8 : 24);
-        if (st == 1 && ctx->nWorkBits == WORK_8) st = KrnSetGrayPalette(pal);
+                                   (ctx->nWorkBits == WORK_8 || ctx->nWorkBits == WORK_16) ? 8 : 24);
+        if (st == 1 && pal->nBitsPerPixel == 8) st = KrnSetGrayPalette(pal);
         if (st != 1) return st;
         const int32_t colors = bmp->nColors;
         if (colors < 0 || colors > 256) return ST_NO_BITMAP;
         if (colors > 0 && KrnGetBitmapPalette(bmp, 0, colors, ctx->aPalette) != colors) return ST_NO_BITMAP;
-        st = KrnSetPaletteForDepth(pal, ctx->aPalette, colors, pal->nBitsPerPixel, 0);
+        st = KrnSetPaletteForDepth(pal, ctx->aPalette, colors, bits, 0);
         if (st != 1) return st;
         ctx->pIndexRow = static_cast<uint8_t *>(KrnMemAlloc(static_cast<size_t>(ctx->nWorkWidth) + 4));
         if (!ctx->pIndexRow) return ST_FAILURE;
+        if (ctx->nWorkBits == WORK_16 || ctx->nWorkBits == WORK_48) {
+            ctx->pNarrowRow = static_cast<uint8_t *>(KrnMemAlloc(3 * static_cast<size_t>(ctx->nWorkWidth) + 4));
+            if (!ctx->pNarrowRow) return ST_FAILURE;
+        }
     }
 
     ctx->nWorkRowBytes = KrnRowBytesFor(ctx->nWorkWidth, bits, ctx->nWorkWidth, ctx->nWorkBits);
@@ -222,6 +226,7 @@ int32_t FreeRowContext(RowContext *ctx) {
     KrnMemFree(ctx->pStoredRow);
     KrnMemFree(ctx->pRowStore);
     KrnMemFree(ctx->pIndexRow);
+    KrnMemFree(ctx->pNarrowRow);
     KrnRestoreBitmapState(ctx->pBitmap, ctx->uSavedState);
     ctx->pBitmap->nLowBit = ctx->nLowBit;
     ctx->pBitmap->nHighBit = ctx->nHighBit;
@@ -253,7 +258,15 @@ int32_t PutRowQuiet(RowContext *ctx, void *buf, int32_t row, const int32_t *, ui
     const uint8_t *out = static_cast<const uint8_t *>(buf);
     int32_t st = 1;
     if (ctx->bUsePaletteBitmap) {
-        st = KrnMatchRowToPalette(ctx->pPaletteBitmap, buf, ctx->pIndexRow);
+        const void *work = buf;
+        if (ctx->pNarrowRow) {
+            // The palette temporary holds 8 or 24-bit rows: match on high bytes.
+            const auto *wide = static_cast<const uint16_t *>(buf);
+            const int32_t count = ctx->nWorkWidth * (ctx->nWorkBits == WORK_48 ? 3 : 1);
+            for (int32_t i = 0; i < count; ++i) ctx->pNarrowRow[i] = static_cast<uint8_t>(wide[i] >> 8);
+            work = ctx->pNarrowRow;
+        }
+        st = KrnMatchRowToPalette(ctx->pPaletteBitmap, work, ctx->pIndexRow);
         if (st != 1) return st;
         out = ctx->pIndexRow;
         if (bmp->nBitsPerPixel != 8) {

@@ -60,6 +60,7 @@ struct RowContext {
     // Local to this implementation.
     uint8_t *pRowStore;      // stored bytes of one row, when converting
     uint8_t *pIndexRow;      // palette indices, one byte a pixel
+    uint8_t *pNarrowRow;     // 16-bit working samples narrowed for palette matching
     uint32_t nSpanCapacity;  // values pSpans can hold
     uint32_t nFirstByte;     // byte of the stored row at nAlignedLeft
     uint32_t uPutFlags;      // KRN_PUT_ flags for writes

@@ -29,6 +29,15 @@ inline int32_t CheckBitmap(const BitmapDesc *bmp, Signed sig) {
     return ST_SUCCESS;
 }
 
+// A descriptor the kernel cannot address (no pixels, inconsistent sizes, an
+// unknown depth, a palette count above 256) is refused before any row is
+// touched.
+inline int32_t CheckAddressable(const BitmapDesc *bmp) {
+    const int32_t st = KrnValidateBitmap(bmp);
+    if (st == 1) return ST_SUCCESS;
+    return st == ST_BAD_PIXEL_FORMAT ? ST_BAD_PIXEL_FORMAT : ST_NO_BITMAP;
+}
+
 #define RZ_RETURN_IF_FAILED(expr)                     \
     do {                                              \
         const int32_t rz_status_ = (expr);            \

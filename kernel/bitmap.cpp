@@ -355,7 +355,9 @@ RZKRN_API int32_t RZAPI KrnSetPaletteForDepth(BitmapDesc *pBitmap, const RzRGBQu
         return KRN_NULL_POINTER;
     if (pBitmap->uStructSize != BITMAPDESC_SIZE)
         return KRN_BAD_STRUCT_SIZE;
-    if (!HasPaletteDepth(nBitsPerPixel) || !HasPaletteDepth(pBitmap->nBitsPerPixel))
+    // The descriptor may be any depth: the row context's 24-bit temporary
+    // carries the palette its rows are matched against.
+    if (!HasPaletteDepth(nBitsPerPixel))
         return KRN_BAD_PIXEL_FORMAT;
     if (nCount < 0 || nCount > (1 << nBitsPerPixel) || (!pEntries && nCount > 0))
         return KRN_INVALID_PARAMETER;

@@ -7,6 +7,7 @@
 
 #include "frame/kmem.h"
 #include "frame/row_context.h"
+#include "frame/status.h"
 
 #include <array>
 #include <cstdlib>
@@ -140,6 +141,7 @@ int32_t ApplyShortTableToPixels(BitmapDesc *bmp, const uint32_t *table, uint32_t
 int32_t ApplyShortTable(BitmapDesc *bmp, const uint32_t *table, uint32_t channel, int32_t start, int32_t end) {
     if (!bmp || !(bmp->uFlags & BMF_ALLOCATED)) return ST_NO_BITMAP;
     if (channel > 3 || !table) return ST_INVALID_PARAMETER;
+    RZ_RETURN_IF_FAILED(CheckAddressable(bmp));
     if (bmp->nBitsPerPixel <= 8 && bmp->nDataKind == 0) return ApplyToPalette(bmp, table, channel, start, end);
     if (bmp->nColorOrder == KRN_ORDER_GRAY && bmp->pLUT && (bmp->uFlags & BMF_USE_LUT)) {
         if (bmp->nDataKind != 0) {
@@ -159,6 +161,7 @@ int32_t ApplyLongTable(BitmapDesc *bmp, const uint32_t *table, uint32_t n, uint3
                        int32_t end) {
     if (!bmp || !(bmp->uFlags & BMF_ALLOCATED)) return ST_NO_BITMAP;
     if (channel > 3 || !table) return ST_INVALID_PARAMETER;
+    RZ_RETURN_IF_FAILED(CheckAddressable(bmp));
     const int32_t bits = bmp->nBitsPerPixel;
     const bool grey = bmp->nColorOrder == KRN_ORDER_GRAY;
     if (bits < 48 && !grey) return ST_INVALID_PARAMETER;

@@ -1,0 +1,259 @@
+// Runs the reliability sweeps over every operation: those of the export list
+// that take one bitmap and scalar parameters, and the cases registered with
+// RZ_RELIABILITY_CASE. Tests are registered at start-up, one per operation
+// and sweep, so a failure names the operation.
+#include "exports/registry.h"
+#include "support/bitmaps.h"
+#include "support/reliability.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <climits>
+
+namespace rz::test {
+namespace {
+
+constexpr int32_t kStopValue = 12345;
+constexpr int32_t kWidth = 19, kHeight = 13;
+
+struct Placement {
+    const char *name;
+    bool region;
+    int32_t view;
+};
+const Placement kPlacements[] = {{"whole", false, 1}, {"ellipse", true, 1}, {"ellipse_view6", true, 6}};
+
+Bitmap Prepare(const Layout &layout, const Placement &p, uint32_t seed) {
+    Bitmap b(layout, kWidth, kHeight, seed);
+    if (p.view != 1) KrnChangeViewPerspective(nullptr, b.get(), BITMAPDESC_SIZE, p.view, 0);
+    if (p.region) {
+        const RzRect r{b->nWidth / 5, b->nHeight / 5, b->nWidth * 4 / 5 + 1, b->nHeight * 4 / 5 + 1};
+        DisSetRegionEllipse(b.get(), &r, DIS_RGN_SET);
+    }
+    return b;
+}
+
+bool Contains(const std::vector<int32_t> &v, int32_t x) { return std::find(v.begin(), v.end(), x) != v.end(); }
+
+struct Baseline {
+    int32_t status;
+    int32_t calls;
+};
+
+Baseline RunBaseline(const ReliabilityCase &c, const Bitmap &b) {
+    Bitmap copy(b);
+    CallbackRecorder rec;
+    const int32_t st = c.call(copy.get());
+    return {st, rec.calls()};
+}
+
+template <class F> void ForEachBitmap(F &&f) {
+    uint32_t seed = 7;
+    for (const Layout &layout : AllLayouts())
+        for (const Placement &p : kPlacements) {
+            SCOPED_TRACE(std::string(layout.name) + " / " + p.name);
+            f(Prepare(layout, p, seed++), layout, p);
+        }
+}
+
+void SweepAllocations(const ReliabilityCase &c) {
+    ForEachBitmap([&](const Bitmap &b, const Layout &, const Placement &) {
+        const Baseline base = RunBaseline(c, b);
+        for (int64_t n = 0; n < 100000; ++n) {
+            Bitmap copy(b);
+            const int64_t start = KrnMemOutstanding();
+            KrnMemFailAfter(n);
+            const int32_t st = c.call(copy.get());
+            const bool fired = KrnMemFailAfter(-1) < 0;
+            ASSERT_EQ(KrnMemOutstanding(), start) << "leak with allocation " << n << " failing";
+            ASSERT_EQ(copy->nViewPerspective, b->nViewPerspective);
+            if (!fired) {
+                ASSERT_EQ(st, base.status) << "after " << n << " allocations";
+                break;
+            }
+            ASSERT_TRUE(Contains(c.failureStatuses, st)) << "status " << st << " with allocation " << n << " failing";
+        }
+    });
+}
+
+void SweepCancellation(const ReliabilityCase &c) {
+    ForEachBitmap([&](const Bitmap &b, const Layout &, const Placement &) {
+        const Baseline base = RunBaseline(c, b);
+        for (int32_t k = 1; k <= base.calls; ++k) {
+            Bitmap copy(b);
+            const int64_t start = KrnMemOutstanding();
+            CallbackRecorder rec;
+            rec.stopAt(k, kStopValue);
+            const int32_t st = c.call(copy.get());
+            ASSERT_EQ(st, kStopValue) << "stopping at call " << k << " of " << base.calls;
+            ASSERT_EQ(rec.calls(), k) << "the callback was called after it asked to stop";
+            ASSERT_TRUE(rec.installed()) << "the status callback was not restored";
+            ASSERT_EQ(KrnMemOutstanding(), start);
+            ASSERT_EQ(copy->nViewPerspective, b->nViewPerspective);
+        }
+        // Progress ends at 100 and never goes back.
+        if (base.status == 1 && base.calls > 0) {
+            Bitmap copy(b);
+            CallbackRecorder rec;
+            c.call(copy.get());
+            ASSERT_EQ(rec.percents().back(), 100);
+            ASSERT_TRUE(std::is_sorted(rec.percents().begin(), rec.percents().end()));
+        }
+    });
+}
+
+// Runs the call on a copy with one field spoiled; the status must be `want`
+// or the refusal the operation gives this layout anyway.
+template <class Spoil>
+void ExpectSpoiled(const ReliabilityCase &c, const Bitmap &b, int32_t baseline, int32_t want, const char *what,
+                   Spoil &&spoil) {
+    Bitmap copy(b);
+    const BitmapDesc saved = *copy.get();
+    spoil(*copy.get());
+    const int64_t start = KrnMemOutstanding();
+    const int32_t st = c.call(copy.get());
+    EXPECT_TRUE(st == want || (baseline < 0 && st == baseline)) << what << ": status " << st << ", want " << want;
+    EXPECT_EQ(KrnMemOutstanding(), start) << what;
+    // Put the kernel's fields back so the copy is released properly.
+    copy->pData = saved.pData;
+    copy->pPalette = saved.pPalette;
+    copy->pLUT = saved.pLUT;
+    copy->pRegion = copy->pRegion ? copy->pRegion : saved.pRegion;
+    copy->uFlags = (copy->uFlags & ~BMF_ALLOCATED) | (saved.uFlags & BMF_ALLOCATED);
+    copy->uStructSize = BITMAPDESC_SIZE;
+    copy->nBitsPerPixel = saved.nBitsPerPixel;
+    copy->nWidth = saved.nWidth;
+    copy->nHeight = saved.nHeight;
+    copy->nColors = saved.nColors;
+}
+
+void SweepBadDescriptors(const ReliabilityCase &c) {
+    EXPECT_EQ(c.call(nullptr), c.nullStatus) << "null bitmap";
+    const bool signedPath = (c.flags & RZ_OPF_SIGNED) != 0;
+    for (const char *name : {"bgr24", "grey16", "pal8_colour", "grey8"}) {
+        SCOPED_TRACE(name);
+        const Bitmap b(FindLayout(name), kWidth, kHeight, 3);
+        const int32_t baseline = RunBaseline(c, b).status;
+        for (uint32_t size : {BITMAPDESC_SIZE - 1, BITMAPDESC_SIZE + 1, 0u})
+            ExpectSpoiled(c, b, 0, ST_BAD_STRUCT_SIZE, "structure size", [&](BitmapDesc &d) { d.uStructSize = size; });
+        if (!signedPath)
+            ExpectSpoiled(c, b, 0, ST_SIGNED_NOT_SUPPORTED, "signed samples",
+                          [](BitmapDesc &d) { d.uFlags |= BMF_SIGNED; });
+        ExpectSpoiled(c, b, baseline, ST_NO_BITMAP, "not allocated", [](BitmapDesc &d) { d.uFlags &= ~BMF_ALLOCATED; });
+        ExpectSpoiled(c, b, baseline, ST_NO_BITMAP, "allocated without pixels", [](BitmapDesc &d) { d.pData = nullptr; });
+        ExpectSpoiled(c, b, baseline, ST_BAD_PIXEL_FORMAT, "unknown depth", [](BitmapDesc &d) { d.nBitsPerPixel = 9; });
+        ExpectSpoiled(c, b, baseline, ST_NO_BITMAP, "huge width", [](BitmapDesc &d) { d.nWidth = INT32_MAX; });
+        ExpectSpoiled(c, b, baseline, ST_NO_BITMAP, "huge height", [](BitmapDesc &d) { d.nHeight = INT32_MAX; });
+        if (b->nBitsPerPixel <= 8)
+            ExpectSpoiled(c, b, baseline, ST_NO_BITMAP, "palette count", [](BitmapDesc &d) { d.nColors = 300; });
+        {
+            // A region larger than the bitmap is clipped: same result as none.
+            Bitmap big(b), plain(b);
+            const RzRect r{-50, -50, kWidth + 50, kHeight + 50};
+            ASSERT_EQ(DisSetRegionRect(big.get(), &r, DIS_RGN_SET), 1);
+            EXPECT_EQ(c.call(big.get()), baseline);
+            c.call(plain.get());
+            EXPECT_EQ(big.storedBytes(), plain.storedBytes()) << "oversized region";
+        }
+    }
+    for (auto [w, h] : {std::pair{0, 5}, std::pair{5, 0}, std::pair{1, 1}}) {
+        for (const char *name : {"bgr24", "pal4_colour", "grey12"}) {
+            Bitmap b(FindLayout(name), w, h, 5);
+            const int64_t start = KrnMemOutstanding();
+            const int32_t st = c.call(b.get());
+            EXPECT_TRUE(st == 1 || st == ST_NOTHING_TO_DO || st < 0) << name << " " << w << "x" << h << ": " << st;
+            EXPECT_EQ(KrnMemOutstanding(), start);
+        }
+    }
+}
+
+// Arguments one past each checked bound give -13 (or -11 where an amount is
+// refused with that code).
+void SweepParameters(const OpInfo &op) {
+    Bitmap b(FindLayout("bgr24"), kWidth, kHeight, 9);
+    for (size_t i = 0; i < op.params.size(); ++i) {
+        const ParamInfo &p = op.params[i];
+        if (p.kind != ParamKind::I32 && p.kind != ParamKind::U32) continue;
+        const int64_t typeMin = p.kind == ParamKind::I32 ? INT32_MIN : 0;
+        const int64_t typeMax = p.kind == ParamKind::I32 ? INT32_MAX : UINT32_MAX;
+        for (int64_t bad : {p.lo - 1, p.hi + 1}) {
+            if (bad < typeMin || bad > typeMax) continue;
+            std::vector<Arg> args(op.params.size());
+            for (size_t j = 0; j < op.params.size(); ++j) {
+                if (op.params[j].kind == ParamKind::Bitmap)
+                    args[j].p = b.get();
+                else
+                    args[j].i = op.params[j].def;
+            }
+            args[i].i = bad;
+            const int32_t st = op.invoke(args.data());
+            EXPECT_TRUE(st == ST_INVALID_PARAMETER || st == ST_BAD_BITS) << p.name << " = " << bad << ": " << st;
+        }
+    }
+}
+
+ReliabilityCase FromRegistry(const OpInfo &op) {
+    ReliabilityCase c;
+    c.name = op.name;
+    c.flags = op.flags;
+    c.call = [&op](BitmapDesc *bmp) {
+        std::vector<Arg> args(op.params.size());
+        for (size_t j = 0; j < op.params.size(); ++j) {
+            if (op.params[j].kind == ParamKind::Bitmap)
+                args[j].p = bmp;
+            else
+                args[j].i = op.params[j].def;
+        }
+        return op.invoke(args.data());
+    };
+    return c;
+}
+
+class SweepTest : public ::testing::Test {
+  public:
+    SweepTest(ReliabilityCase c, void (*sweep)(const ReliabilityCase &)) : case_(std::move(c)), sweep_(sweep) {}
+    void TestBody() override { sweep_(case_); }
+
+  private:
+    ReliabilityCase case_;
+    void (*sweep_)(const ReliabilityCase &);
+};
+
+void RegisterCase(const ReliabilityCase &c) {
+    const std::pair<const char *, void (*)(const ReliabilityCase &)> sweeps[] = {
+        {"AllocationFailures", &SweepAllocations},
+        {"Cancellation", &SweepCancellation},
+        {"BadDescriptors", &SweepBadDescriptors},
+    };
+    for (auto [name, fn] : sweeps)
+        ::testing::RegisterTest(c.name.c_str(), name, nullptr, nullptr, __FILE__, __LINE__,
+                                [c, fn]() -> ::testing::Test * { return new SweepTest(c, fn); });
+}
+
+} // namespace
+} // namespace rz::test
+
+int main(int argc, char **argv) {
+    ::testing::InitGoogleTest(&argc, argv);
+    using namespace rz;
+    for (const OpInfo &op : Operations()) {
+        if (!(op.flags & RZ_OPF_INPLACE)) continue;
+        test::RegisterCase(test::FromRegistry(op));
+        const OpInfo *p = &op;
+        ::testing::RegisterTest(op.name, "ParameterRanges", nullptr, nullptr, __FILE__, __LINE__,
+                                [p]() -> ::testing::Test * {
+                                    struct T : ::testing::Test {
+                                        const OpInfo *op;
+                                        explicit T(const OpInfo *o) : op(o) {}
+                                        void TestBody() override { test::SweepParameters(*op); }
+                                    };
+                                    return new T(p);
+                                });
+    }
+    for (test::ReliabilityCase c : test::ReliabilityCases()) {
+        if (const OpInfo *op = FindOperation(c.name)) c.flags = op->flags;
+        test::RegisterCase(c);
+    }
+    return RUN_ALL_TESTS();
+}

@@ -1,0 +1,143 @@
+// Seeded test bitmaps of every layout. Pixels are written through the
+// kernel's own pixel setter so that the layouts stay the kernel's business.
+#include "support/bitmaps.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <stdexcept>
+#include <utility>
+
+namespace rz::test {
+
+const std::vector<Layout> &AllLayouts() {
+    static const std::vector<Layout> layouts = {
+        {"pal1_grey", 1, KRN_ORDER_BGR, 0},
+        {"pal4_colour", 4, KRN_ORDER_BGR, 0, 0, -1, true},
+        {"pal8_grey", 8, KRN_ORDER_BGR, 0},
+        {"pal8_colour", 8, KRN_ORDER_BGR, 0, 0, -1, true},
+        {"grey8", 8, KRN_ORDER_GRAY, 1},
+        {"grey12", 12, KRN_ORDER_GRAY, 1, 0, 11},
+        {"grey16", 16, KRN_ORDER_GRAY, 1, 0, 15},
+        {"grey16_bits0_11", 16, KRN_ORDER_GRAY, 1, 0, 11},
+        {"grey16_lut", 16, KRN_ORDER_GRAY, 0, 0, 15, false, true},
+        {"bgr24", 24, KRN_ORDER_BGR, 1},
+        {"rgb24", 24, KRN_ORDER_RGB, 1},
+        {"bgr32", 32, KRN_ORDER_BGR, 1},
+        {"bgr48", 48, KRN_ORDER_BGR, 1},
+        {"rgb48", 48, KRN_ORDER_RGB, 1},
+        {"bgr64", 64, KRN_ORDER_BGR, 1},
+    };
+    return layouts;
+}
+
+const Layout &FindLayout(const std::string &name) {
+    for (const Layout &l : AllLayouts())
+        if (name == l.name) return l;
+    throw std::invalid_argument("no layout " + name);
+}
+
+Bitmap::Bitmap(const Layout &layout, int32_t width, int32_t height, uint32_t seed) {
+    if (KrnInitBitmap(&desc_, BITMAPDESC_SIZE, width, height, layout.bits) != 1)
+        throw std::runtime_error("KrnInitBitmap failed");
+    owned_ = true;
+    desc_.nColorOrder = layout.order;
+    desc_.nDataKind = layout.dataKind;
+    desc_.nLowBit = layout.lowBit;
+    desc_.nHighBit = layout.highBit;
+    if (KrnAllocBitmap(&desc_) != 1) throw std::runtime_error("KrnAllocBitmap failed");
+    std::mt19937 rng(seed);
+    if (layout.colourPalette) {
+        RzRGBQuad pal[256];
+        for (auto &e : pal) e = {uint8_t(rng()), uint8_t(rng()), uint8_t(rng()), 0};
+        KrnSetBitmapPalette(&desc_, 0, desc_.nColors, pal);
+    }
+    if (layout.displayTable) {
+        desc_.pLUT = static_cast<RzRGBQuad *>(KrnMemAllocHandle(256 * sizeof(RzRGBQuad)));
+        if (!desc_.pLUT) throw std::runtime_error("no memory for the display table");
+        for (int i = 0; i < 256; ++i) desc_.pLUT[i] = {uint8_t(i), uint8_t(i), uint8_t(i), 0};
+        desc_.nLUTLength = 256;
+        desc_.uFlags |= BMF_USE_LUT;
+    }
+    if (seed == 0) return;
+    const int bits = layout.bits;
+    for (int32_t y = 0; y < desc_.nHeight; ++y)
+        for (int32_t x = 0; x < desc_.nWidth; ++x) {
+            uint64_t v = (uint64_t(rng()) << 32) | rng();
+            if (bits < 64) v &= (uint64_t(1) << bits) - 1;
+            KrnSetPixel(&desc_, x, y, v);
+        }
+}
+
+Bitmap::~Bitmap() {
+    if (owned_) KrnFreeBitmap(&desc_);
+}
+
+Bitmap::Bitmap(const Bitmap &other) {
+    if (KrnCopyBitmap(&desc_, &other.desc_, BITMAPDESC_SIZE) != 1) throw std::runtime_error("KrnCopyBitmap failed");
+    owned_ = true;
+}
+
+Bitmap &Bitmap::operator=(const Bitmap &other) {
+    if (this != &other) {
+        Bitmap copy(other);
+        *this = std::move(copy);
+    }
+    return *this;
+}
+
+Bitmap::Bitmap(Bitmap &&other) noexcept : desc_(other.desc_), owned_(other.owned_) { other.owned_ = false; }
+
+Bitmap &Bitmap::operator=(Bitmap &&other) noexcept {
+    if (this != &other) {
+        if (owned_) KrnFreeBitmap(&desc_);
+        desc_ = other.desc_;
+        owned_ = other.owned_;
+        other.owned_ = false;
+    }
+    return *this;
+}
+
+uint64_t Bitmap::pixel(int32_t x, int32_t y) const {
+    uint64_t v = 0;
+    EXPECT_EQ(KrnGetPixel(&desc_, x, y, &v), 1) << "pixel " << x << "," << y;
+    return v;
+}
+
+void Bitmap::setPixel(int32_t x, int32_t y, uint64_t value) {
+    EXPECT_EQ(KrnSetPixel(&desc_, x, y, value), 1) << "pixel " << x << "," << y;
+}
+
+std::vector<uint8_t> Bitmap::storedBytes() const {
+    std::vector<uint8_t> out;
+    const uint32_t rowBytes = (uint32_t(desc_.nBitsPerPixel) * uint32_t(desc_.nStoredWidth) + 7) / 8;
+    for (int32_t y = 0; y < desc_.nStoredHeight; ++y)
+        out.insert(out.end(), desc_.pData + size_t(y) * desc_.nStride,
+                   desc_.pData + size_t(y) * desc_.nStride + rowBytes);
+    return out;
+}
+
+Bitmap GreyBitmap(int32_t width, int32_t height, const std::vector<uint8_t> &values) {
+    Bitmap b(FindLayout("grey8"), width, height, 0);
+    for (int32_t y = 0; y < height; ++y)
+        for (int32_t x = 0; x < width; ++x) b.setPixel(x, y, values[size_t(y) * width + x]);
+    return b;
+}
+
+CallbackRecorder::CallbackRecorder() { KrnSetStatusCallback(&Callback, this, &prev_, &prevUser_); }
+
+CallbackRecorder::~CallbackRecorder() { KrnSetStatusCallback(prev_, prevUser_, nullptr, nullptr); }
+
+bool CallbackRecorder::installed() const {
+    void *user = nullptr;
+    return KrnGetStatusCallback(&user) == &Callback && user == this;
+}
+
+int32_t RZAPI CallbackRecorder::Callback(int32_t percent, void *user) {
+    auto *self = static_cast<CallbackRecorder *>(user);
+    self->percents_.push_back(percent);
+    if (self->stopCall_ > 0 && self->calls() == self->stopCall_) return self->stopValue_;
+    return 1;
+}
+
+} // namespace rz::test
