@@ -14,7 +14,7 @@
  *   RZ_U32(name, min, max, default, doc)        checked range
  *   RZ_PTR(type, name, doc)                     table or record
  */
-RZ_OP(100, Rz_InvertBitmap, tone, RZ_OPF_INPLACE,
+RZ_OP(100, Rz_InvertBitmap, tone, RZ_OPF_INPLACE | RZ_OPF_SIGNED,
       "Inverts every sample: the palette, the display table or the pixels.",
       (RZ_BMP(pBitmap)))
 RZ_OP(101, Rz_ChangeBitmapIntensity, tone, RZ_OPF_INPLACE | RZ_OPF_SIGNED,
