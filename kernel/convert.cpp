@@ -186,7 +186,7 @@ constexpr bool kSameBytes = S::kStep == W::kBytes && S::kB == 0 &&
                             (S::kSample == 1 || std::endian::native == std::endian::little);
 
 template <class S, class W>
-void ColourToWork(const uint8_t *src, uint8_t *dst, size_t n) {
+void ColourToWork(const uint8_t *__restrict src, uint8_t *__restrict dst, size_t n) {
     if constexpr (kSameBytes<S, W>) {
         std::memcpy(dst, src, n * W::kBytes);
     } else {
@@ -195,7 +195,7 @@ void ColourToWork(const uint8_t *src, uint8_t *dst, size_t n) {
 }
 
 template <class S, class W>
-void WorkToColour(const uint8_t *src, uint8_t *dst, size_t n) {
+void WorkToColour(const uint8_t *__restrict src, uint8_t *__restrict dst, size_t n) {
     if constexpr (kSameBytes<S, W>) {
         std::memcpy(dst, src, n * W::kBytes);
     } else {
@@ -204,7 +204,7 @@ void WorkToColour(const uint8_t *src, uint8_t *dst, size_t n) {
 }
 
 template <bool Wide, int Channels>
-int32_t ConvertColour(const uint8_t *src, uint8_t *dst, size_t n, int32_t workBits, int32_t order, bool toWork) {
+int32_t ConvertColour(const uint8_t *__restrict src, uint8_t *__restrict dst, size_t n, int32_t workBits, int32_t order, bool toWork) {
     auto run = [&](auto stored) {
         using S = decltype(stored);
         return WithWork(workBits, [&](auto work) {
@@ -279,7 +279,7 @@ inline uint32_t ScaleUp(uint32_t v, uint32_t max) { return (v * 255 + max / 2) /
 inline uint32_t ScaleDown(uint32_t g, uint32_t max) { return (g * max + 127) / 255; }
 
 template <int Bits, class W>
-void PackedToWork(const uint8_t *src, uint8_t *dst, size_t n, const RzRGBQuad *palette, bool greySamples,
+void PackedToWork(const uint8_t *__restrict src, uint8_t *__restrict dst, size_t n, const RzRGBQuad *palette, bool greySamples,
                   bool raw) {
     using P = typename W::Pixel;
     if constexpr (Bits == 8 && std::is_same_v<W, Work0>) {
@@ -304,12 +304,12 @@ void PackedToWork(const uint8_t *src, uint8_t *dst, size_t n, const RzRGBQuad *p
 
 // quant maps an 8-bit grey (or a raw byte) to the stored sample.
 template <int Bits, class W>
-void WorkToPacked(const uint8_t *src, uint8_t *dst, size_t n, const uint8_t *quant) {
+void WorkToPacked(const uint8_t *__restrict src, uint8_t *__restrict dst, size_t n, const uint8_t *quant) {
     PackSamples<Bits>(dst, n, [&](size_t i) -> uint32_t { return quant[Convert<Grey8>(W::Load(src, i)).v]; });
 }
 
 template <int Bits>
-int32_t ConvertPackedBits(const uint8_t *src, uint8_t *dst, size_t n, int32_t workBits, int32_t order,
+int32_t ConvertPackedBits(const uint8_t *__restrict src, uint8_t *__restrict dst, size_t n, int32_t workBits, int32_t order,
                           const RzRGBQuad *palette, bool toWork, bool raw) {
     const bool greySamples = order == KRN_ORDER_GRAY;
     if (raw && workBits != 0) return KRN_INVALID_PARAMETER;
@@ -333,7 +333,7 @@ int32_t ConvertPackedBits(const uint8_t *src, uint8_t *dst, size_t n, int32_t wo
     });
 }
 
-int32_t ConvertPacked(const uint8_t *src, uint8_t *dst, size_t n, int32_t bits, int32_t workBits, int32_t order,
+int32_t ConvertPacked(const uint8_t *__restrict src, uint8_t *__restrict dst, size_t n, int32_t bits, int32_t workBits, int32_t order,
                       const RzRGBQuad *palette, bool toWork, bool raw) {
     switch (bits) {
     case 1: return ConvertPackedBits<1>(src, dst, n, workBits, order, palette, toWork, raw);
@@ -389,7 +389,7 @@ struct BitRange {
 };
 
 template <int Bits, class W>
-void DeepToWork(const uint8_t *src, uint8_t *dst, size_t n, BitRange r) {
+void DeepToWork(const uint8_t *__restrict src, uint8_t *__restrict dst, size_t n, BitRange r) {
     if constexpr (Bits == 16 && std::is_same_v<W, Work16> && std::endian::native == std::endian::little) {
         if (r.low == 0 && r.up == 0) {
             std::memcpy(dst, src, 2 * n);
@@ -403,14 +403,14 @@ void DeepToWork(const uint8_t *src, uint8_t *dst, size_t n, BitRange r) {
 }
 
 template <int Bits, class W>
-void WorkToDeep(const uint8_t *src, uint8_t *dst, size_t n, BitRange r) {
+void WorkToDeep(const uint8_t *__restrict src, uint8_t *__restrict dst, size_t n, BitRange r) {
     PackDeep<Bits>(dst, n, [&](size_t i) -> uint32_t {
         return static_cast<uint32_t>(Convert<Grey16>(W::Load(src, i)).v >> r.up) << r.low;
     });
 }
 
 template <int Bits>
-int32_t ConvertDeepBits(const uint8_t *src, uint8_t *dst, size_t n, int32_t workBits, bool toWork, bool raw,
+int32_t ConvertDeepBits(const uint8_t *__restrict src, uint8_t *__restrict dst, size_t n, int32_t workBits, bool toWork, bool raw,
                         int32_t lowBit, int32_t highBit) {
     if (raw) {
         // The words themselves: no range, only the working format that holds them.
@@ -448,14 +448,11 @@ public:
     }
     // Distance in the high bits and the index in the low byte: the minimum
     // is the nearest entry with the lowest index, and the loop vectorises.
-    // Floats hold every distance exactly (below 2^18) and multiply in one
-    // instruction where 32-bit integer multiplies need several.
     uint8_t Nearest(int32_t r, int32_t g, int32_t b) const {
-        const float fr = static_cast<float>(r), fg = static_cast<float>(g), fb = static_cast<float>(b);
-        int32_t best = INT32_MAX;
+        uint32_t best = UINT32_MAX;
         for (int32_t k = 0; k < n_; ++k) {
-            const float dr = r_[k] - fr, dg = g_[k] - fg, db = b_[k] - fb;
-            const int32_t key = static_cast<int32_t>(dr * dr + dg * dg + db * db) << 8 | k;
+            const int32_t dr = r_[k] - r, dg = g_[k] - g, db = b_[k] - b;
+            const uint32_t key = static_cast<uint32_t>(dr * dr + dg * dg + db * db) << 8 | static_cast<uint32_t>(k);
             best = key < best ? key : best;
         }
         return static_cast<uint8_t>(best);
@@ -467,7 +464,7 @@ public:
 
 private:
     int32_t n_;
-    float r_[256], g_[256], b_[256];
+    int32_t r_[256], g_[256], b_[256];
 };
 
 // Colour (0xRRGGBB) to index, linear probing; filled to half at most.

@@ -116,7 +116,7 @@ TEST(ConvertLayouts, GreyPixelsStayGreyThroughTheWeights) {
 }
 
 TEST(ConvertLayouts, PaletteIndicesLookUpEntries) {
-    const RzRGBQuad pal[4] = {Quad(255, 0, 0), Quad(0, 255, 0), Quad(0, 0, 255), Quad(100, 150, 200)};
+    const RzRGBQuad pal[256] = {Quad(255, 0, 0), Quad(0, 255, 0), Quad(0, 0, 255), Quad(100, 150, 200)};
     const Bytes src{0x1B}; // 2-bit indices 0, 1, 2, 3
     Bytes w24(12), w0(4), w16(8), w48(24);
     ASSERT_EQ(ToWork(src, w24, 4, 2, 24, KRN_ORDER_BGR, pal), KRN_OK);
@@ -150,10 +150,10 @@ TEST(ConvertLayouts, SmallGreySamplesScaleToEightBits) {
     ASSERT_EQ(ToWork(Bytes{0x0C, 0x00}, five, 2, 5, 0, KRN_ORDER_GRAY), KRN_OK);
     EXPECT_EQ(five, (Bytes{8, 132}));
 
-    // Back: 54*7/255 = 1.48, 55*7/255 = 1.51; samples 1, 1, 1, 2.
+    // Back: 54*7/255 = 1.48, 55*7/255 = 1.51, 91*7/255 = 2.498; samples 1, 1, 1, 2, 2.
     Bytes packed(2);
-    ASSERT_EQ(ToStored(Bytes{36, 37, 54, 55}, packed, 4, 3, 0, KRN_ORDER_GRAY), KRN_OK);
-    EXPECT_EQ(packed, (Bytes{0x24, 0xA0}));
+    ASSERT_EQ(ToStored(Bytes{36, 37, 54, 55, 91}, packed, 5, 3, 0, KRN_ORDER_GRAY), KRN_OK);
+    EXPECT_EQ(packed, (Bytes{0x24, 0xA4}));
 }
 
 TEST(ConvertLayouts, PackedRowsClearBitsPastTheLastPixel) {
