@@ -234,6 +234,14 @@ RZKRN_API int32_t RZAPI KrnPutBitmapRowSpans(BitmapDesc *pBitmap, const void *pB
  * nGrayMode: KRN_GRAY_NONE, or KRN_GRAY_RAW: samples move as they are, with
  * no palette and no bit range (1..8 bits: indices unpacked to / packed from
  * one byte each in working format 0; 12/16 bits: the words themselves). */
+/* Further rules of KrnConvertRowBuffer: pPalette holds 2^bits entries; 12
+ * and 16-bit rows are always grey (nColorOrder is not read); raw samples
+ * have only the working format named above (-13 otherwise); nComponents is
+ * not used. The fourth channel of 32/64-bit pixels is neither read nor
+ * written, so a destination that holds the stored row keeps it. Written
+ * 1..7 and 12-bit rows end with zero bits; bytes past the row are not
+ * touched. Returns 1, -13 (null, width < 0, bad code or bit range, an
+ * unsupported combination), -11 (unknown depth). */
 #define KRN_TO_WORK 0
 #define KRN_TO_STORED 1
 #define KRN_GRAY_NONE 0
@@ -247,7 +255,8 @@ RZKRN_API int32_t RZAPI KrnConvertRowBuffer(const void *pSrc, void *pDst, int32_
  * when it is 24-bit) of pPaletteBitmap->nWidth pixels into the indices of the
  * nearest entries of pPaletteBitmap's palette (nColors entries; squared
  * distance, lowest index on ties); pIndices gets one byte per pixel and may
- * be the same buffer as pWork. */
+ * be the same buffer as pWork. -13 for a null pointer, nColors outside
+ * 1..256 or another depth; -789 for a wrong structure size. */
 RZKRN_API int32_t RZAPI KrnMatchRowToPalette(const BitmapDesc *pPaletteBitmap, const void *pWork,
                                              uint8_t *pIndices);
 /* Bytes a working row of nWidth pixels needs; at least the stored row. */
