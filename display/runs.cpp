@@ -30,7 +30,7 @@ bool TableBuilder::begin(int32_t rows, int32_t width) {
 bool TableBuilder::reserve(size_t n) {
     size_t want = std::max<size_t>(n, values_.size() * 2);
     want = std::max<size_t>(want, 64);
-    if (!values_.grow(want) && !values_.grow(n)) {
+    if (!values_.grow(want)) {
         failed_ = true;
         return false;
     }
