@@ -38,6 +38,27 @@
 #define RZ_CHANNEL_GREEN 2
 #define RZ_CHANNEL_BLUE 3
 
+/* ---- Colour: hue, saturation and intensity ---- */
+
+/* A hue range of Rz_ChangeHueSatIntBitmap: its changes are added in full
+ * for hues innerLow..innerHigh and fade linearly to nothing at outerLow and
+ * outerHigh. Bounds are whole degrees, -359..359 (negative ones are turned
+ * by 360); a range across 0 degrees has outerLow above outerHigh, and then
+ * its inner range must cross 0 as well. */
+#define HUESATINTRANGE_SIZE 32
+typedef struct HueSatIntRange {
+    int32_t size;      /* HUESATINTRANGE_SIZE */
+    int32_t hueChange; /* hundredths of a degree, -18000..18000 */
+    int32_t satChange; /* tenths of a percent of the current saturation, -1000..1000 */
+    int32_t intChange; /* tenths of a percent of full scale, -1000..1000 */
+    int32_t outerLow;
+    int32_t outerHigh;
+    int32_t innerLow;
+    int32_t innerHigh;
+} HueSatIntRange;
+
+/* ---- end of colour ---- */
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -45,6 +66,7 @@ extern "C" {
 #define RZ_OPF_INPLACE 1
 #define RZ_OPF_SIGNED 2
 #define RZ_OPF_CUSTOM 4
+#define RZ_OPF_NULL_NO_BITMAP 8 /* a null bitmap gives ST_NO_BITMAP (-2), not ST_NULL_POINTER */
 
 /* Declarations from the export list. */
 #define RZ_DECL_DROP1_(x, ...) __VA_ARGS__

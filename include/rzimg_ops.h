@@ -8,6 +8,7 @@
  *   flags: RZ_OPF_INPLACE   changes one bitmap in place; scalar parameters
  *          RZ_OPF_SIGNED    has a path for BMF_SIGNED samples
  *          RZ_OPF_CUSTOM    needs a record or table; callers build it
+ *          RZ_OPF_NULL_NO_BITMAP  a null bitmap gives -2 instead of -814
  * Parameters, in call order:
  *   RZ_BMP(name)                                 the bitmap
  *   RZ_I32(name, min, max, default, doc)        checked range
@@ -37,3 +38,26 @@ RZ_OP(106, Rz_RemapBitmapIntensity, tone, RZ_OPF_CUSTOM,
       (RZ_BMP(pBitmap) RZ_PTR(const uint32_t *, pTable, "one entry per input value")
        RZ_U32(uCount, 1, 65536, 256, "table entries")
        RZ_U32(uChannel, 0, 3, 0, "0 all, 1 red, 2 green, 3 blue")))
+RZ_OP(300, Rz_ChangeBitmapHue, colour, RZ_OPF_INPLACE | RZ_OPF_NULL_NO_BITMAP,
+      "Rotates the hue of every pixel or palette entry (ratio-hue HSV, 256 steps a turn).",
+      (RZ_BMP(pBitmap) RZ_I32(nAngle, -2147483647 - 1, 2147483647, 120, "degrees")))
+RZ_OP(301, Rz_ChangeBitmapSaturation, colour, RZ_OPF_INPLACE | RZ_OPF_NULL_NO_BITMAP,
+      "Changes the HLS saturation by a share of its current value.",
+      (RZ_BMP(pBitmap) RZ_I32(nChange, -1000, 1000, 300, "tenths of a percent of the saturation")))
+RZ_OP(302, Rz_ChangeHueSatIntBitmap, colour, RZ_OPF_CUSTOM,
+      "Shifts hue, saturation and intensity, with further changes for chosen hue ranges.",
+      (RZ_BMP(pBitmap) RZ_I32(nHue, -18000, 18000, 0, "hundredths of a degree")
+       RZ_I32(nSaturation, -1000, 1000, 0, "tenths of a percent of the saturation")
+       RZ_I32(nIntensity, -1000, 1000, 0, "tenths of a percent of full scale")
+       RZ_PTR(const HueSatIntRange *, pRanges, "hue ranges with their own changes, or null")
+       RZ_U32(uRangeCount, 0, 4294967295u, 0, "records in pRanges")))
+RZ_OP(303, Rz_RemapBitmapHue, colour, RZ_OPF_CUSTOM | RZ_OPF_NULL_NO_BITMAP,
+      "Replaces hue, saturation and value (ratio-hue HSV) through tables, for the hues a mask selects.",
+      (RZ_BMP(pBitmap) RZ_PTR(const uint32_t *, pMask, "non-zero for the hues to remap; null for all")
+       RZ_PTR(const uint32_t *, pHTable, "new hue by hue; null keeps it")
+       RZ_PTR(const uint32_t *, pSTable, "new saturation by saturation; null keeps it")
+       RZ_PTR(const uint32_t *, pVTable, "new value by value; null keeps it")
+       RZ_U32(uLUTLen, 256, 65536, 256, "entries of each table: 256; 65536 or 4096 for 16-bit channels")))
+RZ_OP(304, Rz_DesaturateBitmap, colour, RZ_OPF_INPLACE | RZ_OPF_NULL_NO_BITMAP,
+      "Replaces every colour by the grey of its HLS lightness, (max + min) / 2.",
+      (RZ_BMP(pBitmap)))

@@ -205,6 +205,7 @@ ReliabilityCase FromRegistry(const OpInfo &op) {
     ReliabilityCase c;
     c.name = op.name;
     c.flags = op.flags;
+    if (op.flags & RZ_OPF_NULL_NO_BITMAP) c.nullStatus = ST_NO_BITMAP;
     c.call = [&op](BitmapDesc *bmp) {
         std::vector<Arg> args(op.params.size());
         for (size_t j = 0; j < op.params.size(); ++j) {
