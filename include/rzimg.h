@@ -59,6 +59,118 @@ typedef struct HueSatIntRange {
 
 /* ---- end of colour ---- */
 
+/* ---- Filters: convolution and rank filters ---- */
+
+/* Every filter works on the picture as stored (view 1, whatever the view
+ * the caller has set, which is restored on every exit), at the bitmap's own
+ * precision: 1..8-bit grey in 8-bit samples, other palettes, 24 and 32 bits
+ * in 8-bit blue, green, red, 12/16-bit grey in 16-bit samples (significant
+ * bits at the top), 48 and 64 bits in 16-bit blue, green, red. Each channel
+ * is filtered by itself. Only pixels inside the region change; the
+ * neighbourhood is read outside it, and beyond the bitmap's edges the
+ * nearest edge row or column stands in (edge replication). */
+
+/* Rz_SpatialFilterBitmap's kernel: dim x dim coefficients, row by row, the
+ * first row applying to the row above the centre. The weighted sum (32-bit,
+ * wrapping) is divided by divisor (truncating toward zero; skipped when 1),
+ * bias is added (times 257 on 16-bit samples) and the result clamped. The
+ * centre is at (dim - 1) / 2 in both directions, so an even dim reaches one
+ * further down and right. Instead of a pointer an SPF_ number may be passed
+ * with RZ_SPF_KERNEL(n); a null pointer is number 0, SPF_EMBOSS_N. */
+#define SPATIALKERNEL_SIZE 20
+typedef struct SpatialKernel {
+    int32_t size;      /* SPATIALKERNEL_SIZE: the four fields and the first coefficient */
+    int32_t divisor;   /* not 0; -1 negates the sum */
+    int32_t bias;      /* on the 8-bit scale */
+    int32_t dim;       /* 1 or more */
+    int32_t matrix[1]; /* dim * dim coefficients */
+} SpatialKernel;
+
+#define RZ_SPF_KERNEL(n) ((const SpatialKernel *)(uintptr_t)(n))
+
+/* The predefined 3x3 kernels (divisor 1). Emboss kernels add 128. */
+#define SPF_EMBOSS_N 0
+#define SPF_EMBOSS_NE 1
+#define SPF_EMBOSS_E 2
+#define SPF_EMBOSS_SE 3
+#define SPF_EMBOSS_S 4
+#define SPF_EMBOSS_SW 5
+#define SPF_EMBOSS_W 6
+#define SPF_EMBOSS_NW 7
+#define SPF_GRADIENT_N 8
+#define SPF_GRADIENT_NE 9
+#define SPF_GRADIENT_E 10
+#define SPF_GRADIENT_SE 11
+#define SPF_GRADIENT_S 12
+#define SPF_GRADIENT_SW 13
+#define SPF_GRADIENT_W 14
+#define SPF_GRADIENT_NW 15
+#define SPF_LAPLACE_FOUR 16
+#define SPF_LAPLACE_EIGHT 17
+#define SPF_LAPLACE_CROSS 18
+#define SPF_LAPLACE_DIAGONAL 19
+#define SPF_LAPLACE_VERTICAL 20
+#define SPF_LAPLACE_HORIZONTAL 21
+#define SPF_SOBEL_HORIZONTAL 22
+#define SPF_SOBEL_VERTICAL 23
+#define SPF_PREWITT_HORIZONTAL 24
+#define SPF_PREWITT_VERTICAL 25
+#define SPF_SHIFT_DIAGONAL 26
+#define SPF_SHIFT_VERTICAL 27
+#define SPF_SHIFT_HORIZONTAL 28
+#define SPF_LINE_HORIZONTAL 29
+#define SPF_LINE_VERTICAL 30
+#define SPF_LINE_RISING_DIAGONAL 31
+#define SPF_LINE_FALLING_DIAGONAL 32
+#define SPF_COUNT 33
+
+/* Rz_UserFilterBitmap's kernel: width x height coefficients row by row, the
+ * anchor (centerX, centerY) being the coefficient that lies on the pixel
+ * computed: sum = matrix[i][j] * pixel(y - centerY + i, x - centerX + j).
+ * type says how the sum becomes a sample:
+ *   RZ_UF_TRUNCATE  sum / divisor, truncated toward zero
+ *   RZ_UF_ABSOLUTE  |sum| / divisor, truncated: both signs of a derivative
+ *                   kernel show as bright edges
+ *   RZ_UF_ROUND     sum / divisor rounded to nearest, halves away from zero:
+ *                   smoothing kernels keep the mean brightness
+ * then offset is added (times 257 on 16-bit samples, like a bias) and the
+ * value clamped to the sample range. Sums are 32-bit and wrap. */
+#define USERFILTERKERNEL_SIZE 36
+#define RZ_UF_TRUNCATE 0
+#define RZ_UF_ABSOLUTE 1
+#define RZ_UF_ROUND 2
+typedef struct UserFilterKernel {
+    int32_t size;      /* USERFILTERKERNEL_SIZE: the header and the first coefficient */
+    uint32_t width;    /* 1 or more */
+    uint32_t height;   /* 1 or more */
+    int32_t centerX;   /* 0 .. width - 1 */
+    int32_t centerY;   /* 0 .. height - 1 */
+    uint32_t divisor;  /* 1 or more */
+    int32_t offset;    /* added after the division, 8-bit scale */
+    int32_t type;      /* RZ_UF_ */
+    int32_t matrix[1]; /* width * height coefficients */
+} UserFilterKernel;
+
+/* Rz_SharpenBitmap(nSharpness -1000..1000) builds a 3x3 kernel: for s >= 0,
+ * k = 71 * (1000 - s) / 999, -1 around and k + 9 in the centre over k + 1;
+ * for s < 0, k = 71 * (s + 1000) / 999, 1 around and k + 1 in the centre
+ * over k + 9. 1000 is the classic sharpening kernel, -1000 the 3x3 box.
+ *
+ * Rz_GaussianFilterBitmap(nRadius 1..10000, tenths): sigma =
+ * (2 * (nRadius / 10 + 1) + 0.5) / 3, half-width r = trunc(3 sigma). The
+ * weights are w[i] = round(16384 * g(i) / sum of g over -r..r) with
+ * g(i) = exp(-i^2 / (2 sigma^2)), the centre taking what makes them sum to
+ * exactly 16384; a sample is (sum of w[i] * pixel + 8192) >> 14, rounded to
+ * nearest. Rows first (progress 0..50), then columns through the transposed
+ * view (51..100); the rows' result is stored at the bitmap's precision
+ * before the columns are filtered.
+ *
+ * Rank filters (nSize 1 or more): the n x n window covers (n - 1) / 2 rows
+ * and columns before the pixel and n / 2 after; the median of an even
+ * window is the lower of the two middle values. */
+
+/* ---- end of filters ---- */
+
 #ifdef __cplusplus
 extern "C" {
 #endif

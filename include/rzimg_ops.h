@@ -61,3 +61,24 @@ RZ_OP(303, Rz_RemapBitmapHue, colour, RZ_OPF_CUSTOM | RZ_OPF_NULL_NO_BITMAP,
 RZ_OP(304, Rz_DesaturateBitmap, colour, RZ_OPF_INPLACE | RZ_OPF_NULL_NO_BITMAP,
       "Replaces every colour by the grey of its HLS lightness, (max + min) / 2.",
       (RZ_BMP(pBitmap)))
+RZ_OP(400, Rz_SpatialFilterBitmap, filters, RZ_OPF_CUSTOM,
+      "Convolves with a square kernel (or a predefined SPF_ one), divides, adds the bias and clamps.",
+      (RZ_BMP(pBitmap) RZ_PTR(const SpatialKernel *, pKernel, "kernel record, or RZ_SPF_KERNEL(SPF_ number)")))
+RZ_OP(401, Rz_SharpenBitmap, filters, RZ_OPF_INPLACE | RZ_OPF_NULL_NO_BITMAP,
+      "Sharpens (positive) or softens (negative) with a 3x3 kernel made from the strength.",
+      (RZ_BMP(pBitmap) RZ_I32(nSharpness, -1000, 1000, 500, "per-mille")))
+RZ_OP(402, Rz_GaussianFilterBitmap, filters, RZ_OPF_INPLACE,
+      "Gaussian blur in two passes, rows then columns.",
+      (RZ_BMP(pBitmap) RZ_I32(nRadius, 1, 10000, 20, "tenths of a pixel")))
+RZ_OP(403, Rz_UserFilterBitmap, filters, RZ_OPF_CUSTOM | RZ_OPF_NULL_NO_BITMAP,
+      "Convolves with the caller's rectangular kernel and anchor.",
+      (RZ_BMP(pBitmap) RZ_PTR(const UserFilterKernel *, pFilter, "kernel record")))
+RZ_OP(404, Rz_MaxFilterBitmap, filters, RZ_OPF_INPLACE,
+      "Replaces every sample by the largest of its n x n window.",
+      (RZ_BMP(pBitmap) RZ_U32(nSize, 1, 4294967295u, 3, "window side in pixels")))
+RZ_OP(405, Rz_MinFilterBitmap, filters, RZ_OPF_INPLACE,
+      "Replaces every sample by the smallest of its n x n window.",
+      (RZ_BMP(pBitmap) RZ_U32(nSize, 1, 4294967295u, 3, "window side in pixels")))
+RZ_OP(406, Rz_MedianFilterBitmap, filters, RZ_OPF_INPLACE,
+      "Replaces every sample by the median of its n x n window (the lower middle for even n).",
+      (RZ_BMP(pBitmap) RZ_U32(nSize, 1, 4294967295u, 3, "window side in pixels")))
