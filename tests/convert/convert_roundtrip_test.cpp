@@ -79,19 +79,6 @@ TEST(ConvertRoundTrip, EveryLayoutThroughEveryExactWorkingFormat) {
     }
 }
 
-TEST(ConvertRoundTrip, NarrowingKeepsTheHighByte) {
-    // 16-bit grey through an 8-bit working format comes back as (s >> 8) * 257.
-    std::mt19937 rng(99);
-    Bytes stored(2 * 33);
-    for (auto &b : stored) b = static_cast<uint8_t>(rng());
-    for (int32_t work : {0, 24}) {
-        Bytes working(WorkBytes(33, work)), back(stored.size());
-        ASSERT_EQ(ToWork(stored, working, 33, 16, work, KRN_ORDER_GRAY), KRN_OK);
-        ASSERT_EQ(ToStored(working, back, 33, 16, work, KRN_ORDER_GRAY), KRN_OK);
-        for (size_t i = 0; i < 33; ++i) EXPECT_EQ(Word(back, i), (Word(stored, i) >> 8) * 257) << "pixel " << i;
-    }
-}
-
 TEST(ConvertRoundTrip, RangeOfTwelveBitsInSixteen) {
     // Bits 2..9 survive any working format; the others come back 0.
     std::mt19937 rng(7);
