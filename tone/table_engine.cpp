@@ -97,7 +97,10 @@ void MapWords12(uint16_t *p, int32_t count, const uint32_t *table) {
 
 int32_t ApplyShortTableToPixels(BitmapDesc *bmp, const uint32_t *table, uint32_t channel, int32_t start,
                                 int32_t end) {
-    const uint32_t mode = RC_DEEP_AS_24 | (channel != 0 ? RC_GRAY_AS_COLOR : 0u);
+    uint32_t mode = RC_DEEP_AS_24 | (channel != 0 ? RC_GRAY_AS_COLOR : 0u);
+    // 8-bit grey samples would be widened to words, mapped by their high byte
+    // and narrowed again: the byte format gives the same result in one pass.
+    if (channel == 0 && bmp->nBitsPerPixel == 8 && bmp->nColorOrder == KRN_ORDER_GRAY) mode |= RC_WORK8;
     int32_t st = 0;
     RowContextPtr ctx = MakeRowContext(bmp, mode, st);
     if (st == ST_NOTHING_TO_DO) return ReportDone(bmp);
