@@ -204,7 +204,7 @@ void WorkToColour(const uint8_t *__restrict src, uint8_t *__restrict dst, size_t
 }
 
 template <bool Wide, int Channels>
-int32_t ConvertColour(const uint8_t *__restrict src, uint8_t *__restrict dst, size_t n, int32_t workBits, int32_t order, bool toWork) {
+int32_t ConvertColour(const uint8_t *src, uint8_t *dst, size_t n, int32_t workBits, int32_t order, bool toWork) {
     auto run = [&](auto stored) {
         using S = decltype(stored);
         return WithWork(workBits, [&](auto work) {
@@ -279,8 +279,8 @@ inline uint32_t ScaleUp(uint32_t v, uint32_t max) { return (v * 255 + max / 2) /
 inline uint32_t ScaleDown(uint32_t g, uint32_t max) { return (g * max + 127) / 255; }
 
 template <int Bits, class W>
-void PackedToWork(const uint8_t *__restrict src, uint8_t *__restrict dst, size_t n, const RzRGBQuad *palette, bool greySamples,
-                  bool raw) {
+void PackedToWork(const uint8_t *__restrict src, uint8_t *__restrict dst, size_t n, const RzRGBQuad *palette,
+                  bool greySamples, bool raw) {
     using P = typename W::Pixel;
     if constexpr (Bits == 8 && std::is_same_v<W, Work0>) {
         if (raw || greySamples) {
@@ -309,7 +309,7 @@ void WorkToPacked(const uint8_t *__restrict src, uint8_t *__restrict dst, size_t
 }
 
 template <int Bits>
-int32_t ConvertPackedBits(const uint8_t *__restrict src, uint8_t *__restrict dst, size_t n, int32_t workBits, int32_t order,
+int32_t ConvertPackedBits(const uint8_t *src, uint8_t *dst, size_t n, int32_t workBits, int32_t order,
                           const RzRGBQuad *palette, bool toWork, bool raw) {
     const bool greySamples = order == KRN_ORDER_GRAY;
     if (raw && workBits != 0) return KRN_INVALID_PARAMETER;
@@ -333,7 +333,7 @@ int32_t ConvertPackedBits(const uint8_t *__restrict src, uint8_t *__restrict dst
     });
 }
 
-int32_t ConvertPacked(const uint8_t *__restrict src, uint8_t *__restrict dst, size_t n, int32_t bits, int32_t workBits, int32_t order,
+int32_t ConvertPacked(const uint8_t *src, uint8_t *dst, size_t n, int32_t bits, int32_t workBits, int32_t order,
                       const RzRGBQuad *palette, bool toWork, bool raw) {
     switch (bits) {
     case 1: return ConvertPackedBits<1>(src, dst, n, workBits, order, palette, toWork, raw);
@@ -410,7 +410,7 @@ void WorkToDeep(const uint8_t *__restrict src, uint8_t *__restrict dst, size_t n
 }
 
 template <int Bits>
-int32_t ConvertDeepBits(const uint8_t *__restrict src, uint8_t *__restrict dst, size_t n, int32_t workBits, bool toWork, bool raw,
+int32_t ConvertDeepBits(const uint8_t *src, uint8_t *dst, size_t n, int32_t workBits, bool toWork, bool raw,
                         int32_t lowBit, int32_t highBit) {
     if (raw) {
         // The words themselves: no range, only the working format that holds them.
