@@ -160,14 +160,18 @@ RZKRN_API int32_t RZAPI KrnSetStatusCallback(RZSTATUSCALLBACK pfn, void *pUserDa
                                              RZSTATUSCALLBACK *ppfnPrev, void **ppPrevUserData);
 
 /* ---- Descriptors and pixel memory. ---- */
-/* Fills a descriptor: view 1, nLowBit 0, nHighBit -1, no pixel memory; a grey
+/* Fills a descriptor (its old contents are ignored, never freed): view 1,
+ * nLowBit 0, nHighBit -1, no pixel memory; a grey
  * ramp palette of 2^bits entries for 1..8 bits; nColorOrder 2 for 12 and 16
  * bits, 1 otherwise; nDataKind 0. -11 for an unknown depth, -13 for a size
- * the kernel cannot represent (width or height < 0, or a row or image too
- * large), -789 for a wrong structure size. */
+ * the kernel cannot represent (width or height < 0, a stride above INT32_MAX
+ * or more than 2^40 bytes of pixels), -789 for a wrong structure size. The
+ * palette is a kernel block: release the descriptor with KrnFreeBitmap even
+ * when it never got pixels. Width or height 0 is a valid empty bitmap. */
 RZKRN_API int32_t RZAPI KrnInitBitmap(BitmapDesc *pBitmap, uint32_t uStructSize, int32_t nWidth,
                                       int32_t nHeight, int32_t nBitsPerPixel);
-/* Zero-filled pixel memory; sets BMF_ALLOCATED. */
+/* Zero-filled pixel memory; sets BMF_ALLOCATED. The stored size follows
+ * nWidth / nHeight in the current view; pixels already held are replaced. */
 RZKRN_API int32_t RZAPI KrnAllocBitmap(BitmapDesc *pBitmap);
 /* Releases pixels, palette, display table and region; keeps the geometry. */
 RZKRN_API void RZAPI KrnFreeBitmap(BitmapDesc *pBitmap);
@@ -187,6 +191,8 @@ RZKRN_API int32_t RZAPI KrnSetGrayPalette(BitmapDesc *pBitmap);
  * a negative status. */
 RZKRN_API int32_t RZAPI KrnGetBitmapPalette(const BitmapDesc *pBitmap, int32_t nFirst, int32_t nCount,
                                             RzRGBQuad *pEntries);
+/* Entries past nColors extend it; first + count at most 2^bits (-13); the
+ * palette is allocated when missing; -12 above 8 bits. */
 RZKRN_API int32_t RZAPI KrnSetBitmapPalette(BitmapDesc *pBitmap, int32_t nFirst, int32_t nCount,
                                             const RzRGBQuad *pEntries);
 /* Copies count entries into the palette of a descriptor of the given depth
@@ -196,7 +202,8 @@ RZKRN_API int32_t RZAPI KrnSetPaletteForDepth(BitmapDesc *pBitmap, const RzRGBQu
 
 /* ---- Pixels of single positions (view coordinates); for tools and tests. ---- */
 /* Raw sample value: index, grey sample, or packed colour (red in bits 0..,
- * green, blue, fourth channel, 8 or 16 bits each by depth). */
+ * green, blue, fourth channel, 8 or 16 bits each by depth, whatever the
+ * stored order). -13 outside the view. */
 RZKRN_API int32_t RZAPI KrnGetPixel(const BitmapDesc *pBitmap, int32_t x, int32_t y, uint64_t *pValue);
 RZKRN_API int32_t RZAPI KrnSetPixel(BitmapDesc *pBitmap, int32_t x, int32_t y, uint64_t uValue);
 
@@ -271,15 +278,33 @@ RZKRN_API int32_t RZAPI KrnGetBitRange(int32_t nBitsPerPixel, int32_t nStorageBi
 /* ---- Whole bitmaps. ---- */
 /* Converts pSrc to nBitsPerPixel / nColorOrder into pDest (in place when
  * they are the same). Grey shown through pLUT is converted through that
- * table. pDest receives a new allocated bitmap when it differs from pSrc. */
+ * table. pDest receives a new allocated bitmap when it differs from pSrc
+ * (same view, no region); in place the region stays, and on failure the
+ * source is untouched. 1..8 bits with order 2 are grey samples (nDataKind 1
+ * at 8 bits); other 1..8-bit targets are palettised: a palettised source
+ * whose nColors fit keeps palette and indices, a grey picture gets the grey
+ * ramp, at most 2^bits colours get exactly those colours (ascending), any
+ * other the split palette (3-3-2, 2-3-2, 2-2-2, 2-2-1, 1-2-1, 1-1-1 bits of
+ * red-green-blue levels for 8..3 bits; grey for 1 and 2). 12/16-bit targets
+ * are grey with the full bit range. A new fourth channel is opaque. A signed
+ * grey source is offset to unsigned, except into 12/16-bit grey. -11 for an
+ * unknown depth, -13 for an order outside 0..2, -12 for colour with order 2. */
 RZKRN_API int32_t RZAPI KrnConvertBitmap(BitmapDesc *pDest, BitmapDesc *pSrc, uint32_t uStructSize,
                                          int32_t nBitsPerPixel, int32_t nColorOrder, int32_t nReserved1,
                                          int32_t nReserved2);
 /* Folds the display table of a grey bitmap into its samples, at the given
- * depth (8, 12 or 16); afterwards nDataKind is 1 and BMF_USE_LUT is clear. */
+ * depth (8, 12 or 16); afterwards nDataKind is 1 and BMF_USE_LUT is clear.
+ * Sample s (its significant bits) shows entry min(s, nLUTLength - 1); its
+ * red byte r becomes r, (r * 257) >> 4 or r * 257. The table is freed. With
+ * no table the samples are only rescaled. -13 for another depth, -12 for a
+ * source that is not grey. */
 RZKRN_API int32_t RZAPI KrnApplyBitmapLUT(BitmapDesc *pBitmap, int32_t nBitsPerPixel);
 
 /* ---- View perspective and state. ---- */
+/* With pDest null: sets the addressing only (nWidth / nHeight swap between
+ * views 1-4 and 5-8). With pDest: pDest (uninitialised, or pBitmap itself)
+ * gets the pixels re-stored so that its view 1 shows what pBitmap shows in
+ * nViewPerspective; in place the palette stays and the region is released. */
 RZKRN_API int32_t RZAPI KrnChangeViewPerspective(BitmapDesc *pDest, BitmapDesc *pBitmap,
                                                  uint32_t uStructSize, int32_t nViewPerspective,
                                                  int32_t nReserved);

@@ -20,21 +20,21 @@ TEST(KernelBitmap, InitAndAllocEveryDepth) {
         EXPECT_EQ(b->nViewPerspective, 1);
         EXPECT_EQ(b->nLowBit, 0);
         EXPECT_EQ(b->nHighBit, -1);
-        EXPECT_EQ(b->pData, nullptr);
+        EXPECT_TRUE(b->pData == nullptr);
         EXPECT_EQ(b->uFlags & BMF_ALLOCATED, 0u);
         EXPECT_EQ(b->nDataKind, 0);
         EXPECT_EQ(b->nColorOrder, bits == 12 || bits == 16 ? KRN_ORDER_GRAY : KRN_ORDER_BGR);
         EXPECT_EQ(b->nStride, (13u * bits + 31) / 32 * 4);
         EXPECT_EQ(b->nStride % 4, 0u);
         if (bits <= 8) {
-            ASSERT_NE(b->pPalette, nullptr);
+            ASSERT_TRUE(b->pPalette != nullptr);
             EXPECT_EQ(b->nColors, 1 << bits);
             EXPECT_NE(KrnIsGrayscale(b.get()), 0);
             int n = 1 << bits;
             EXPECT_EQ(b->pPalette[n - 1].rgbRed, 255);
             EXPECT_EQ(b->pPalette[0].rgbGreen, 0);
         } else {
-            EXPECT_EQ(b->pPalette, nullptr);
+            EXPECT_TRUE(b->pPalette == nullptr);
             EXPECT_EQ(b->nColors, 0);
         }
         EXPECT_EQ(KrnValidateBitmap(b.get()), KRN_NO_BITMAP);
@@ -44,7 +44,7 @@ TEST(KernelBitmap, InitAndAllocEveryDepth) {
             ASSERT_EQ(b->pData[i], 0);
         EXPECT_EQ(KrnBitmapRowBytes(b.get()), (13u * bits + 7) / 8);
         KrnFreeBitmap(b.get());
-        EXPECT_EQ(b->pData, nullptr);
+        EXPECT_TRUE(b->pData == nullptr);
         EXPECT_EQ(b->nWidth, 13); // geometry kept
     }
     EXPECT_EQ(KrnMemOutstanding(), base);
@@ -271,9 +271,9 @@ TEST(KernelBitmap, CopyIsDeepAndDropsTheRegion) {
         src->pRegion = region;
         Bitmap copy;
         ASSERT_EQ(KrnCopyBitmap(copy.get(), src.get(), 164), KRN_OK);
-        EXPECT_EQ(copy->pRegion, nullptr);
-        EXPECT_NE(copy->pData, src->pData);
-        EXPECT_NE(copy->pPalette, src->pPalette);
+        EXPECT_TRUE(copy->pRegion == nullptr);
+        EXPECT_TRUE(copy->pData != src->pData);
+        EXPECT_TRUE(copy->pPalette != src->pPalette);
         EXPECT_EQ(std::memcmp(copy->pData, src->pData, src->nStride * 3u), 0);
         EXPECT_EQ(copy->pLUT[9].rgbRed, 99);
         EXPECT_EQ(KrnCopyBitmap(src.get(), src.get(), 164), KRN_INVALID_PARAMETER);

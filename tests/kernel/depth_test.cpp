@@ -212,7 +212,7 @@ TEST(KernelConvert, ThroughTheDisplayTable) {
             EXPECT_EQ(f->nBitsPerPixel, bits);
             EXPECT_EQ(f->nDataKind, 1);
             EXPECT_EQ(f->uFlags & BMF_USE_LUT, 0u);
-            EXPECT_EQ(f->pLUT, nullptr);
+            EXPECT_TRUE(f->pLUT == nullptr);
             EXPECT_EQ(f->nColorOrder, KRN_ORDER_GRAY);
             for (int x = 0; x < 4; ++x) {
                 uint64_t want = bits == 8 ? grey[x] : bits == 12 ? (grey[x] * 257u) >> 4 : grey[x] * 257u;
@@ -244,7 +244,7 @@ TEST(KernelConvert, InPlaceKeepsViewAndRegion) {
     KrnChangeViewPerspective(nullptr, b.get(), 164, 5, 0);
     uint64_t before = Px(b.get(), 1, 2);
     ASSERT_EQ(KrnConvertBitmap(b.get(), b.get(), 164, 24, KRN_ORDER_BGR, 0, 0), KRN_OK);
-    EXPECT_EQ(b->pRegion, region);
+    EXPECT_TRUE(b->pRegion == region);
     EXPECT_EQ(destroyed, 0);
     EXPECT_EQ(b->nViewPerspective, 5);
     EXPECT_EQ(b->nWidth, 2);
