@@ -18,6 +18,8 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <atomic>
+#include <mutex>
 #include <new>
 #include <type_traits>
 
@@ -32,8 +34,10 @@ struct Region {
     size_t maxRowRuns;
     size_t maxColRuns;
     RzRect bounds; /* stored coordinates; all zero when empty */
-    bool columnsReady;
     RunTable rows;
+    /* Built on first use; operations may ask for rows from several threads. */
+    std::atomic<bool> columnsReady;
+    std::mutex columnsLock;
     RunTable columns;
 };
 
@@ -278,10 +282,13 @@ RZDIS_API int32_t RZAPI DisGetRegionRowSpans(const BitmapDesc *pBitmap, int32_t 
             *pCount = emitRuns(src, v.pw, v.flipX, pSpans);
             return KRN_OK;
         }
-        if (!r->columnsReady) {
-            if (!transposeTable(r->rows, r->columns))
-                return KRN_FAILURE;
-            r->columnsReady = true;
+        if (!r->columnsReady.load(std::memory_order_acquire)) {
+            std::lock_guard<std::mutex> lock(r->columnsLock);
+            if (!r->columnsReady.load(std::memory_order_relaxed)) {
+                if (!transposeTable(r->rows, r->columns))
+                    return KRN_FAILURE;
+                r->columnsReady.store(true, std::memory_order_release);
+            }
         }
         const RowRuns src = r->columns.row(v.flipX ? v.pw - 1 - nRow : nRow);
         *pCount = emitRuns(src, v.ph, v.flipY, pSpans);

@@ -27,6 +27,8 @@ extern "C" {
 #define DIS_RGN_OR 2   /* union */
 #define DIS_RGN_XOR 3  /* symmetric difference */
 #define DIS_RGN_DIFF 4 /* the region less the new shape */
+/* Without a region the modes combine with an empty one. A builder that fails
+ * (-814, -789, -13 for a bad argument, -1 for memory) keeps the old region. */
 
 #define DIS_FILL_ALTERNATE 0 /* even-odd rule */
 #define DIS_FILL_WINDING 1   /* non-zero winding rule */
@@ -42,17 +44,18 @@ RZDIS_API int32_t RZAPI DisGetRegionMaskSize(const BitmapDesc *pBitmap, uint32_t
  * pSpans must hold DisGetRegionMaskSize values. */
 RZDIS_API int32_t RZAPI DisGetRegionRowSpans(const BitmapDesc *pBitmap, int32_t nRow, int32_t *pSpans,
                                              uint32_t *pCount);
-/* Nonzero when view pixel (x, y) is inside the region (or there is none). */
+/* Nonzero when view pixel (x, y) is inside the region (or there is none);
+ * 0 outside the view. */
 RZDIS_API int32_t RZAPI DisIsPtInRegion(const BitmapDesc *pBitmap, int32_t x, int32_t y);
 
 RZDIS_API int32_t RZAPI DisSetRegionRect(BitmapDesc *pBitmap, const RzRect *pRect, int32_t nCombine);
-/* The ellipse inscribed in the rectangle. */
+/* The ellipse inscribed in the rectangle; pixel centres inside or on it are in. */
 RZDIS_API int32_t RZAPI DisSetRegionEllipse(BitmapDesc *pBitmap, const RzRect *pRect, int32_t nCombine);
 /* A closed polygon; pixel centres inside by the fill rule are in. */
 RZDIS_API int32_t RZAPI DisSetRegionPolygon(BitmapDesc *pBitmap, const RzPoint *pPoints, int32_t nCount,
                                             int32_t nFillMode, int32_t nCombine);
-/* Pixels of the mask (placed at view (0, 0); any depth) whose sample is
- * nonzero are in. */
+/* Pixels of the mask (placed at view (0, 0), read in its own view; any
+ * depth) whose raw sample is nonzero (any channel) are in. */
 RZDIS_API int32_t RZAPI DisSetRegionMask(BitmapDesc *pBitmap, const BitmapDesc *pMask, int32_t nCombine);
 RZDIS_API int32_t RZAPI DisFreeRegion(BitmapDesc *pBitmap);
 

@@ -4,6 +4,7 @@
 
 #include <climits>
 #include <random>
+#include <thread>
 
 using namespace rzdis_test;
 
@@ -64,6 +65,38 @@ TEST_F(RegionViews, AnswersFollowLaterChanges) {
     for (int v = 1; v <= 8; ++v) {
         SetView(bm.get(), v);
         EXPECT_EQ(ReadView(bm.get()), StoredToView(stored, v)) << v;
+    }
+}
+
+TEST_F(RegionViews, TransposedRowsFromSeveralThreads) {
+    // The column table is built lazily; concurrent first readers must agree.
+    std::mt19937 rng(31);
+    for (int trial = 0; trial < 20; ++trial) {
+        Desc bm(64, 48);
+        const Grid stored = BuildComposite(bm.get(), rng);
+        SetView(bm.get(), 8);
+        const Grid want = StoredToView(stored, 8);
+        std::vector<Grid> got(4, Grid(want.w, want.h));
+        std::vector<int> errors(4, 0);
+        std::vector<std::thread> threads;
+        for (int t = 0; t < 4; ++t)
+            threads.emplace_back([&, t] {
+                std::vector<int32_t> spans(want.w + 2);
+                for (int32_t y = 0; y < want.h; ++y) {
+                    uint32_t n = 0;
+                    if (DisGetRegionRowSpans(bm.get(), y, spans.data(), &n) != KRN_OK)
+                        ++errors[t];
+                    for (uint32_t k = 0; k + 1 < n; k += 2)
+                        for (int32_t x = spans[k]; x < spans[k + 1]; ++x)
+                            got[t].at(x, y) = 1;
+                }
+            });
+        for (auto &th : threads)
+            th.join();
+        for (int t = 0; t < 4; ++t) {
+            EXPECT_EQ(errors[t], 0);
+            EXPECT_EQ(got[t], want);
+        }
     }
 }
 
