@@ -24,6 +24,19 @@ foreach(f include/rzkrn.h include/rzdis.h include/rzimg.h include/rzimg_ops.h li
   endif()
 endforeach()
 
+# The installed tool finds the libraries through its run path alone.
+if(EXISTS ${prefix}/bin/rzimg)
+  run(${prefix}/bin/rzimg list)
+endif()
+
+# The README shows example.c; keep the two the same.
+file(READ ${SOURCE_DIR}/example.c example)
+file(READ ${README} readme)
+string(FIND "${readme}" "${example}```" at)
+if(at EQUAL -1)
+  message(FATAL_ERROR "the C program in README.md differs from tests/install/example.c")
+endif()
+
 separate_arguments(extra UNIX_COMMAND "${EXTRA_FLAGS}")
 
 # (b) find_package from a separate project; CMake links with a run path.
