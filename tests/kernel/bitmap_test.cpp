@@ -329,19 +329,4 @@ TEST(KernelBitmap, AllocationFailuresLeakNothing) {
     }
 }
 
-TEST(KernelBitmap, StateWordAndChangeCount) {
-    Bitmap b(2, 2, 8);
-    b->uKernelState = 0x40;
-    uint32_t saved = KrnSaveBitmapState(b.get());
-    EXPECT_EQ(saved, 0x40u);
-    EXPECT_EQ(b->uKernelState, 0x41u);
-    KrnRestoreBitmapState(b.get(), saved);
-    EXPECT_EQ(b->uKernelState, 0x40u);
-    b->nChangeCount = INT32_MAX;
-    KrnBitmapChanged(b.get());
-    EXPECT_EQ(b->nChangeCount, INT32_MIN);
-    KrnBitmapChanged(nullptr);
-    EXPECT_EQ(KrnSaveBitmapState(nullptr), 0u);
-}
-
 } // namespace
