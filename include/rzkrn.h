@@ -93,10 +93,7 @@ typedef struct RzPoint {
  */
 typedef struct BitmapDesc {
     uint32_t uStructSize; /* 0: must be 164 */
-    union {
-        uint8_t *pData; /* 4: pixel memory (kernel) */
-        uint64_t _pDataSlot;
-    };
+    uint8_t aReserved4[8];  /* 4..11 */
     int32_t nWidth;         /* 12: width in the current view */
     int32_t nHeight;        /* 16: height in the current view */
     int32_t nBitsPerPixel;  /* 20 */
@@ -118,7 +115,11 @@ typedef struct BitmapDesc {
         void *pRegion;      /* 72: region object (display library) */
         uint64_t _pRegionSlot;
     };
-    uint8_t aReserved80[24]; /* 80..103 */
+    union {
+        uint8_t *pData;     /* 80: pixel memory (kernel); 8-aligned like the other pointers */
+        uint64_t _pDataSlot;
+    };
+    uint8_t aReserved88[16]; /* 88..103 */
     int32_t nLowBit;        /* 104 */
     int32_t nHighBit;       /* 108: -1 means nBitsPerPixel - 1 */
     RzRGBQuad *pLUT;        /* 112: display table */

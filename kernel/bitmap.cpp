@@ -15,7 +15,6 @@
 
 static_assert(sizeof(BitmapDesc) == BITMAPDESC_SIZE);
 static_assert(offsetof(BitmapDesc, uStructSize) == 0);
-static_assert(offsetof(BitmapDesc, pData) == 4);
 static_assert(offsetof(BitmapDesc, nWidth) == 12);
 static_assert(offsetof(BitmapDesc, nHeight) == 16);
 static_assert(offsetof(BitmapDesc, nBitsPerPixel) == 20);
@@ -31,6 +30,7 @@ static_assert(offsetof(BitmapDesc, pPalette) == 56);
 static_assert(offsetof(BitmapDesc, nChangeCount) == 64);
 static_assert(offsetof(BitmapDesc, nDataKind) == 68);
 static_assert(offsetof(BitmapDesc, pRegion) == 72);
+static_assert(offsetof(BitmapDesc, pData) == 80);
 static_assert(offsetof(BitmapDesc, nLowBit) == 104);
 static_assert(offsetof(BitmapDesc, nHighBit) == 108);
 static_assert(offsetof(BitmapDesc, pLUT) == 112);
