@@ -1,0 +1,490 @@
+// Rank filters: maximum, minimum and median of the n x n window of every
+// sample, channel by channel, with edge replication.
+//
+// Maximum and minimum are separable. Each source row is reduced along x by
+// doubling (pairs, then pairs of pairs, ..., then two overlapping powers of
+// two cover any n: log2 n vector passes), and the reduced rows along y by
+// van Herk / Gil-Werman: within blocks of n rows a running prefix and, once
+// a block is complete, its suffixes; any n consecutive rows are one suffix
+// and one prefix, so each sample costs three comparisons whatever n is.
+// Duplicated edge rows and columns do not change an extreme, so the window
+// is first cut to at most twice the bitmap's size.
+//
+// Median: windows of 2x2 to 5x5 go through a selection network over whole
+// rows. Larger windows keep one histogram per column of the window height
+// (two levels: 16 coarse bins over 16 x 16 fine ones) for 8-bit samples;
+// the window's histogram moves right by adding one column histogram and
+// taking one away, and its fine level is brought up to date only for the
+// coarse bin the median lies in, when it is next needed (Perreault and
+// Hebert), so the cost per sample does not grow with n. 16-bit samples use
+// one two-level histogram of 256 x 256 bins that snakes through the rows
+// (down one row at each end), updated by the 2n samples that leave and
+// enter, with the median found from the previous one by walking the coarse
+// and fine counts. Edge replication enters as weights on the first and last
+// real row and column, so a window far larger than the bitmap costs no more
+// than one the bitmap's size.
+#include "filters/filter_rows.h"
+#include "filters/median_network.h"
+
+#include <type_traits>
+#include <utility>
+
+namespace rz::filt {
+namespace {
+
+enum class Rank { Max, Min, Median };
+
+struct MaxOp {
+    template <class T> static T apply(T a, T b) { return a > b ? a : b; }
+};
+struct MinOp {
+    template <class T> static T apply(T a, T b) { return a < b ? a : b; }
+};
+
+// Window halves: h1 before the sample, h2 after it.
+struct Window {
+    int64_t n, h1, h2;
+    explicit Window(uint32_t size) : n(size), h1((int64_t(size) - 1) / 2), h2(int64_t(size) / 2) {}
+};
+
+// --- Maximum and minimum ----------------------------------------------
+
+template <class T, class Op> int32_t Extreme(BitmapDesc *bmp, Pass &pass, const Window &win) {
+    RowContext *ctx = pass.ctx.get();
+    const int32_t C = pass.channels, W = pass.width, H = pass.height;
+    const RzRect &rc = pass.bounds;
+    const int64_t hx1 = std::min<int64_t>(win.h1, W - 1), hx2 = std::min<int64_t>(win.h2, W - 1);
+    const int64_t hy1 = std::min<int64_t>(win.h1, H - 1), hy2 = std::min<int64_t>(win.h2, H - 1);
+    const int64_t nx = hx1 + hx2 + 1, ny = hy1 + hy2 + 1;
+    const int64_t outSamples = int64_t(rc.right - rc.left) * C;
+    const int64_t segSamples = (int64_t(rc.right - rc.left) + nx - 1) * C;
+
+    RowRing<T> ring;
+    RZ_RETURN_IF_FAILED(ring.init(ctx, W, C, 1, hx1, hx2));
+    KrnPtr<T[]> out = pass.outputRow<T>();
+    KrnPtr<T[]> seg = KrnArray<T>(size_t(segSamples));
+    // Two blocks of reduced rows (the one filling, the previous one as
+    // suffixes) and the running prefix of the one filling.
+    const size_t blockSamples = KrnCheckedSize(size_t(ny), size_t(outSamples), 1);
+    KrnPtr<T[]> filling = KrnArray<T>(blockSamples);
+    KrnPtr<T[]> done = KrnArray<T>(blockSamples);
+    KrnPtr<T[]> prefix = KrnArray<T>(size_t(outSamples));
+    if (!out || !seg || !blockSamples || !filling || !done || !prefix) return ST_FAILURE;
+
+    int64_t P = 1;
+    while (P * 2 <= nx) P *= 2;
+
+    // Reduces source row `real` along x into dst.
+    auto reduceRow = [&](int32_t real, T *__restrict dst) -> int32_t {
+        RZ_RETURN_IF_FAILED(ring.load(real));
+        const T *src = ring.row(real) + (int64_t(rc.left) - hx1) * C;
+        T *__restrict m = seg.get();
+        std::copy(src, src + segSamples, m);
+        for (int64_t len = 1; len < P; len *= 2) {
+            const int64_t step = len * C, valid = segSamples - step;
+            for (int64_t i = 0; i < valid; ++i) m[i] = Op::apply(m[i], m[i + step]);
+        }
+        const int64_t off = (nx - P) * C;
+        for (int64_t i = 0; i < outSamples; ++i) dst[i] = Op::apply(m[i], m[i + off]);
+        return ST_SUCCESS;
+    };
+
+    ring.skipTo(Clamp(int64_t(rc.top) - hy1, 0, H - 1));
+    RZ_RETURN_IF_FAILED(pass.beginProgress(0, 100));
+    const int64_t rowsIn = int64_t(rc.bottom - rc.top) + ny - 1;
+    int32_t lastReal = -1;
+    for (int64_t v = 0; v < rowsIn; ++v) {
+        const int64_t o = v % ny;
+        T *slot = filling.get() + o * outSamples;
+        const int32_t real = Clamp(int64_t(rc.top) - hy1 + v, 0, H - 1);
+        if (real == lastReal && o > 0)
+            std::copy(slot - outSamples, slot, slot);
+        else
+            RZ_RETURN_IF_FAILED(reduceRow(real, slot));
+        lastReal = real;
+        T *__restrict pre = prefix.get();
+        if (o == 0)
+            std::copy(slot, slot + outSamples, pre);
+        else
+            for (int64_t i = 0; i < outSamples; ++i) pre[i] = Op::apply(pre[i], slot[i]);
+        if (o == ny - 1) {
+            // Block complete: its suffixes, in place, then it becomes `done`.
+            for (int64_t k = ny - 2; k >= 0; --k) {
+                T *__restrict a = filling.get() + k * outSamples;
+                const T *__restrict b = a + outSamples;
+                for (int64_t i = 0; i < outSamples; ++i) a[i] = Op::apply(a[i], b[i]);
+            }
+            std::swap(filling, done);
+        }
+        if (v < ny - 1) continue;
+        // Output row for the window of virtual rows v - ny + 1 .. v.
+        const int64_t start = (v - ny + 1) % ny;
+        T *__restrict dst = out.get() + int64_t(rc.left) * C;
+        const T *__restrict suffix = done.get() + start * outSamples;
+        if (start == 0)
+            std::copy(suffix, suffix + outSamples, dst);
+        else
+            for (int64_t i = 0; i < outSamples; ++i) dst[i] = Op::apply(suffix[i], pre[i]);
+        const int32_t y = int32_t(rc.top + (v - ny + 1));
+        RZ_RETURN_IF_FAILED(PutRow(ctx, out.get(), y, nullptr, 0));
+    }
+    KrnBitmapChanged(bmp);
+    return ST_SUCCESS;
+}
+
+// --- Median: selection networks for n = 2..5 ----------------------------
+
+template <class T, int Side>
+void NetworkRow(const T *const *rows, T *__restrict out, int64_t begin, int64_t end, int64_t C) {
+    using Net = MedianNet<Side>;
+    constexpr int h1 = (Side - 1) / 2;
+    for (int64_t s = begin; s < end; ++s) {
+        T v[Net::kCount];
+        for (int i = 0; i < Side; ++i)
+            for (int j = 0; j < Side; ++j) v[i * Side + j] = rows[i][s + (j - h1) * C];
+        NetApply<T, Net::kNet>(v);
+        out[s] = v[Net::kRank];
+    }
+}
+
+template <class T, int Side> int32_t MedianNetwork(BitmapDesc *bmp, Pass &pass) {
+    constexpr int h1 = (Side - 1) / 2, h2 = Side / 2;
+    RowContext *ctx = pass.ctx.get();
+    const int32_t C = pass.channels, W = pass.width, H = pass.height;
+    const RzRect &rc = pass.bounds;
+    RowRing<T> ring;
+    RZ_RETURN_IF_FAILED(ring.init(ctx, W, C, std::min(Side, H), h1, h2));
+    KrnPtr<T[]> out = pass.outputRow<T>();
+    if (!out) return ST_FAILURE;
+    ring.skipTo(Clamp(int64_t(rc.top) - h1, 0, H - 1));
+    RZ_RETURN_IF_FAILED(pass.beginProgress(0, 100));
+    for (int32_t y = rc.top; y < rc.bottom; ++y) {
+        RZ_RETURN_IF_FAILED(ring.load(Clamp(int64_t(y) + h2, 0, H - 1)));
+        const T *rows[Side];
+        for (int i = 0; i < Side; ++i) rows[i] = ring.row(Clamp(int64_t(y) - h1 + i, 0, H - 1));
+        NetworkRow<T, Side>(rows, out.get(), int64_t(rc.left) * C, int64_t(rc.right) * C, C);
+        RZ_RETURN_IF_FAILED(PutRow(ctx, out.get(), y, nullptr, 0));
+    }
+    KrnBitmapChanged(bmp);
+    return ST_SUCCESS;
+}
+
+// --- Median, 8-bit: column histograms ------------------------------------
+
+// Sliding-window helpers for a window of columns [x - h1, x + h2] clamped to
+// the bitmap: the real column that leaves and the one that enters when the
+// window moves from x - 1 to x.
+struct Slide {
+    int32_t out, in;
+    Slide(int64_t x, const Window &w, int32_t n)
+        : out(Clamp(x - 1 - w.h1, 0, n - 1)), in(Clamp(x + w.h2, 0, n - 1)) {}
+};
+
+template <class K> int32_t MedianColumns8(BitmapDesc *bmp, Pass &pass, const Window &win) {
+    RowContext *ctx = pass.ctx.get();
+    const int32_t C = pass.channels, W = pass.width, H = pass.height;
+    const RzRect &rc = pass.bounds;
+    const int32_t cx0 = Clamp(int64_t(rc.left) - win.h1, 0, W - 1);
+    const int32_t cx1 = Clamp(int64_t(rc.right) - 1 + win.h2, 0, W - 1) + 1;
+    const int64_t cols = int64_t(cx1 - cx0) * C; // sample columns
+    const uint64_t area = uint64_t(win.n) * uint64_t(win.n);
+    const K target = K(win.n % 2 ? area / 2 : area / 2 - 1);
+
+    RowRing<uint8_t> ring;
+    RZ_RETURN_IF_FAILED(ring.init(ctx, W, C, int32_t(std::min<int64_t>(win.n + 1, H)), 0, 0));
+    KrnPtr<uint8_t[]> out = pass.outputRow<uint8_t>();
+    KrnPtr<K[]> coarse = KrnArrayZeroed<K>(KrnCheckedSize(size_t(cols), 16, 1));
+    KrnPtr<K[]> fine = KrnArrayZeroed<K>(KrnCheckedSize(size_t(cols), 256, 1));
+    if (!out || !coarse || !fine) return ST_FAILURE;
+
+    // Column histograms over the rows of the first output row's window.
+    const ClampedRange firstRows(int64_t(rc.top) - win.h1, int64_t(rc.top) + win.h2, H);
+    ring.skipTo(firstRows.first);
+    RZ_RETURN_IF_FAILED(ring.load(firstRows.last));
+    for (int32_t r = firstRows.first; r <= firstRows.last; ++r) {
+        const K w = K(firstRows.weight(r));
+        const uint8_t *src = ring.row(r) + int64_t(cx0) * C;
+        for (int64_t i = 0; i < cols; ++i) {
+            coarse[i * 16 + (src[i] >> 4)] += w;
+            fine[i * 256 + src[i]] += w;
+        }
+    }
+
+    RZ_RETURN_IF_FAILED(pass.beginProgress(0, 100));
+    alignas(64) K kc[16];
+    alignas(64) K kf[16][16];
+    int64_t upTo[16]; // column at which kf[k] was last right
+    for (int32_t y = rc.top; y < rc.bottom; ++y) {
+        if (y > rc.top) {
+            const int32_t leave = Clamp(int64_t(y) - 1 - win.h1, 0, H - 1);
+            const int32_t enter = Clamp(int64_t(y) + win.h2, 0, H - 1);
+            if (leave != enter) {
+                RZ_RETURN_IF_FAILED(ring.load(enter));
+                const uint8_t *a = ring.row(leave) + int64_t(cx0) * C;
+                const uint8_t *b = ring.row(enter) + int64_t(cx0) * C;
+                for (int64_t i = 0; i < cols; ++i) {
+                    K *cc = coarse.get() + i * 16;
+                    K *ff = fine.get() + i * 256;
+                    --cc[a[i] >> 4];
+                    --ff[a[i]];
+                    ++cc[b[i] >> 4];
+                    ++ff[b[i]];
+                }
+            }
+        }
+        for (int32_t c = 0; c < C; ++c) {
+            auto colCoarse = [&](int32_t x) { return coarse.get() + (int64_t(x - cx0) * C + c) * 16; };
+            auto colFine = [&](int32_t x, int32_t k) { return fine.get() + (int64_t(x - cx0) * C + c) * 256 + k * 16; };
+            const ClampedRange firstCols(int64_t(rc.left) - win.h1, int64_t(rc.left) + win.h2, W);
+            std::fill(kc, kc + 16, K(0));
+            for (int32_t x = firstCols.first; x <= firstCols.last; ++x) {
+                const K w = K(firstCols.weight(x));
+                const K *h = colCoarse(x);
+                for (int j = 0; j < 16; ++j) kc[j] += w * h[j];
+            }
+            std::fill(upTo, upTo + 16, INT64_MIN);
+            uint8_t *dst = out.get() + c;
+            for (int32_t x = rc.left; x < rc.right; ++x) {
+                if (x > rc.left) {
+                    const Slide s(x, win, W);
+                    if (s.out != s.in) {
+                        const K *a = colCoarse(s.out);
+                        const K *b = colCoarse(s.in);
+                        for (int j = 0; j < 16; ++j) kc[j] += K(b[j] - a[j]);
+                    }
+                }
+                K below = 0;
+                int k = 0;
+                while (K(below + kc[k]) <= target) below = K(below + kc[k++]);
+                // Bring the fine counts of bin k to column x.
+                K *f = kf[k];
+                const ClampedRange cols(int64_t(x) - win.h1, int64_t(x) + win.h2, W);
+                const int64_t behind = int64_t(x) - upTo[k];
+                if (upTo[k] != INT64_MIN && 2 * behind <= int64_t(cols.last - cols.first) + 2) {
+                    for (int64_t p = upTo[k] + 1; p <= x; ++p) {
+                        const Slide s(p, win, W);
+                        if (s.out == s.in) continue;
+                        const K *a = colFine(s.out, k);
+                        const K *b = colFine(s.in, k);
+                        for (int j = 0; j < 16; ++j) f[j] += K(b[j] - a[j]);
+                    }
+                } else {
+                    std::fill(f, f + 16, K(0));
+                    for (int32_t q = cols.first; q <= cols.last; ++q) {
+                        const K w = K(cols.weight(q));
+                        const K *h = colFine(q, k);
+                        for (int j = 0; j < 16; ++j) f[j] += w * h[j];
+                    }
+                }
+                upTo[k] = x;
+                int j = 0;
+                while (K(below + f[j]) <= target) below = K(below + f[j++]);
+                dst[int64_t(x) * C] = uint8_t(k * 16 + j);
+            }
+        }
+        RZ_RETURN_IF_FAILED(PutRow(ctx, out.get(), y, nullptr, 0));
+    }
+    KrnBitmapChanged(bmp);
+    return ST_SUCCESS;
+}
+
+// --- Median, 16-bit: one snaking two-level histogram per channel -------------
+
+template <class K> struct Histogram16 {
+    K *fine;   // 65536
+    K *coarse; // 256
+    uint32_t m = 0; // running median candidate
+    K below = 0;    // samples below m
+
+    void add(uint32_t v, K w) {
+        fine[v] += w;
+        coarse[v >> 8] += w;
+        if (v < m) below += w;
+    }
+    void remove(uint32_t v, K w) {
+        fine[v] -= w;
+        coarse[v >> 8] -= w;
+        if (v < m) below -= w;
+    }
+    // Smallest m with more than `target` samples at or below it, walked from
+    // the previous one; whole coarse bins are stepped over where they can be.
+    uint32_t median(K target) {
+        while (below > target) {
+            if ((m & 255) == 0 && below - coarse[(m >> 8) - 1] > target) {
+                below -= coarse[(m >> 8) - 1];
+                m -= 256;
+            } else {
+                --m;
+                below -= fine[m];
+            }
+        }
+        while (K(below + fine[m]) <= target) {
+            if ((m & 255) == 0 && K(below + coarse[m >> 8]) <= target) {
+                below += coarse[m >> 8];
+                m += 256;
+            } else {
+                below += fine[m];
+                ++m;
+            }
+        }
+        return m;
+    }
+};
+
+template <class K> int32_t MedianSnake16(BitmapDesc *bmp, Pass &pass, const Window &win) {
+    RowContext *ctx = pass.ctx.get();
+    const int32_t C = pass.channels, W = pass.width, H = pass.height;
+    const RzRect &rc = pass.bounds;
+    const uint64_t area = uint64_t(win.n) * uint64_t(win.n);
+    const K target = K(win.n % 2 ? area / 2 : area / 2 - 1);
+
+    RowRing<uint16_t> ring;
+    RZ_RETURN_IF_FAILED(ring.init(ctx, W, C, int32_t(std::min<int64_t>(win.n + 1, H)), 0, 0));
+    KrnPtr<uint16_t[]> out = pass.outputRow<uint16_t>();
+    KrnPtr<K[]> counts = KrnArrayZeroed<K>(size_t(C) * (65536 + 256));
+    if (!out || !counts) return ST_FAILURE;
+    Histogram16<K> hist[3];
+    for (int32_t c = 0; c < C; ++c) {
+        hist[c].fine = counts.get() + size_t(c) * (65536 + 256);
+        hist[c].coarse = hist[c].fine + 65536;
+    }
+
+    // Adds (sign +1) or removes a column of the window's rows, or a row of
+    // its columns, with the edge weights.
+    auto column = [&](int32_t x, int64_t y, bool add) {
+        const ClampedRange rows(y - win.h1, y + win.h2, H);
+        for (int32_t r = rows.first; r <= rows.last; ++r) {
+            const K w = K(rows.weight(r));
+            const uint16_t *p = ring.row(r) + int64_t(x) * C;
+            for (int32_t c = 0; c < C; ++c) add ? hist[c].add(p[c], w) : hist[c].remove(p[c], w);
+        }
+    };
+    auto row = [&](int32_t r, int64_t x, bool add) {
+        const ClampedRange colsIn(x - win.h1, x + win.h2, W);
+        const uint16_t *p = ring.row(r);
+        for (int32_t q = colsIn.first; q <= colsIn.last; ++q) {
+            const K w = K(colsIn.weight(q));
+            for (int32_t c = 0; c < C; ++c) {
+                const uint16_t v = p[int64_t(q) * C + c];
+                add ? hist[c].add(v, w) : hist[c].remove(v, w);
+            }
+        }
+    };
+
+    const ClampedRange firstRows(int64_t(rc.top) - win.h1, int64_t(rc.top) + win.h2, H);
+    ring.skipTo(firstRows.first);
+    RZ_RETURN_IF_FAILED(ring.load(firstRows.last));
+    {
+        const ClampedRange colsIn(int64_t(rc.left) - win.h1, int64_t(rc.left) + win.h2, W);
+        for (int32_t q = colsIn.first; q <= colsIn.last; ++q) {
+            const K wq = K(colsIn.weight(q));
+            for (int32_t r = firstRows.first; r <= firstRows.last; ++r) {
+                const K w = K(wq * K(firstRows.weight(r)));
+                const uint16_t *p = ring.row(r) + int64_t(q) * C;
+                for (int32_t c = 0; c < C; ++c) hist[c].add(p[c], w);
+            }
+        }
+    }
+
+    RZ_RETURN_IF_FAILED(pass.beginProgress(0, 100));
+    int32_t x = rc.left;
+    for (int32_t y = rc.top; y < rc.bottom; ++y) {
+        const bool rightward = (y - rc.top) % 2 == 0;
+        if (y > rc.top) {
+            const int32_t leave = Clamp(int64_t(y) - 1 - win.h1, 0, H - 1);
+            const int32_t enter = Clamp(int64_t(y) + win.h2, 0, H - 1);
+            if (leave != enter) {
+                RZ_RETURN_IF_FAILED(ring.load(enter));
+                row(leave, x, false);
+                row(enter, x, true);
+            }
+        }
+        for (int32_t i = 0; i < rc.right - rc.left; ++i) {
+            if (i > 0) {
+                if (rightward) {
+                    const Slide s(int64_t(x) + 1, win, W);
+                    if (s.out != s.in) {
+                        column(s.out, y, false);
+                        column(s.in, y, true);
+                    }
+                    ++x;
+                } else {
+                    // Moving left: the column x + h2 leaves, x - 1 - h1 enters.
+                    const Slide s(x, win, W);
+                    if (s.out != s.in) {
+                        column(s.in, y, false);
+                        column(s.out, y, true);
+                    }
+                    --x;
+                }
+            }
+            for (int32_t c = 0; c < C; ++c) out[int64_t(x) * C + c] = uint16_t(hist[c].median(target));
+        }
+        RZ_RETURN_IF_FAILED(PutRow(ctx, out.get(), y, nullptr, 0));
+    }
+    KrnBitmapChanged(bmp);
+    return ST_SUCCESS;
+}
+
+// --- Dispatch ------------------------------------------------------------
+
+template <class T> int32_t Median(BitmapDesc *bmp, Pass &pass, const Window &win) {
+    switch (win.n) {
+    case 2: return MedianNetwork<T, 2>(bmp, pass);
+    case 3: return MedianNetwork<T, 3>(bmp, pass);
+    case 4: return MedianNetwork<T, 4>(bmp, pass);
+    case 5: return MedianNetwork<T, 5>(bmp, pass);
+    default: break;
+    }
+    if constexpr (sizeof(T) == 1) {
+        if (win.n <= 255) return MedianColumns8<uint16_t>(bmp, pass, win);
+        if (win.n <= 65535) return MedianColumns8<uint32_t>(bmp, pass, win);
+        return MedianColumns8<uint64_t>(bmp, pass, win);
+    } else {
+        if (win.n <= 65535) return MedianSnake16<uint32_t>(bmp, pass, win);
+        return MedianSnake16<uint64_t>(bmp, pass, win);
+    }
+}
+
+template <class T> int32_t RunRank(BitmapDesc *bmp, Pass &pass, Rank op, const Window &win) {
+    switch (op) {
+    case Rank::Max: return Extreme<T, MaxOp>(bmp, pass, win);
+    case Rank::Min: return Extreme<T, MinOp>(bmp, pass, win);
+    default: return Median<T>(bmp, pass, win);
+    }
+}
+
+int32_t RankFilter(BitmapDesc *bmp, uint32_t size, Rank op) {
+    if (size == 0) return ST_INVALID_PARAMETER;
+    RZ_RETURN_IF_FAILED(CheckBitmap(bmp, Signed::Refused));
+    RZ_RETURN_IF_FAILED(CheckAddressable(bmp));
+    return InPictureView(bmp, [&]() -> int32_t {
+        Pass pass;
+        const int32_t st = pass.open(bmp, FilterMode(bmp));
+        if (st == ST_NOTHING_TO_DO || (st == ST_SUCCESS && size == 1)) return ReportDone(bmp);
+        if (st != ST_SUCCESS) return st;
+        const Window win(size);
+        return pass.wide ? RunRank<uint16_t>(bmp, pass, op, win) : RunRank<uint8_t>(bmp, pass, op, win);
+    });
+}
+
+} // namespace
+} // namespace rz::filt
+
+using namespace rz;
+
+extern "C" {
+
+RZIMG_API int32_t RZAPI Rz_MaxFilterBitmap(BitmapDesc *pBitmap, uint32_t nSize) {
+    return Guard([&] { return filt::RankFilter(pBitmap, nSize, filt::Rank::Max); });
+}
+
+RZIMG_API int32_t RZAPI Rz_MinFilterBitmap(BitmapDesc *pBitmap, uint32_t nSize) {
+    return Guard([&] { return filt::RankFilter(pBitmap, nSize, filt::Rank::Min); });
+}
+
+RZIMG_API int32_t RZAPI Rz_MedianFilterBitmap(BitmapDesc *pBitmap, uint32_t nSize) {
+    return Guard([&] { return filt::RankFilter(pBitmap, nSize, filt::Rank::Median); });
+}
+
+} // extern "C"
