@@ -1,5 +1,6 @@
 // Filters that take a kernel record: a predefined kernel, a caller's 5x5
-// (the ring path) and a user kernel with an off-centre anchor.
+// (the ring path) and a user kernel with an off-centre anchor; and the rank
+// filters' paths that the default size does not reach.
 #include "support/reliability.h"
 
 #include <vector>
@@ -23,4 +24,8 @@ RZ_RELIABILITY_CASE(
     },
     ST_NO_BITMAP);
 
+// The rank filters' other paths: column histograms (8-bit) and the snaking
+// histogram (16-bit) for larger medians, a window above the bitmap's size.
+RZ_RELIABILITY_CASE(Rz_MedianFilterBitmap, [](BitmapDesc *b) { return Rz_MedianFilterBitmap(b, 9); });
+RZ_RELIABILITY_CASE(Rz_MaxFilterBitmap, [](BitmapDesc *b) { return Rz_MaxFilterBitmap(b, 40); });
 } // namespace
