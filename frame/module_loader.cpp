@@ -1,7 +1,10 @@
 // Run-time loading of companion modules through the dynamic loader. A bare
 // module name is first resolved by the loader's own search (RUNPATH,
-// LD_LIBRARY_PATH, the system folders) and then in the folder this library
-// was loaded from, so installed modules are found beside one another.
+// LD_LIBRARY_PATH, the system folders), then in the folder of the object
+// holding this code and in the kernel library's folder, where the family's
+// modules are installed together. The last two matter when the loader's
+// idea of the caller is wrong, as under AddressSanitizer, whose dlopen
+// wrapper makes the runtime the caller and so hides our RUNPATH.
 #include "module_loader.h"
 
 #include <rzimg.h>
@@ -13,9 +16,10 @@ namespace rz {
 
 namespace {
 
-void *OpenBeside(const char *module) {
+// The module in the folder of the object that holds address.
+void *OpenBeside(const void *address, const char *module) {
     Dl_info info{};
-    if (!dladdr(reinterpret_cast<void *>(&LoadModuleEntry), &info) || !info.dli_fname)
+    if (!dladdr(address, &info) || !info.dli_fname)
         return nullptr;
     const char *slash = std::strrchr(info.dli_fname, '/');
     if (!slash)
@@ -46,7 +50,9 @@ int32_t LoadedModule::open(const char *module) {
         return ST_LIBRARY_NOT_LOADED;
     handle_ = dlopen(module, RTLD_NOW | RTLD_LOCAL);
     if (!handle_ && !std::strchr(module, '/'))
-        handle_ = OpenBeside(module);
+        handle_ = OpenBeside(reinterpret_cast<const void *>(&LoadModuleEntry), module);
+    if (!handle_ && !std::strchr(module, '/'))
+        handle_ = OpenBeside(reinterpret_cast<const void *>(&KrnMemAlloc), module);
     return handle_ ? ST_SUCCESS : ST_LIBRARY_NOT_LOADED;
 }
 
