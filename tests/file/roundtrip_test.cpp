@@ -124,6 +124,23 @@ INSTANTIATE_TEST_SUITE_P(Formats, RoundTrip, ::testing::Combine(::testing::Value
                              return std::string(std::get<0>(info.param).name) + "_" + std::get<1>(info.param).name;
                          });
 
+// Depths no format stores (3, 5, 6, 7 bits) widen to 8 bits showing the same.
+TEST(OddDepths, WidenToEightBits) {
+    TempDir dir;
+    const Layout layouts[] = {{"pal3_colour", 3, KRN_ORDER_BGR, 0, 0, -1, true}, {"pal5_grey", 5, KRN_ORDER_BGR, 0}};
+    for (const Layout &layout : layouts)
+        for (const char *ext : {".png", ".tif", ".pnm"}) {
+            Bitmap src(layout, 10, 3, 4);
+            const std::string file = dir.path(std::string("odd") + ext);
+            ASSERT_EQ(Save(file, src.get()), ST_SUCCESS);
+            Loaded got(file);
+            ASSERT_EQ(got.status, ST_SUCCESS);
+            EXPECT_EQ(got.d.nBitsPerPixel, layout.colourPalette && std::string(ext) == ".pnm" ? 24 : 8)
+                << layout.name << ext;
+            ExpectSamePicture(src.get(), &got.d, true);
+        }
+}
+
 // Smooth pictures survive JPEG within a few levels; grey stays grey.
 TEST(JpegRoundTrip, CloseOnSmoothPictures) {
     TempDir dir;
