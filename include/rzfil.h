@@ -5,6 +5,16 @@
  * Statuses are those of the image library (ST_ values in rzimg.h) plus the
  * file codes below. A loaded bitmap is a new kernel bitmap that the caller
  * releases with KrnFreeBitmap.
+ *
+ * Depths on load: 1/2/4/8-bit palette or grey files load as palettised
+ * bitmaps of that depth (grey as the grey ramp; nColorOrder 1, nDataKind 0);
+ * 16-bit grey as nBitsPerPixel 16, nColorOrder 2, nDataKind 1, nLowBit 0 and
+ * nHighBit = significant bits - 1 (PNG sBIT, TIFF MaxSampleValue or PNM
+ * maxval when it is 2^k - 1, else 15); colour as 24/48-bit BGR, with alpha
+ * as 32/64-bit. Grey with alpha loads as colour with alpha. Saving writes
+ * what the current view shows, at the nearest depth the format holds: 12-bit
+ * grey as 16-bit with its bit range, palettes as palettes (PNG, TIFF) or
+ * colour (PNM, JPEG), alpha kept by PNG and TIFF only.
  */
 #ifndef RZFIL_H
 #define RZFIL_H
@@ -62,13 +72,18 @@ typedef struct RzSaveOptions {
     int32_t nCompression; /* TIFF: RZ_TIFF_ */
 } RzSaveOptions;
 
-/* nPage counts from 0. */
+/* nPage counts from 0 (only TIFF has more than one). On failure *pBitmap
+ * is left as it was; no pixel memory is allocated for a picture over the
+ * pixel limit. */
 RZFIL_API int32_t RZAPI Rz_LoadBitmap(const char *pszPath, BitmapDesc *pBitmap, uint32_t uStructSize, int32_t nPage);
 /* Writes to a temporary file beside the target and renames it, so a failure
  * leaves no partial output. pOptions may be null. */
 RZFIL_API int32_t RZAPI Rz_SaveBitmap(const char *pszPath, const BitmapDesc *pBitmap, const RzSaveOptions *pOptions);
+/* Describes the first page (and counts the pages) without decoding pixels;
+ * succeeds also for pictures over the pixel limit. */
 RZFIL_API int32_t RZAPI Rz_GetFileInfo(const char *pszPath, RzFileInfo *pInfo);
-/* Largest pixel count a load accepts (default 2^28); returns the old value. */
+/* Largest pixel count a load accepts (default 2^28); returns the old value.
+ * nPixels <= 0 only returns the current value. */
 RZFIL_API int64_t RZAPI Rz_SetFilePixelLimit(int64_t nPixels);
 /* A short English message for a status of this library or the image library. */
 RZFIL_API const char *RZAPI Rz_FileStatusText(int32_t nStatus);
