@@ -11,7 +11,8 @@
  * 16-bit grey as nBitsPerPixel 16, nColorOrder 2, nDataKind 1, nLowBit 0 and
  * nHighBit = significant bits - 1 (PNG sBIT, TIFF MaxSampleValue or PNM
  * maxval when it is 2^k - 1, else 15); colour as 24/48-bit BGR, with alpha
- * as 32/64-bit. Grey with alpha loads as colour with alpha. Saving writes
+ * as 32/64-bit. PNG grey with alpha loads as colour with alpha; TIFF kinds
+ * without a kernel layout (CMYK, YCbCr, grey with alpha) as 24-bit. Saving writes
  * what the current view shows, at the nearest depth the format holds: 12-bit
  * grey as 16-bit with its bit range, palettes as palettes (PNG, TIFF) or
  * colour (PNM, JPEG), alpha kept by PNG and TIFF only.
