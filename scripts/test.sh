@@ -18,11 +18,11 @@ fi
 build_and_test() {
     local dir=$1
     shift
-    echo "== configure $dir"
+    echo "== configure $dir (${SECONDS}s)"
     cmake -S . -B "$dir" -DRZ_BUILD_TESTS=ON "${launcher[@]}" "$@"
-    echo "== build $dir"
+    echo "== build $dir (${SECONDS}s)"
     cmake --build "$dir" -j"$JOBS"
-    echo "== test $dir"
+    echo "== test $dir (${SECONDS}s)"
     ctest --test-dir "$dir" --output-on-failure --no-tests=error -j"$JOBS"
 }
 
@@ -34,4 +34,4 @@ export ASAN_OPTIONS=detect_leaks=1
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 build_and_test build-asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DRZ_BUILD_BENCH=OFF -DRZ_SANITIZE=ON
 
-echo "== all tests passed"
+echo "== all tests passed (${SECONDS}s)"
