@@ -10,6 +10,9 @@
 // the fourth channel of 32 and 64-bit pixels is kept by the row writer.
 // Palette bitmaps change their palette entries instead. Every pixel loop is
 // a template over the channel type, chosen once per call.
+// Floating-point traps are never enabled by this library; see colour_models.cpp.
+#pragma GCC optimize("no-trapping-math")
+
 #include "colour/colour_models.h"
 #include "frame/kmem.h"
 #include "frame/row_context.h"
@@ -108,57 +111,76 @@ template <class Prepare, class Spans> int32_t RunPixels(BitmapDesc *bmp, Prepare
 
 int32_t NoScratch(int32_t) { return ST_SUCCESS; }
 
-template <class T> void Store(T *p, const Rgb &c) {
-    p[0] = static_cast<T>(c.b);
-    p[1] = static_cast<T>(c.g);
-    p[2] = static_cast<T>(c.r);
-}
-
 template <class T> constexpr bool IsByte = sizeof(T) == 1;
 
-// ---- Hue rotation ----
+// ---- Span kernels ----
+//
+// One per operation and channel type, compiled for several instruction sets
+// (RZ_VECTOR_CLONES); each block of a span goes through the model as channel
+// arrays. A kernel object calls the one for the working pixels it is given.
+
+template <class T> RZ_INLINE void HueSpan(T *px, int32_t n, int32_t add) {
+    ForEachBlock(px, n, [add](int32_t *r, int32_t *g, int32_t *b, int32_t m, int32_t) RZ_INLINE_LAMBDA {
+        for (int32_t i = 0; i < m; ++i) {
+            Rgb c;
+            if constexpr (IsByte<T>) {
+                const Hsv f = ByteHsvFromRgb(r[i], g[i], b[i]);
+                c = RgbFromByteHsv((f.h + add) & 0xFF, f.s, f.v);
+            } else {
+                const Hsv f = WordHsvFromRgb(r[i], g[i], b[i]);
+                c = RgbFromWordHsv((f.h + add) & 0xFFFF, f.s, f.v);
+            }
+            r[i] = c.r, g[i] = c.g, b[i] = c.b;
+        }
+    });
+}
+
+// The saturation changes by its share `change` / 256 on the channel's HLS scale.
+template <class T> RZ_INLINE void SaturationSpan(T *px, int32_t n, int32_t change) {
+    ForEachBlock(px, n, [change](int32_t *r, int32_t *g, int32_t *b, int32_t m, int32_t) RZ_INLINE_LAMBDA {
+        constexpr int32_t M = Scale<T>::kMax;
+        for (int32_t i = 0; i < m; ++i) {
+            const Hls f = ScaleHlsFromRgb<T>(r[i], g[i], b[i]);
+            int32_t s = f.s + ((f.s * change) >> 8);
+            s = s < 0 ? 0 : s > M ? M : s;
+            const Rgb c = RgbFromScaleHls<T>(f.h, f.l, s);
+            r[i] = c.r, g[i] = c.g, b[i] = c.b;
+        }
+    });
+}
+
+template <class T> RZ_INLINE void DesaturateSpan(T *px, int32_t n) {
+    ForEachBlock(px, n, [](int32_t *r, int32_t *g, int32_t *b, int32_t m, int32_t) RZ_INLINE_LAMBDA {
+        for (int32_t i = 0; i < m; ++i) {
+            const int32_t v = (Max3(r[i], g[i], b[i]) + Min3(r[i], g[i], b[i])) >> 1;
+            r[i] = g[i] = b[i] = v;
+        }
+    });
+}
+
+RZ_VECTOR_CLONES void HueSpan8(uint8_t *px, int32_t n, int32_t add) { HueSpan(px, n, add); }
+RZ_VECTOR_CLONES void HueSpan16(uint16_t *px, int32_t n, int32_t add) { HueSpan(px, n, add); }
+RZ_VECTOR_CLONES void SaturationSpan8(uint8_t *px, int32_t n, int32_t change) { SaturationSpan(px, n, change); }
+RZ_VECTOR_CLONES void SaturationSpan16(uint16_t *px, int32_t n, int32_t change) { SaturationSpan(px, n, change); }
+RZ_VECTOR_CLONES void DesaturateSpan8(uint8_t *px, int32_t n) { DesaturateSpan(px, n); }
+RZ_VECTOR_CLONES void DesaturateSpan16(uint16_t *px, int32_t n) { DesaturateSpan(px, n); }
 
 struct HueShift {
     int32_t byteSteps; // added modulo 256 on the byte scale
     int32_t wordUnits; // added modulo 65536 on the word scale
-
-    template <class T> void operator()(T *px, int32_t n) const {
-        for (int32_t i = 0; i < n; ++i, px += 3) {
-            if constexpr (IsByte<T>) {
-                const Hsv f = ByteHsvFromRgb(px[2], px[1], px[0]);
-                Store(px, RgbFromByteHsv((f.h + byteSteps) & 0xFF, f.s, f.v));
-            } else {
-                const Hsv f = WordHsvFromRgb(px[2], px[1], px[0]);
-                Store(px, RgbFromWordHsv((f.h + wordUnits) & 0xFFFF, f.s, f.v));
-            }
-        }
-    }
+    void operator()(uint8_t *px, int32_t n) const { HueSpan8(px, n, byteSteps); }
+    void operator()(uint16_t *px, int32_t n) const { HueSpan16(px, n, wordUnits); }
 };
-
-// ---- Saturation on the channel's own HLS scale ----
 
 struct SaturationShift {
     int32_t change; // -256..256: the share of the saturation added, in 256ths
-
-    template <class T> void operator()(T *px, int32_t n) const {
-        constexpr int32_t M = Scale<T>::kMax;
-        for (int32_t i = 0; i < n; ++i, px += 3) {
-            const Hls f = ScaleHlsFromRgb<T>(px[2], px[1], px[0]);
-            const int32_t s = std::clamp(f.s + ((f.s * change) >> 8), 0, M);
-            Store(px, RgbFromScaleHls<T>(f.h, f.l, s));
-        }
-    }
+    void operator()(uint8_t *px, int32_t n) const { SaturationSpan8(px, n, change); }
+    void operator()(uint16_t *px, int32_t n) const { SaturationSpan16(px, n, change); }
 };
 
-// ---- Desaturation ----
-
 struct Desaturate {
-    template <class T> void operator()(T *px, int32_t n) const {
-        for (int32_t i = 0; i < n; ++i, px += 3) {
-            const T v = static_cast<T>((Max3(px[0], px[1], px[2]) + Min3(px[0], px[1], px[2])) >> 1);
-            px[0] = px[1] = px[2] = v;
-        }
-    }
+    void operator()(uint8_t *px, int32_t n) const { DesaturateSpan8(px, n); }
+    void operator()(uint16_t *px, int32_t n) const { DesaturateSpan16(px, n); }
 };
 
 // ---- Hue remapping ----
@@ -168,23 +190,27 @@ struct HueRemap {
     uint32_t length; // 256, 4096 or 65536
 
     template <class T> void operator()(T *px, int32_t n) const {
-        for (int32_t i = 0; i < n; ++i, px += 3) {
-            if constexpr (IsByte<T>) {
-                const Hsv f = ByteHsvFromRgb(px[2], px[1], px[0]);
-                const int32_t h = std::min(f.h, 255); // hues just below a full turn reach 256
-                Hsv o = f;
-                if (mask[h]) o = {Clamp(hue[h], 255), Clamp(sat[f.s], 255), Clamp(val[f.v], 255)};
-                Store(px, RgbFromByteHsv(o.h, o.s, o.v));
-            } else {
-                const Hsv f = WordHsvFromRgb(px[2], px[1], px[0]);
-                const int32_t shift = length == 4096 ? 4 : 0;
-                const int32_t top = static_cast<int32_t>(length) - 1;
-                const int32_t h = std::min(f.h, 65535) >> shift, s = f.s >> shift, v = f.v >> shift;
-                Hsv o{h, s, v};
-                if (mask[h]) o = {Clamp(hue[h], top), Clamp(sat[s], top), Clamp(val[v], top)};
-                Store(px, RgbFromWordHsv(o.h << shift, o.s << shift, o.v << shift));
+        ForEachBlock(px, n, [this](int32_t *r, int32_t *g, int32_t *b, int32_t m, int32_t) RZ_INLINE_LAMBDA {
+            for (int32_t i = 0; i < m; ++i) {
+                Rgb c;
+                if constexpr (IsByte<T>) {
+                    const Hsv f = ByteHsvFromRgb(r[i], g[i], b[i]);
+                    const int32_t h = std::min(f.h, 255); // hues just below a full turn reach 256
+                    Hsv o = f;
+                    if (mask[h]) o = {Clamp(hue[h], 255), Clamp(sat[f.s], 255), Clamp(val[f.v], 255)};
+                    c = RgbFromByteHsv(o.h, o.s, o.v);
+                } else {
+                    const Hsv f = WordHsvFromRgb(r[i], g[i], b[i]);
+                    const int32_t shift = length == 4096 ? 4 : 0;
+                    const int32_t top = static_cast<int32_t>(length) - 1;
+                    const int32_t h = std::min(f.h, 65535) >> shift, s = f.s >> shift, v = f.v >> shift;
+                    Hsv o{h, s, v};
+                    if (mask[h]) o = {Clamp(hue[h], top), Clamp(sat[s], top), Clamp(val[v], top)};
+                    c = RgbFromWordHsv(o.h << shift, o.s << shift, o.v << shift);
+                }
+                r[i] = c.r, g[i] = c.g, b[i] = c.b;
             }
-        }
+        });
     }
     // Table values beyond the scale are taken as its top.
     static int32_t Clamp(uint32_t v, int32_t top) { return static_cast<int32_t>(std::min<uint32_t>(v, top)); }
@@ -257,65 +283,124 @@ void BuildChangeTable(ChangeEntry *table, int32_t hue, int32_t sat, int32_t inte
 
 // Hue in the record's units, saturation in its hundredths or percent,
 // intensity as a sample offset (capped at +1000 tenths, not below).
+// Hue in the record's units, saturation in its hundredths or percent,
+// intensity as a sample offset (capped at +1000 tenths, not below). Beyond
+// what can matter to a sample the saturation share is limited to -P..P x P
+// and the offset to -M..M, so the pixel loops stay in narrow integers.
 template <class T> void RescaleChangeTable(ChangeEntry *table) {
+    constexpr int64_t P = Scale<T>::kPercent, M = Scale<T>::kMax;
     for (int32_t h = 0; h < kTableEntries; ++h) {
         ChangeEntry &e = table[h];
         const int64_t in = std::min(e.intensity, 1000);
+        int64_t sat, offset;
         if constexpr (IsByte<T>) {
             e.hue = e.hue * 100 / 10000;
-            e.sat = static_cast<int32_t>(static_cast<int64_t>(e.sat) * 100 / 1000);
-            e.intensity = static_cast<int32_t>((in * 255 + 500) / 1000);
+            sat = static_cast<int64_t>(e.sat) * 100 / 1000;
+            offset = (in * 255 + 500) / 1000;
         } else {
-            e.sat = static_cast<int32_t>(std::clamp<int64_t>(static_cast<int64_t>(e.sat) * 100 / 10, INT32_MIN, INT32_MAX));
-            e.intensity = static_cast<int32_t>((in * 65535 + 500) / 1000);
+            sat = static_cast<int64_t>(e.sat) * 100 / 10;
+            offset = (in * 65535 + 500) / 1000;
         }
+        e.sat = static_cast<int32_t>(std::clamp<int64_t>(sat, -P, P * P));
+        e.intensity = static_cast<int32_t>(std::clamp<int64_t>(offset, -M, M));
     }
 }
 
-// Step 1 converts a run of pixels to degrees-and-percent HSV; the hue keys
-// the table and is rotated; back, then to HLS where the saturation changes
-// by its share; back, and the intensity offset is added to each channel.
-// Palette entries (OneEntry) go through the single-pixel converter.
-template <class T, bool OneEntry = false> struct HueSatIntRows {
-    const ChangeEntry *table;
-    HsvRecord<T> *hsv;
-    HlsRecord<T> *hls;
-    uint16_t *keys;
+// The steps keyed by the incoming hue: rotate the hue (table hues lie
+// within half a turn), change the saturation by its share (truncating
+// toward zero), add the intensity offset.
+template <class T> RZ_INLINE int32_t RotatedHue(int32_t hue, int32_t change) {
+    constexpr int32_t kTurn = 3 * Scale<T>::kThird;
+    const int32_t h = hue + change;
+    return h < 0 ? h + kTurn : h >= kTurn ? h - kTurn : h;
+}
+template <class T> RZ_INLINE int32_t ScaledSaturation(int32_t sat, int32_t share) {
+    using I = typename Scale<T>::I;
+    constexpr I P = Scale<T>::kPercent;
+    const I product = I(sat) * share;
+    const I change = product / P; // truncates toward zero
+    const I s = sat + change;
+    return static_cast<int32_t>(s < 0 ? 0 : s > P ? P : s);
+}
+template <class T> RZ_INLINE int32_t Brightened(int32_t v, int32_t offset) {
+    constexpr int32_t M = Scale<T>::kMax;
+    const int32_t x = v + offset;
+    return x < 0 ? 0 : x > M ? M : x;
+}
+template <class T> RZ_INLINE int32_t KeyOf(int32_t hue) { return IsByte<T> ? hue : hue / 100; }
 
-    static constexpr int32_t kTurn = 3 * Scale<T>::kThird;
-    static constexpr int32_t kKeyDiv = IsByte<T> ? 1 : 100;
-
-    static int32_t Convert(int32_t mode, const void *src, void *dst, int32_t n) {
-        if constexpr (OneEntry)
-            return ConvertColourPixel(mode, src, dst);
-        else if constexpr (IsByte<T>)
-            return ConvertColourRow8(mode, src, dst, 0, n);
+// A span: to degrees-and-percent HSV through the dispatcher, the hue keys
+// the table and is rotated; back; to HLS, the saturation changes; back; the
+// intensity offset is added to each channel.
+template <class T> RZ_INLINE void HueSatIntSpan(T *px, int32_t n, const ChangeEntry *table, HsvRecord<T> *hsv,
+                                                HlsRecord<T> *hls, uint16_t *keys) {
+    const auto convert = [](int32_t mode, const void *src, void *dst, int32_t count) {
+        if constexpr (IsByte<T>)
+            ConvertColourRow8(mode, src, dst, 0, count);
         else
-            return ConvertColourRow16(mode, src, dst, 0, n);
+            ConvertColourRow16(mode, src, dst, 0, count);
+    };
+    convert(CS_RGB_TO_HSV, px, hsv, n);
+    for (int32_t i = 0; i < n; ++i) {
+        const int32_t key = KeyOf<T>(hsv[i].hue);
+        keys[i] = static_cast<uint16_t>(key);
+        hsv[i].hue = static_cast<uint16_t>(RotatedHue<T>(hsv[i].hue, table[key].hue));
     }
+    convert(CS_HSV_TO_RGB, hsv, px, n);
+    convert(CS_RGB_TO_HLS, px, hls, n);
+    for (int32_t i = 0; i < n; ++i) hls[i].sat = static_cast<T>(ScaledSaturation<T>(hls[i].sat, table[keys[i]].sat));
+    convert(CS_HLS_TO_RGB, hls, px, n);
+    ForEachBlock(px, n, [&](int32_t *r, int32_t *g, int32_t *b, int32_t m, int32_t start) RZ_INLINE_LAMBDA {
+        for (int32_t i = 0; i < m; ++i) {
+            const int32_t offset = table[keys[start + i]].intensity;
+            r[i] = Brightened<T>(r[i], offset), g[i] = Brightened<T>(g[i], offset), b[i] = Brightened<T>(b[i], offset);
+        }
+    });
+}
 
-    void operator()(T *px, int32_t n) const {
-        constexpr int32_t P = Scale<T>::kPercent, M = Scale<T>::kMax;
-        Convert(CS_RGB_TO_HSV, px, hsv, n);
-        for (int32_t i = 0; i < n; ++i) {
-            const int32_t key = hsv[i].hue / kKeyDiv;
-            keys[i] = static_cast<uint16_t>(key);
-            int32_t h = hsv[i].hue + table[key].hue;
-            if (h < 0) h += kTurn;
-            hsv[i].hue = static_cast<uint16_t>(h % kTurn);
-        }
-        Convert(CS_HSV_TO_RGB, hsv, px, n);
-        Convert(CS_RGB_TO_HLS, px, hls, n);
-        for (int32_t i = 0; i < n; ++i) {
-            const int64_t s = hls[i].sat;
-            hls[i].sat = static_cast<T>(std::clamp<int64_t>(s + s * table[keys[i]].sat / P, 0, P));
-        }
-        Convert(CS_HLS_TO_RGB, hls, px, n);
-        for (int32_t i = 0; i < n; ++i) {
-            const int32_t add = table[keys[i]].intensity;
-            T *p = px + 3 * i;
-            for (int c = 0; c < 3; ++c) p[c] = static_cast<T>(std::clamp<int64_t>(int64_t{p[c]} + add, 0, M));
-        }
+RZ_VECTOR_CLONES void HueSatIntSpan8(uint8_t *px, int32_t n, const ChangeEntry *table, HsvRecord<uint8_t> *hsv,
+                                     HlsRecord<uint8_t> *hls, uint16_t *keys) {
+    HueSatIntSpan(px, n, table, hsv, hls, keys);
+}
+RZ_VECTOR_CLONES void HueSatIntSpan16(uint16_t *px, int32_t n, const ChangeEntry *table, HsvRecord<uint16_t> *hsv,
+                                      HlsRecord<uint16_t> *hls, uint16_t *keys) {
+    HueSatIntSpan(px, n, table, hsv, hls, keys);
+}
+
+// A palette entry takes the same steps through the single-pixel converter.
+void HueSatIntEntry(uint8_t *entry, const ChangeEntry *table) {
+    HsvRecord<uint8_t> hsv;
+    HlsRecord<uint8_t> hls;
+    ConvertColourPixel(CS_RGB_TO_HSV, entry, &hsv);
+    const ChangeEntry &e = table[KeyOf<uint8_t>(hsv.hue)];
+    hsv.hue = static_cast<uint16_t>(RotatedHue<uint8_t>(hsv.hue, e.hue));
+    ConvertColourPixel(CS_HSV_TO_RGB, &hsv, entry);
+    ConvertColourPixel(CS_RGB_TO_HLS, entry, &hls);
+    hls.sat = static_cast<uint8_t>(ScaledSaturation<uint8_t>(hls.sat, e.sat));
+    ConvertColourPixel(CS_HLS_TO_RGB, &hls, entry);
+    for (int c = 0; c < 3; ++c) entry[c] = static_cast<uint8_t>(Brightened<uint8_t>(entry[c], e.intensity));
+}
+
+// Per-pixel records and keys of one working row, sized once per call.
+struct HueSatIntRows {
+    const ChangeEntry *table;
+    KrnPtr<uint8_t[]> hsv, hls;
+    KrnPtr<uint16_t[]> keys;
+
+    int32_t prepare(int32_t width, bool wide) {
+        const size_t recordBytes = wide ? sizeof(HsvRecord<uint16_t>) : sizeof(HsvRecord<uint8_t>);
+        hsv = KrnArray<uint8_t>(KrnCheckedSize(static_cast<size_t>(width), recordBytes, 1));
+        hls = KrnArray<uint8_t>(KrnCheckedSize(static_cast<size_t>(width), recordBytes, 1));
+        keys = KrnArray<uint16_t>(static_cast<size_t>(width));
+        return hsv && hls && keys ? ST_SUCCESS : ST_FAILURE;
+    }
+    void operator()(uint8_t *px, int32_t n) const {
+        HueSatIntSpan8(px, n, table, reinterpret_cast<HsvRecord<uint8_t> *>(hsv.get()),
+                       reinterpret_cast<HlsRecord<uint8_t> *>(hls.get()), keys.get());
+    }
+    void operator()(uint16_t *px, int32_t n) const {
+        HueSatIntSpan16(px, n, table, reinterpret_cast<HsvRecord<uint16_t> *>(hsv.get()),
+                        reinterpret_cast<HlsRecord<uint16_t> *>(hls.get()), keys.get());
     }
 };
 
@@ -422,37 +507,10 @@ RZIMG_API int32_t RZAPI Rz_ChangeHueSatIntBitmap(BitmapDesc *pBitmap, int32_t nH
         else
             RescaleChangeTable<uint8_t>(table.get());
 
-        if (path == Path::Palette) {
-            HsvRecord<uint8_t> hsv;
-            HlsRecord<uint8_t> hls;
-            uint16_t key;
-            const HueSatIntRows<uint8_t, true> rows{table.get(), &hsv, &hls, &key};
-            return RunPalette(pBitmap, [&](uint8_t *px) { rows(px, 1); });
-        }
-
-        // Per-pixel records and keys for one working row, sized once.
-        KrnPtr<uint8_t[]> hsvRow, hlsRow;
-        KrnPtr<uint16_t[]> keys;
-        HueSatIntRows<uint8_t> rows8{table.get(), nullptr, nullptr, nullptr};
-        HueSatIntRows<uint16_t> rows16{table.get(), nullptr, nullptr, nullptr};
-        const auto prepare = [&](int32_t width) -> int32_t {
-            const size_t recordBytes = wide ? sizeof(HsvRecord<uint16_t>) : sizeof(HsvRecord<uint8_t>);
-            hsvRow = KrnArray<uint8_t>(KrnCheckedSize(static_cast<size_t>(width), recordBytes, 1));
-            hlsRow = KrnArray<uint8_t>(KrnCheckedSize(static_cast<size_t>(width), recordBytes, 1));
-            keys = KrnArray<uint16_t>(static_cast<size_t>(width));
-            if (!hsvRow || !hlsRow || !keys) return ST_FAILURE;
-            rows8 = {table.get(), reinterpret_cast<HsvRecord<uint8_t> *>(hsvRow.get()),
-                     reinterpret_cast<HlsRecord<uint8_t> *>(hlsRow.get()), keys.get()};
-            rows16 = {table.get(), reinterpret_cast<HsvRecord<uint16_t> *>(hsvRow.get()),
-                      reinterpret_cast<HlsRecord<uint16_t> *>(hlsRow.get()), keys.get()};
-            return ST_SUCCESS;
-        };
-        return RunPixels(pBitmap, prepare, [&](auto *px, int32_t n) {
-            if constexpr (sizeof(*px) == 1)
-                rows8(px, n);
-            else
-                rows16(px, n);
-        });
+        if (path == Path::Palette)
+            return RunPalette(pBitmap, [&](uint8_t *px) { HueSatIntEntry(px, table.get()); });
+        HueSatIntRows rows{table.get(), nullptr, nullptr, nullptr};
+        return RunPixels(pBitmap, [&](int32_t width) { return rows.prepare(width, wide); }, rows);
     });
 }
 
