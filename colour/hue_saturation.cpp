@@ -332,8 +332,11 @@ template <class T> RZ_INLINE int32_t KeyOf(int32_t hue) { return IsByte<T> ? hue
 // A span: to degrees-and-percent HSV through the dispatcher, the hue keys
 // the table and is rotated; back; to HLS, the saturation changes; back; the
 // intensity offset is added to each channel.
-template <class T> RZ_INLINE void HueSatIntSpan(T *px, int32_t n, const ChangeEntry *table, HsvRecord<T> *hsv,
-                                                HlsRecord<T> *hls, uint16_t *keys) {
+// The table, the records and the keys never overlap (__restrict lets the
+// saturation loop gather from the table while it stores records).
+template <class T>
+RZ_INLINE void HueSatIntSpan(T *px, int32_t n, const ChangeEntry *__restrict table, HsvRecord<T> *__restrict hsv,
+                             HlsRecord<T> *__restrict hls, uint16_t *__restrict keys) {
     const auto convert = [](int32_t mode, const void *src, void *dst, int32_t count) {
         if constexpr (IsByte<T>)
             ConvertColourRow8(mode, src, dst, 0, count);
