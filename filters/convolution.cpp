@@ -105,7 +105,7 @@ struct Finisher {
         }
     }
 
-    template <class T> void apply(const int32_t *sum, T *out, int32_t n) const {
+    template <class T> RZ_FORCE_INLINE void apply(const int32_t *sum, T *out, int32_t n) const {
         if (!divide) {
             for (int32_t i = 0; i < n; ++i) out[i] = Store<T>(sum[i]);
         } else if (exactInFloat) {
@@ -116,7 +116,7 @@ struct Finisher {
     }
 
   private:
-    template <class T> T Store(int32_t q) const {
+    template <class T> RZ_FORCE_INLINE T Store(int32_t q) const {
         const int32_t c = q < lo ? lo : (q > hi ? hi : q);
         return T(uint32_t(c) + bias);
     }
@@ -136,7 +136,7 @@ struct Finisher {
 
     // Sums and divisor below 2^24: the single-precision quotient truncates
     // to the exact integer quotient.
-    template <class T> void applyFloat(const int32_t *sum, T *out, int32_t n) const {
+    template <class T> RZ_FORCE_INLINE void applyFloat(const int32_t *sum, T *out, int32_t n) const {
         const float d = float(divisor);
         switch (rounding) {
         case Rounding::Absolute:
@@ -170,7 +170,7 @@ template <class T> struct RowArgs {
 };
 
 // A predefined kernel compiled in; divisor 1.
-template <class T, int N> void Fixed3Row(const RowArgs<T> &a, int32_t bias, int32_t maxv) {
+template <class T, int N> RZ_FORCE_INLINE void Fixed3Row(const RowArgs<T> &a, int32_t bias, int32_t maxv) {
     using Acc = std::conditional_t<sizeof(T) == 1, int16_t, int32_t>;
     constexpr Kernel3 K = kPredefined[N];
     // Sums stay within 16 * maxv; a bias beyond twice that decides alone.
@@ -181,7 +181,8 @@ template <class T, int N> void Fixed3Row(const RowArgs<T> &a, int32_t bias, int3
     const T *__restrict r1 = a.rows[1];
     const T *__restrict r2 = a.rows[2];
     T *__restrict out = a.out;
-    for (int64_t s = a.begin; s < a.end; ++s) {
+    const int64_t begin = a.begin, end = a.end; // out may alias a: keep the bounds apart
+    for (int64_t s = begin; s < end; ++s) {
         Acc sum = b;
         if constexpr (K.c[0] != 0) sum = Acc(sum + K.c[0] * Acc(r0[s - C]));
         if constexpr (K.c[1] != 0) sum = Acc(sum + K.c[1] * Acc(r0[s]));
@@ -196,14 +197,18 @@ template <class T, int N> void Fixed3Row(const RowArgs<T> &a, int32_t bias, int3
     }
 }
 
+template <class T, int N> void Fixed3Vectorised(const RowArgs<T> &a, int32_t bias, int32_t maxv) {
+    Vectorised([&]() RZ_LAMBDA_INLINE { Fixed3Row<T, N>(a, bias, maxv); });
+}
+
 template <class T> using Fixed3Fn = void (*)(const RowArgs<T> &, int32_t, int32_t);
 
 template <class T, size_t... I> constexpr std::array<Fixed3Fn<T>, SPF_COUNT> Fixed3Table(std::index_sequence<I...>) {
-    return {&Fixed3Row<T, int(I)>...};
+    return {&Fixed3Vectorised<T, int(I)>...};
 }
 
 // Any 3x3 kernel: nine coefficients, 32-bit wrapping sums.
-template <class T> void Dynamic3Row(const RowArgs<T> &a, const int32_t *c, const Finisher &f, int32_t *sums) {
+template <class T> RZ_FORCE_INLINE void Dynamic3Row(const RowArgs<T> &a, const int32_t *c, const Finisher &f, int32_t *sums) {
     const uint32_t k0 = c[0], k1 = c[1], k2 = c[2], k3 = c[3], k4 = c[4], k5 = c[5], k6 = c[6], k7 = c[7],
                    k8 = c[8];
     const int64_t C = a.channels;
@@ -211,8 +216,9 @@ template <class T> void Dynamic3Row(const RowArgs<T> &a, const int32_t *c, const
     const T *__restrict r1 = a.rows[1];
     const T *__restrict r2 = a.rows[2];
     int32_t *__restrict acc = sums;
-    for (int64_t b = a.begin; b < a.end; b += kBlock) {
-        const int32_t n = int32_t(std::min<int64_t>(kBlock, a.end - b));
+    const int64_t begin = a.begin, end = a.end;
+    for (int64_t b = begin; b < end; b += kBlock) {
+        const int32_t n = int32_t(std::min<int64_t>(kBlock, end - b));
         for (int32_t i = 0; i < n; ++i) {
             const int64_t s = b + i;
             const uint32_t v = k0 * r0[s - C] + k1 * r0[s] + k2 * r0[s + C] + k3 * r1[s - C] + k4 * r1[s] +
@@ -231,11 +237,12 @@ struct Tap {
 
 // Any kernel: one non-zero coefficient at a time over a block of sums.
 template <class T>
-void GeneralRow(const RowArgs<T> &a, const Tap *taps, int32_t tapCount, const Finisher &f, int32_t *sums) {
+RZ_FORCE_INLINE void GeneralRow(const RowArgs<T> &a, const Tap *taps, int32_t tapCount, const Finisher &f, int32_t *sums) {
     const int64_t C = a.channels;
     uint32_t *__restrict acc = reinterpret_cast<uint32_t *>(sums);
-    for (int64_t b = a.begin; b < a.end; b += kBlock) {
-        const int32_t n = int32_t(std::min<int64_t>(kBlock, a.end - b));
+    const int64_t begin = a.begin, end = a.end;
+    for (int64_t b = begin; b < end; b += kBlock) {
+        const int32_t n = int32_t(std::min<int64_t>(kBlock, end - b));
         std::fill(acc, acc + n, 0u);
         for (int32_t t = 0; t < tapCount; ++t) {
             const T *__restrict src = a.rows[taps[t].row] + b + taps[t].offset * C;
@@ -303,9 +310,11 @@ template <class T> int32_t Convolve(BitmapDesc *bmp, Pass &pass, const Plan &pla
         if (fixed >= 0)
             kFixed[fixed](args, bias, maxv);
         else if (is3)
-            Dynamic3Row(args, plan.coef, finisher, sums.get());
+            Vectorised([&]() RZ_LAMBDA_INLINE { Dynamic3Row(args, plan.coef, finisher, sums.get()); });
         else
-            GeneralRow(args, taps.get(), int32_t(tapCount), finisher, sums.get());
+            Vectorised([&]() RZ_LAMBDA_INLINE {
+                GeneralRow(args, taps.get(), int32_t(tapCount), finisher, sums.get());
+            });
         RZ_RETURN_IF_FAILED(PutRow(ctx, out.get(), y, nullptr, 0));
     }
     KrnBitmapChanged(bmp);
@@ -356,6 +365,28 @@ int32_t SpatialFilter(BitmapDesc *bmp, const SpatialKernel *kernel) {
 
 constexpr int32_t kGaussShift = 14;
 
+// Samples [begin, end) of one row: the weighted sum of the pixel and the
+// pairs around it, rounded.
+template <class T>
+RZ_FORCE_INLINE void GaussRow(const T *src, T *out, int64_t begin, int64_t end, int64_t C, const int32_t *w,
+                               int32_t r, uint32_t *sums) {
+    for (int64_t b = begin; b < end; b += kBlock) {
+        const int32_t n = int32_t(std::min<int64_t>(kBlock, end - b));
+        uint32_t *__restrict acc = sums;
+        const T *__restrict p = src + b;
+        const uint32_t w0 = uint32_t(w[0]);
+        for (int32_t i = 0; i < n; ++i) acc[i] = (1u << (kGaussShift - 1)) + w0 * p[i];
+        for (int32_t k = 1; k <= r; ++k) {
+            const uint32_t wk = uint32_t(w[k]);
+            const T *__restrict lo = p - int64_t(k) * C;
+            const T *__restrict hi = p + int64_t(k) * C;
+            for (int32_t i = 0; i < n; ++i) acc[i] += wk * (uint32_t(lo[i]) + hi[i]);
+        }
+        T *__restrict o = out + b;
+        for (int32_t i = 0; i < n; ++i) o[i] = T(acc[i] >> kGaussShift);
+    }
+}
+
 // One pass along the rows of the current view.
 template <class T> int32_t GaussRows(BitmapDesc *bmp, Pass &pass, const int32_t *w, int32_t r) {
     const int32_t C = pass.channels;
@@ -370,21 +401,9 @@ template <class T> int32_t GaussRows(BitmapDesc *bmp, Pass &pass, const int32_t 
     for (int32_t y = rc.top; y < rc.bottom; ++y) {
         RZ_RETURN_IF_FAILED(ring.load(y));
         const T *src = ring.row(y);
-        for (int64_t b = int64_t(rc.left) * C; b < int64_t(rc.right) * C; b += kBlock) {
-            const int32_t n = int32_t(std::min<int64_t>(kBlock, int64_t(rc.right) * C - b));
-            uint32_t *__restrict acc = sums.get();
-            const T *__restrict p = src + b;
-            const uint32_t w0 = uint32_t(w[0]);
-            for (int32_t i = 0; i < n; ++i) acc[i] = (1u << (kGaussShift - 1)) + w0 * p[i];
-            for (int32_t k = 1; k <= r; ++k) {
-                const uint32_t wk = uint32_t(w[k]);
-                const T *__restrict lo = p - int64_t(k) * C;
-                const T *__restrict hi = p + int64_t(k) * C;
-                for (int32_t i = 0; i < n; ++i) acc[i] += wk * (uint32_t(lo[i]) + hi[i]);
-            }
-            T *__restrict o = out.get() + b;
-            for (int32_t i = 0; i < n; ++i) o[i] = T(acc[i] >> kGaussShift);
-        }
+        Vectorised([&]() RZ_LAMBDA_INLINE {
+            GaussRow(src, out.get(), int64_t(rc.left) * C, int64_t(rc.right) * C, C, w, r, sums.get());
+        });
         RZ_RETURN_IF_FAILED(PutRow(pass.ctx.get(), out.get(), y, nullptr, 0));
     }
     return ST_SUCCESS;

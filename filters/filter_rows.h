@@ -16,7 +16,42 @@
 #include <cstdint>
 #include <cstring>
 
+#if defined(__GNUC__)
+#define RZ_FORCE_INLINE inline __attribute__((always_inline))
+#else
+#define RZ_FORCE_INLINE inline
+#endif
+
 namespace rz::filt {
+
+// Hot loops are written once, as force-inlined templates, and run through
+// Vectorised(), which compiles the caller's lambda for AVX-512 (512-bit
+// vectors), for AVX2 and for the baseline, and picks one by the processor.
+// Elsewhere it simply runs the lambda.
+#if defined(__GNUC__) && !defined(__clang__) && defined(__x86_64__)
+#define RZ_LAMBDA_INLINE __attribute__((always_inline))
+template <class F>
+__attribute__((target("avx512f,avx512bw,avx512vl,avx2,prefer-vector-width=512"))) void VectorAvx512(const F &f) {
+    f();
+}
+template <class F> __attribute__((target("avx2"))) void VectorAvx2(const F &f) { f(); }
+inline int VectorLevel() {
+    static const int level = (__builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl")) ? 2
+                             : __builtin_cpu_supports("avx2")                                         ? 1
+                                                                                                      : 0;
+    return level;
+}
+template <class F> void Vectorised(const F &f) {
+    switch (VectorLevel()) {
+    case 2: VectorAvx512(f); break;
+    case 1: VectorAvx2(f); break;
+    default: f();
+    }
+}
+#else
+#define RZ_LAMBDA_INLINE
+template <class F> void Vectorised(const F &f) { f(); }
+#endif
 
 // 1..8-bit grey in 8-bit samples; everything else in the frame's default
 // format for its depth (16-bit grey, 24 or 48-bit colour).

@@ -11,6 +11,14 @@
 #include <cstdint>
 #include <utility>
 
+#ifndef RZ_FORCE_INLINE
+#if defined(__GNUC__)
+#define RZ_FORCE_INLINE inline __attribute__((always_inline))
+#else
+#define RZ_FORCE_INLINE inline
+#endif
+#endif
+
 namespace rz::filt {
 
 struct NetStep {
@@ -67,7 +75,7 @@ template <int Side> struct MedianNet {
     static constexpr NetworkBuild<kCount> kNet = SelectionNetwork<kCount, kRank>();
 };
 
-template <class V, const auto &Net, int I> inline void NetApplyOne(V *v) {
+template <class V, const auto &Net, int I> RZ_FORCE_INLINE void NetApplyOne(V *v) {
     constexpr NetStep s = Net.steps[I];
     if constexpr (s.kind == 0) {
         const V lo = std::min(v[s.a], v[s.b]);
@@ -81,12 +89,12 @@ template <class V, const auto &Net, int I> inline void NetApplyOne(V *v) {
     }
 }
 
-template <class V, const auto &Net, int... I> inline void NetApplyAll(V *v, std::integer_sequence<int, I...>) {
+template <class V, const auto &Net, int... I> RZ_FORCE_INLINE void NetApplyAll(V *v, std::integer_sequence<int, I...>) {
     (NetApplyOne<V, Net, I>(v), ...);
 }
 
 // Runs the network on v in place; the result is v[rank].
-template <class V, const auto &Net> inline void NetApply(V *v) {
+template <class V, const auto &Net> RZ_FORCE_INLINE void NetApply(V *v) {
     NetApplyAll<V, Net>(v, std::make_integer_sequence<int, Net.count>{});
 }
 

@@ -26,8 +26,13 @@
 #include "filters/filter_rows.h"
 #include "filters/median_network.h"
 
+#include <bit>
 #include <type_traits>
 #include <utility>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace rz::filt {
 namespace {
@@ -48,6 +53,26 @@ struct Window {
 };
 
 // --- Maximum and minimum ----------------------------------------------
+
+// dst[i] = op(a[i], b[i]); dst may be a.
+template <class T, class Op> RZ_FORCE_INLINE void Combine(T *dst, const T *a, const T *b, int64_t n) {
+    for (int64_t i = 0; i < n; ++i) dst[i] = Op::apply(a[i], b[i]);
+}
+
+// The extreme of nx pixels from each of `out` samples along a row segment
+// (src holds out + (nx - 1) pixels): doublings to the largest power of two
+// P <= nx, then two overlapping spans of P.
+template <class T, class Op>
+RZ_FORCE_INLINE void ReduceAlongX(const T *src, T *__restrict m, int64_t segSamples, T *__restrict dst, int64_t out,
+                                   int64_t P, int64_t nx, int64_t C) {
+    std::copy(src, src + segSamples, m);
+    for (int64_t len = 1; len < P; len *= 2) {
+        const int64_t step = len * C, valid = segSamples - step;
+        for (int64_t i = 0; i < valid; ++i) m[i] = Op::apply(m[i], m[i + step]);
+    }
+    const int64_t off = (nx - P) * C;
+    for (int64_t i = 0; i < out; ++i) dst[i] = Op::apply(m[i], m[i + off]);
+}
 
 template <class T, class Op> int32_t Extreme(BitmapDesc *bmp, Pass &pass, const Window &win) {
     RowContext *ctx = pass.ctx.get();
@@ -75,17 +100,10 @@ template <class T, class Op> int32_t Extreme(BitmapDesc *bmp, Pass &pass, const 
     while (P * 2 <= nx) P *= 2;
 
     // Reduces source row `real` along x into dst.
-    auto reduceRow = [&](int32_t real, T *__restrict dst) -> int32_t {
+    auto reduceRow = [&](int32_t real, T *dst) -> int32_t {
         RZ_RETURN_IF_FAILED(ring.load(real));
         const T *src = ring.row(real) + (int64_t(rc.left) - hx1) * C;
-        T *__restrict m = seg.get();
-        std::copy(src, src + segSamples, m);
-        for (int64_t len = 1; len < P; len *= 2) {
-            const int64_t step = len * C, valid = segSamples - step;
-            for (int64_t i = 0; i < valid; ++i) m[i] = Op::apply(m[i], m[i + step]);
-        }
-        const int64_t off = (nx - P) * C;
-        for (int64_t i = 0; i < outSamples; ++i) dst[i] = Op::apply(m[i], m[i + off]);
+        Vectorised([&]() RZ_LAMBDA_INLINE { ReduceAlongX<T, Op>(src, seg.get(), segSamples, dst, outSamples, P, nx, C); });
         return ST_SUCCESS;
     };
 
@@ -102,29 +120,30 @@ template <class T, class Op> int32_t Extreme(BitmapDesc *bmp, Pass &pass, const 
         else
             RZ_RETURN_IF_FAILED(reduceRow(real, slot));
         lastReal = real;
-        T *__restrict pre = prefix.get();
+        T *pre = prefix.get();
         if (o == 0)
             std::copy(slot, slot + outSamples, pre);
         else
-            for (int64_t i = 0; i < outSamples; ++i) pre[i] = Op::apply(pre[i], slot[i]);
+            Vectorised([&]() RZ_LAMBDA_INLINE { Combine<T, Op>(pre, pre, slot, outSamples); });
         if (o == ny - 1) {
             // Block complete: its suffixes, in place, then it becomes `done`.
-            for (int64_t k = ny - 2; k >= 0; --k) {
-                T *__restrict a = filling.get() + k * outSamples;
-                const T *__restrict b = a + outSamples;
-                for (int64_t i = 0; i < outSamples; ++i) a[i] = Op::apply(a[i], b[i]);
-            }
+            Vectorised([&]() RZ_LAMBDA_INLINE {
+                for (int64_t k = ny - 2; k >= 0; --k) {
+                    T *a = filling.get() + k * outSamples;
+                    Combine<T, Op>(a, a, a + outSamples, outSamples);
+                }
+            });
             std::swap(filling, done);
         }
         if (v < ny - 1) continue;
         // Output row for the window of virtual rows v - ny + 1 .. v.
         const int64_t start = (v - ny + 1) % ny;
-        T *__restrict dst = out.get() + int64_t(rc.left) * C;
-        const T *__restrict suffix = done.get() + start * outSamples;
+        T *dst = out.get() + int64_t(rc.left) * C;
+        const T *suffix = done.get() + start * outSamples;
         if (start == 0)
             std::copy(suffix, suffix + outSamples, dst);
         else
-            for (int64_t i = 0; i < outSamples; ++i) dst[i] = Op::apply(suffix[i], pre[i]);
+            Vectorised([&]() RZ_LAMBDA_INLINE { Combine<T, Op>(dst, suffix, pre, outSamples); });
         const int32_t y = int32_t(rc.top + (v - ny + 1));
         RZ_RETURN_IF_FAILED(PutRow(ctx, out.get(), y, nullptr, 0));
     }
@@ -135,7 +154,7 @@ template <class T, class Op> int32_t Extreme(BitmapDesc *bmp, Pass &pass, const 
 // --- Median: selection networks for n = 2..5 ----------------------------
 
 template <class T, int Side>
-void NetworkRow(const T *const *rows, T *__restrict out, int64_t begin, int64_t end, int64_t C) {
+RZ_FORCE_INLINE void NetworkRow(const T *const *rows, T *__restrict out, int64_t begin, int64_t end, int64_t C) {
     using Net = MedianNet<Side>;
     constexpr int h1 = (Side - 1) / 2;
     for (int64_t s = begin; s < end; ++s) {
@@ -144,6 +163,42 @@ void NetworkRow(const T *const *rows, T *__restrict out, int64_t begin, int64_t 
             for (int j = 0; j < Side; ++j) v[i * Side + j] = rows[i][s + (j - h1) * C];
         NetApply<T, Net::kNet>(v);
         out[s] = v[Net::kRank];
+    }
+}
+
+// 3x3: each column of three is sorted once for the three windows that share
+// it; the median of nine is then the median of the largest column minimum,
+// the median of the column medians and the smallest column maximum.
+template <class T>
+RZ_FORCE_INLINE void Median3Row(const T *const *rows, T *__restrict out, int64_t begin, int64_t end, int64_t C) {
+    constexpr int64_t kChunk = 512;
+    alignas(64) T lo[kChunk + 8];
+    alignas(64) T mid[kChunk + 8];
+    alignas(64) T hi[kChunk + 8];
+    const T *r0 = rows[0], *r1 = rows[1], *r2 = rows[2];
+    for (int64_t b = begin; b < end; b += kChunk) {
+        const int64_t n = std::min(kChunk, end - b), m = n + 2 * C;
+        const T *__restrict p0 = r0 + b - C;
+        const T *__restrict p1 = r1 + b - C;
+        const T *__restrict p2 = r2 + b - C;
+        for (int64_t i = 0; i < m; ++i) {
+            const T a = p0[i], b = p1[i], c = p2[i]; // values, not references: no gathers
+            const T l = std::min(a, b), h = std::max(a, b);
+            const T x = std::min(h, c);
+            hi[i] = std::max(h, c);
+            lo[i] = std::min(l, x);
+            mid[i] = std::max(l, x);
+        }
+        T *__restrict o = out + b;
+        for (int64_t i = 0; i < n; ++i) {
+            const T l0 = lo[i], l1 = lo[i + C], l2 = lo[i + 2 * C];
+            const T h0 = hi[i], h1 = hi[i + C], h2 = hi[i + 2 * C];
+            const T m0 = mid[i], m1 = mid[i + C], m2 = mid[i + 2 * C];
+            const T a = std::max(std::max(l0, l1), l2);
+            const T c = std::min(std::min(h0, h1), h2);
+            const T bm = std::max(std::min(m0, m1), std::min(std::max(m0, m1), m2));
+            o[i] = std::max(std::min(a, bm), std::min(std::max(a, bm), c));
+        }
     }
 }
 
@@ -162,7 +217,12 @@ template <class T, int Side> int32_t MedianNetwork(BitmapDesc *bmp, Pass &pass) 
         RZ_RETURN_IF_FAILED(ring.load(Clamp(int64_t(y) + h2, 0, H - 1)));
         const T *rows[Side];
         for (int i = 0; i < Side; ++i) rows[i] = ring.row(Clamp(int64_t(y) - h1 + i, 0, H - 1));
-        NetworkRow<T, Side>(rows, out.get(), int64_t(rc.left) * C, int64_t(rc.right) * C, C);
+        Vectorised([&]() RZ_LAMBDA_INLINE {
+            if constexpr (Side == 3)
+                Median3Row<T>(rows, out.get(), int64_t(rc.left) * C, int64_t(rc.right) * C, C);
+            else
+                NetworkRow<T, Side>(rows, out.get(), int64_t(rc.left) * C, int64_t(rc.right) * C, C);
+        });
         RZ_RETURN_IF_FAILED(PutRow(ctx, out.get(), y, nullptr, 0));
     }
     KrnBitmapChanged(bmp);
@@ -180,7 +240,144 @@ struct Slide {
         : out(Clamp(x - 1 - w.h1, 0, n - 1)), in(Clamp(x + w.h2, 0, n - 1)) {}
 };
 
-template <class K> int32_t MedianColumns8(BitmapDesc *bmp, Pass &pass, const Window &win) {
+// Index of the first of 16 bins at which the running count from `below`
+// exceeds target; `below` becomes the count before that bin. The counts are
+// a prefix sum, so the bins at or under target are a prefix of the 16.
+template <class K> RZ_FORCE_INLINE int FirstAbove(const K *h, K &below, K target) {
+#if defined(__SSE2__)
+    if constexpr (sizeof(K) == 2) {
+        __m128i a = _mm_load_si128(reinterpret_cast<const __m128i *>(h));
+        __m128i b = _mm_load_si128(reinterpret_cast<const __m128i *>(h + 8));
+        a = _mm_add_epi16(a, _mm_slli_si128(a, 2));
+        b = _mm_add_epi16(b, _mm_slli_si128(b, 2));
+        a = _mm_add_epi16(a, _mm_slli_si128(a, 4));
+        b = _mm_add_epi16(b, _mm_slli_si128(b, 4));
+        a = _mm_add_epi16(a, _mm_slli_si128(a, 8));
+        b = _mm_add_epi16(b, _mm_slli_si128(b, 8));
+        const __m128i top = _mm_shufflehi_epi16(a, 0xFF);
+        const __m128i base = _mm_add_epi16(_mm_set1_epi16(int16_t(below)), _mm_unpackhi_epi64(top, top));
+        a = _mm_add_epi16(a, _mm_set1_epi16(int16_t(below)));
+        b = _mm_add_epi16(b, base);
+        const __m128i t = _mm_set1_epi16(int16_t(target));
+        const __m128i zero = _mm_setzero_si128();
+        const __m128i la = _mm_cmpeq_epi16(_mm_subs_epu16(a, t), zero);
+        const __m128i lb = _mm_cmpeq_epi16(_mm_subs_epu16(b, t), zero);
+        const int j = std::popcount(uint32_t(_mm_movemask_epi8(_mm_packs_epi16(la, lb))));
+        if (j > 0) {
+            alignas(16) uint16_t cum[16];
+            _mm_store_si128(reinterpret_cast<__m128i *>(cum), a);
+            _mm_store_si128(reinterpret_cast<__m128i *>(cum + 8), b);
+            below = cum[j - 1];
+        }
+        return j;
+    }
+#endif
+    int j = 0;
+    while (K(below + h[j]) <= target) below = K(below + h[j++]);
+    return j;
+}
+
+// The column histograms of one row band: coarse counts column by column,
+// fine counts bin by bin (all columns' 16 fine counts of coarse bin k
+// together), so that sliding along a row for one bin reads memory in order.
+template <class CK> struct Columns {
+    CK *coarse; // [col][16]
+    CK *fine;   // [k][col][16]
+    int64_t cols;
+    const CK *coarseAt(int64_t col) const { return coarse + col * 16; }
+    const CK *fineAt(int64_t col, int k) const { return fine + (k * cols + col) * 16; }
+    RZ_FORCE_INLINE void add(int64_t col, uint32_t v, CK w) {
+        coarse[col * 16 + (v >> 4)] += w;
+        fine[((v >> 4) * cols + col) * 16 + (v & 15)] += w;
+    }
+    RZ_FORCE_INLINE void remove(int64_t col, uint32_t v) {
+        --coarse[col * 16 + (v >> 4)];
+        --fine[((v >> 4) * cols + col) * 16 + (v & 15)];
+    }
+};
+
+template <class CK>
+RZ_FORCE_INLINE void MoveColumnsDown(Columns<CK> &h, const uint8_t *leave, const uint8_t *enter) {
+    for (int64_t i = 0; i < h.cols; ++i) {
+        h.remove(i, leave[i]);
+        h.add(i, enter[i], 1);
+    }
+}
+
+// One channel of one output row from the column histograms.
+template <class CK, class K> struct MedianRow8 {
+    const Columns<CK> &h;
+    const Window &win;
+    int32_t W, C, c, cx0;
+    K target;
+
+    const CK *coarseAt(int32_t x) const { return h.coarseAt(int64_t(x - cx0) * C + c); }
+    const CK *fineAt(int32_t x, int k) const { return h.fineAt(int64_t(x - cx0) * C + c, k); }
+
+    RZ_FORCE_INLINE void run(int32_t left, int32_t right, uint8_t *out) const {
+        alignas(64) K kc[16];
+        alignas(64) K kf[16][16];
+        int64_t upTo[16]; // column at which kf[k] was last right
+        std::fill(kc, kc + 16, K(0));
+        const ClampedRange first(int64_t(left) - win.h1, int64_t(left) + win.h2, W);
+        for (int32_t x = first.first; x <= first.last; ++x) {
+            const K w = K(first.weight(x));
+            const CK *p = coarseAt(x);
+            for (int j = 0; j < 16; ++j) kc[j] = K(kc[j] + w * K(p[j]));
+        }
+        std::fill(upTo, upTo + 16, INT64_MIN);
+        for (int32_t x = left; x < right; ++x) {
+            if (x > left) {
+                const Slide s(x, win, W);
+                if (s.out != s.in) {
+                    const CK *a = coarseAt(s.out);
+                    const CK *b = coarseAt(s.in);
+                    for (int j = 0; j < 16; ++j) kc[j] = K(kc[j] + K(b[j]) - K(a[j]));
+                }
+            }
+            K below = 0;
+            const int k = FirstAbove(kc, below, target);
+            // Bring the fine counts of bin k to column x: step by step from
+            // where they were last, or afresh when that is cheaper.
+            K *f = kf[k];
+            if (upTo[k] == int64_t(x) - 1) { // the common case: one step
+                const Slide s(x, win, W);
+                if (s.out != s.in) {
+                    const CK *a = fineAt(s.out, k);
+                    const CK *b = fineAt(s.in, k);
+                    for (int j = 0; j < 16; ++j) f[j] = K(f[j] + K(b[j]) - K(a[j]));
+                }
+                upTo[k] = x;
+                out[int64_t(x) * C] = uint8_t(k * 16 + FirstAbove(f, below, target));
+                continue;
+            }
+            const ClampedRange cols(int64_t(x) - win.h1, int64_t(x) + win.h2, W);
+            const int64_t behind = int64_t(x) - upTo[k];
+            if (upTo[k] != INT64_MIN && 2 * behind <= int64_t(cols.last - cols.first) + 2) {
+                for (int64_t p = upTo[k] + 1; p <= x; ++p) {
+                    const Slide s(p, win, W);
+                    if (s.out == s.in) continue;
+                    const CK *a = fineAt(s.out, k);
+                    const CK *b = fineAt(s.in, k);
+                    for (int j = 0; j < 16; ++j) f[j] = K(f[j] + K(b[j]) - K(a[j]));
+                }
+            } else {
+                std::fill(f, f + 16, K(0));
+                for (int32_t q = cols.first; q <= cols.last; ++q) {
+                    const K w = K(cols.weight(q));
+                    const CK *p = fineAt(q, k);
+                    for (int j = 0; j < 16; ++j) f[j] = K(f[j] + w * K(p[j]));
+                }
+            }
+            upTo[k] = x;
+            const int j = FirstAbove(f, below, target);
+            out[int64_t(x) * C] = uint8_t(k * 16 + j);
+        }
+    }
+};
+
+// CK counts a column (up to n), K the window (up to n * n).
+template <class CK, class K> int32_t MedianColumns8(BitmapDesc *bmp, Pass &pass, const Window &win) {
     RowContext *ctx = pass.ctx.get();
     const int32_t C = pass.channels, W = pass.width, H = pass.height;
     const RzRect &rc = pass.bounds;
@@ -193,94 +390,35 @@ template <class K> int32_t MedianColumns8(BitmapDesc *bmp, Pass &pass, const Win
     RowRing<uint8_t> ring;
     RZ_RETURN_IF_FAILED(ring.init(ctx, W, C, int32_t(std::min<int64_t>(win.n + 1, H)), 0, 0));
     KrnPtr<uint8_t[]> out = pass.outputRow<uint8_t>();
-    KrnPtr<K[]> coarse = KrnArrayZeroed<K>(KrnCheckedSize(size_t(cols), 16, 1));
-    KrnPtr<K[]> fine = KrnArrayZeroed<K>(KrnCheckedSize(size_t(cols), 256, 1));
+    KrnPtr<CK[]> coarse = KrnArrayZeroed<CK>(KrnCheckedSize(size_t(cols), 16, 1));
+    KrnPtr<CK[]> fine = KrnArrayZeroed<CK>(KrnCheckedSize(size_t(cols), 256, 1));
     if (!out || !coarse || !fine) return ST_FAILURE;
+    Columns<CK> hist{coarse.get(), fine.get(), cols};
 
     // Column histograms over the rows of the first output row's window.
     const ClampedRange firstRows(int64_t(rc.top) - win.h1, int64_t(rc.top) + win.h2, H);
     ring.skipTo(firstRows.first);
     RZ_RETURN_IF_FAILED(ring.load(firstRows.last));
     for (int32_t r = firstRows.first; r <= firstRows.last; ++r) {
-        const K w = K(firstRows.weight(r));
+        const CK w = CK(firstRows.weight(r));
         const uint8_t *src = ring.row(r) + int64_t(cx0) * C;
-        for (int64_t i = 0; i < cols; ++i) {
-            coarse[i * 16 + (src[i] >> 4)] += w;
-            fine[i * 256 + src[i]] += w;
-        }
+        for (int64_t i = 0; i < cols; ++i) hist.add(i, src[i], w);
     }
 
     RZ_RETURN_IF_FAILED(pass.beginProgress(0, 100));
-    alignas(64) K kc[16];
-    alignas(64) K kf[16][16];
-    int64_t upTo[16]; // column at which kf[k] was last right
     for (int32_t y = rc.top; y < rc.bottom; ++y) {
         if (y > rc.top) {
             const int32_t leave = Clamp(int64_t(y) - 1 - win.h1, 0, H - 1);
             const int32_t enter = Clamp(int64_t(y) + win.h2, 0, H - 1);
             if (leave != enter) {
                 RZ_RETURN_IF_FAILED(ring.load(enter));
-                const uint8_t *a = ring.row(leave) + int64_t(cx0) * C;
-                const uint8_t *b = ring.row(enter) + int64_t(cx0) * C;
-                for (int64_t i = 0; i < cols; ++i) {
-                    K *cc = coarse.get() + i * 16;
-                    K *ff = fine.get() + i * 256;
-                    --cc[a[i] >> 4];
-                    --ff[a[i]];
-                    ++cc[b[i] >> 4];
-                    ++ff[b[i]];
-                }
+                const uint8_t *a = ring.row(leave) + int64_t(cx0) * C, *b = ring.row(enter) + int64_t(cx0) * C;
+                Vectorised([&]() RZ_LAMBDA_INLINE { MoveColumnsDown(hist, a, b); });
             }
         }
         for (int32_t c = 0; c < C; ++c) {
-            auto colCoarse = [&](int32_t x) { return coarse.get() + (int64_t(x - cx0) * C + c) * 16; };
-            auto colFine = [&](int32_t x, int32_t k) { return fine.get() + (int64_t(x - cx0) * C + c) * 256 + k * 16; };
-            const ClampedRange firstCols(int64_t(rc.left) - win.h1, int64_t(rc.left) + win.h2, W);
-            std::fill(kc, kc + 16, K(0));
-            for (int32_t x = firstCols.first; x <= firstCols.last; ++x) {
-                const K w = K(firstCols.weight(x));
-                const K *h = colCoarse(x);
-                for (int j = 0; j < 16; ++j) kc[j] += w * h[j];
-            }
-            std::fill(upTo, upTo + 16, INT64_MIN);
-            uint8_t *dst = out.get() + c;
-            for (int32_t x = rc.left; x < rc.right; ++x) {
-                if (x > rc.left) {
-                    const Slide s(x, win, W);
-                    if (s.out != s.in) {
-                        const K *a = colCoarse(s.out);
-                        const K *b = colCoarse(s.in);
-                        for (int j = 0; j < 16; ++j) kc[j] += K(b[j] - a[j]);
-                    }
-                }
-                K below = 0;
-                int k = 0;
-                while (K(below + kc[k]) <= target) below = K(below + kc[k++]);
-                // Bring the fine counts of bin k to column x.
-                K *f = kf[k];
-                const ClampedRange cols(int64_t(x) - win.h1, int64_t(x) + win.h2, W);
-                const int64_t behind = int64_t(x) - upTo[k];
-                if (upTo[k] != INT64_MIN && 2 * behind <= int64_t(cols.last - cols.first) + 2) {
-                    for (int64_t p = upTo[k] + 1; p <= x; ++p) {
-                        const Slide s(p, win, W);
-                        if (s.out == s.in) continue;
-                        const K *a = colFine(s.out, k);
-                        const K *b = colFine(s.in, k);
-                        for (int j = 0; j < 16; ++j) f[j] += K(b[j] - a[j]);
-                    }
-                } else {
-                    std::fill(f, f + 16, K(0));
-                    for (int32_t q = cols.first; q <= cols.last; ++q) {
-                        const K w = K(cols.weight(q));
-                        const K *h = colFine(q, k);
-                        for (int j = 0; j < 16; ++j) f[j] += w * h[j];
-                    }
-                }
-                upTo[k] = x;
-                int j = 0;
-                while (K(below + f[j]) <= target) below = K(below + f[j++]);
-                dst[int64_t(x) * C] = uint8_t(k * 16 + j);
-            }
+            const MedianRow8<CK, K> row{hist, win, W, C, c, cx0, target};
+            Vectorised([&]() RZ_LAMBDA_INLINE { row.run(rc.left, rc.right, out.get() + c); });
         }
         RZ_RETURN_IF_FAILED(PutRow(ctx, out.get(), y, nullptr, 0));
     }
@@ -437,9 +575,9 @@ template <class T> int32_t Median(BitmapDesc *bmp, Pass &pass, const Window &win
     default: break;
     }
     if constexpr (sizeof(T) == 1) {
-        if (win.n <= 255) return MedianColumns8<uint16_t>(bmp, pass, win);
-        if (win.n <= 65535) return MedianColumns8<uint32_t>(bmp, pass, win);
-        return MedianColumns8<uint64_t>(bmp, pass, win);
+        if (win.n <= 255) return MedianColumns8<uint8_t, uint16_t>(bmp, pass, win);
+        if (win.n <= 65535) return MedianColumns8<uint32_t, uint32_t>(bmp, pass, win);
+        return MedianColumns8<uint64_t, uint64_t>(bmp, pass, win);
     } else {
         if (win.n <= 65535) return MedianSnake16<uint32_t>(bmp, pass, win);
         return MedianSnake16<uint64_t>(bmp, pass, win);
