@@ -10,6 +10,7 @@
 // the fourth channel of 32 and 64-bit pixels is kept by the row writer.
 // Palette bitmaps change their palette entries instead. Every pixel loop is
 // a template over the channel type, chosen once per call.
+//
 // Floating-point traps are never enabled by this library; see colour_models.cpp.
 #pragma GCC optimize("no-trapping-math")
 
