@@ -8,7 +8,9 @@
 // Floating-point traps are never enabled by this library; without the
 // assumption that they might be, the compiler may keep the models' exact
 // float divisions unconditional and vectorise the loops.
+#if defined(__GNUC__) && !defined(__clang__)
 #pragma GCC optimize("no-trapping-math")
+#endif
 
 #include "colour/colour_models.h"
 

@@ -12,7 +12,9 @@
 // a template over the channel type, chosen once per call.
 //
 // Floating-point traps are never enabled by this library; see colour_models.cpp.
+#if defined(__GNUC__) && !defined(__clang__)
 #pragma GCC optimize("no-trapping-math")
+#endif
 
 #include "colour/colour_models.h"
 #include "frame/kmem.h"
