@@ -363,75 +363,106 @@ int32_t SpatialFilter(BitmapDesc *bmp, const SpatialKernel *kernel) {
 
 // --- Gaussian ----------------------------------------------------------
 
-constexpr int32_t kGaussShift = 14;
+// Weights are in units of 2^-Shift: 8 bits for 8-bit samples (sums fit 16
+// bits, and the weights are those of the common 8-bit peer), 14 for 16-bit.
+template <class T> constexpr int32_t kGaussShift = sizeof(T) == 1 ? 8 : 14;
+template <class T> using GaussAcc = std::conditional_t<sizeof(T) == 1, uint16_t, uint32_t>;
 
 // Samples [begin, end) of one row: the weighted sum of the pixel and the
 // pairs around it, rounded.
 template <class T>
 RZ_FORCE_INLINE void GaussRow(const T *src, T *out, int64_t begin, int64_t end, int64_t C, const int32_t *w,
-                               int32_t r, uint32_t *sums) {
+                              int32_t r, uint32_t *sums) {
+    constexpr int32_t shift = kGaussShift<T>;
     for (int64_t b = begin; b < end; b += kBlock) {
         const int32_t n = int32_t(std::min<int64_t>(kBlock, end - b));
         uint32_t *__restrict acc = sums;
         const T *__restrict p = src + b;
         const uint32_t w0 = uint32_t(w[0]);
-        for (int32_t i = 0; i < n; ++i) acc[i] = (1u << (kGaussShift - 1)) + w0 * p[i];
+        for (int32_t i = 0; i < n; ++i) acc[i] = (1u << (shift - 1)) + w0 * p[i];
         for (int32_t k = 1; k <= r; ++k) {
             const uint32_t wk = uint32_t(w[k]);
+            if (wk == 0) continue;
             const T *__restrict lo = p - int64_t(k) * C;
             const T *__restrict hi = p + int64_t(k) * C;
             for (int32_t i = 0; i < n; ++i) acc[i] += wk * (uint32_t(lo[i]) + hi[i]);
         }
         T *__restrict o = out + b;
-        for (int32_t i = 0; i < n; ++i) o[i] = T(acc[i] >> kGaussShift);
+        for (int32_t i = 0; i < n; ++i) o[i] = T(acc[i] >> shift);
     }
 }
 
-// One pass along the rows of the current view.
-template <class T> int32_t GaussRows(BitmapDesc *bmp, Pass &pass, const int32_t *w, int32_t r) {
-    const int32_t C = pass.channels;
-    RowRing<T> ring;
-    RZ_RETURN_IF_FAILED(ring.init(pass.ctx.get(), pass.width, C, 1, r, r));
-    KrnPtr<T[]> out = pass.outputRow<T>();
-    KrnPtr<uint32_t[]> sums = KrnArray<uint32_t>(kBlock);
-    if (!out || !sums) return ST_FAILURE;
-    const RzRect &rc = pass.bounds;
-    ring.skipTo(rc.top);
-    (void)bmp;
-    for (int32_t y = rc.top; y < rc.bottom; ++y) {
-        RZ_RETURN_IF_FAILED(ring.load(y));
-        const T *src = ring.row(y);
-        Vectorised([&]() RZ_LAMBDA_INLINE {
-            GaussRow(src, out.get(), int64_t(rc.left) * C, int64_t(rc.right) * C, C, w, r, sums.get());
-        });
-        RZ_RETURN_IF_FAILED(PutRow(pass.ctx.get(), out.get(), y, nullptr, 0));
+// The same with the half-width compiled in: the taps unroll and the sums
+// stay in registers (16-bit ones for 8-bit samples).
+template <class T, int R>
+RZ_FORCE_INLINE void GaussRowFixed(const T *src, T *__restrict out, int64_t begin, int64_t end, int64_t C,
+                                   const int32_t *w) {
+    using Acc = GaussAcc<T>;
+    constexpr int32_t shift = kGaussShift<T>;
+    Acc wk[R + 1];
+    for (int k = 0; k <= R; ++k) wk[k] = Acc(w[k]);
+    const T *__restrict p = src;
+    for (int64_t s = begin; s < end; ++s) {
+        Acc acc = Acc((1u << (shift - 1)) + wk[0] * p[s]);
+        for (int k = 1; k <= R; ++k) acc = Acc(acc + wk[k] * Acc(Acc(p[s - k * C]) + Acc(p[s + k * C])));
+        out[s] = T(acc >> shift);
     }
-    return ST_SUCCESS;
 }
 
-int32_t GaussPass(BitmapDesc *bmp, const int32_t *w, int32_t r, int32_t start, int32_t end) {
-    Pass pass;
-    RZ_RETURN_IF_FAILED(pass.open(bmp, FilterMode(bmp)));
-    RZ_RETURN_IF_FAILED(pass.beginProgress(start, end));
-    return pass.wide ? GaussRows<uint16_t>(bmp, pass, w, r) : GaussRows<uint8_t>(bmp, pass, w, r);
+template <class T, int... R>
+void GaussRowDispatch(const T *src, T *out, int64_t begin, int64_t end, int64_t C, const int32_t *w, int32_t r,
+                      uint32_t *sums, std::integer_sequence<int, R...>) {
+    const bool fixed = ((r == R + 1 &&
+                         (Vectorised([&]() RZ_LAMBDA_INLINE { GaussRowFixed<T, R + 1>(src, out, begin, end, C, w); }),
+                          true)) ||
+                        ...);
+    if (!fixed) Vectorised([&]() RZ_LAMBDA_INLINE { GaussRow(src, out, begin, end, C, w, r, sums); });
 }
 
-// Weights rounded from the tail inwards, so that every tail sum is the
-// rounded exact one and no weight can go negative; the centre takes the
-// rest of 2^14.
-void GaussWeights(double sigma, int32_t r, const double *g, int32_t *w) {
+// Integer weights w[0..r] summing (both sides) to 2^shift, rounded from
+// the tail inwards: every tail sum is the rounded exact one, so no weight is
+// negative and the total is exact; the centre takes the rest.
+void GaussWeights(const double *g, int32_t r, int32_t shift, int32_t *w) {
     double total = g[0];
     for (int32_t i = 1; i <= r; ++i) total += 2 * g[i];
     double tail = 0;
     int64_t prev = 0;
     for (int32_t i = r; i >= 1; --i) {
         tail += g[i];
-        const int64_t rounded = std::llround(tail / total * (1 << kGaussShift));
+        const int64_t rounded = std::llround(tail / total * double(int64_t(1) << shift));
         w[i] = int32_t(rounded - prev);
         prev = rounded;
     }
-    w[0] = int32_t((1 << kGaussShift) - 2 * prev);
-    (void)sigma;
+    w[0] = int32_t((int64_t(1) << shift) - 2 * prev);
+}
+
+// One pass along the rows of the current view.
+template <class T> int32_t GaussRows(Pass &pass, const double *g, int32_t r) {
+    const int32_t C = pass.channels;
+    RowRing<T> ring;
+    RZ_RETURN_IF_FAILED(ring.init(pass.ctx.get(), pass.width, C, 1, r, r));
+    KrnPtr<T[]> out = pass.outputRow<T>();
+    KrnPtr<uint32_t[]> sums = KrnArray<uint32_t>(kBlock);
+    KrnPtr<int32_t[]> w = KrnArray<int32_t>(size_t(r) + 1);
+    if (!out || !sums || !w) return ST_FAILURE;
+    GaussWeights(g, r, kGaussShift<T>, w.get());
+    const RzRect &rc = pass.bounds;
+    ring.skipTo(rc.top);
+    for (int32_t y = rc.top; y < rc.bottom; ++y) {
+        RZ_RETURN_IF_FAILED(ring.load(y));
+        const T *src = ring.row(y);
+        GaussRowDispatch(src, out.get(), int64_t(rc.left) * C, int64_t(rc.right) * C, C, w.get(), r, sums.get(),
+                         std::make_integer_sequence<int, 12>{});
+        RZ_RETURN_IF_FAILED(PutRow(pass.ctx.get(), out.get(), y, nullptr, 0));
+    }
+    return ST_SUCCESS;
+}
+
+int32_t GaussPass(BitmapDesc *bmp, const double *g, int32_t r, int32_t start, int32_t end) {
+    Pass pass;
+    RZ_RETURN_IF_FAILED(pass.open(bmp, FilterMode(bmp)));
+    RZ_RETURN_IF_FAILED(pass.beginProgress(start, end));
+    return pass.wide ? GaussRows<uint16_t>(pass, g, r) : GaussRows<uint8_t>(pass, g, r);
 }
 
 int32_t GaussianFilter(BitmapDesc *bmp, int32_t radius) {
@@ -441,18 +472,16 @@ int32_t GaussianFilter(BitmapDesc *bmp, int32_t radius) {
 
     const double sigma = (2.0 * (radius * 0.1 + 1.0) + 0.5) / 3.0;
     const int32_t r = int32_t(3.0 * sigma);
-    KrnPtr<int32_t[]> w = KrnArray<int32_t>(size_t(r) + 1);
     KrnPtr<double[]> g = KrnArray<double>(size_t(r) + 1);
-    if (!w || !g) return ST_FAILURE;
+    if (!g) return ST_FAILURE;
     for (int32_t i = 0; i <= r; ++i) g[i] = std::exp(-double(i) * i / (2.0 * sigma * sigma));
-    GaussWeights(sigma, r, g.get(), w.get());
 
     return InPictureView(bmp, [&]() -> int32_t {
-        int32_t st = GaussPass(bmp, w.get(), r, 0, 50);
+        int32_t st = GaussPass(bmp, g.get(), r, 0, 50);
         if (st == ST_NOTHING_TO_DO) return ReportDone(bmp);
         if (st != ST_SUCCESS) return st;
         RZ_RETURN_IF_FAILED(KrnChangeViewPerspective(nullptr, bmp, BITMAPDESC_SIZE, 5, 0));
-        st = GaussPass(bmp, w.get(), r, 51, 100);
+        st = GaussPass(bmp, g.get(), r, 51, 100);
         if (st != ST_SUCCESS) return st;
         KrnBitmapChanged(bmp);
         return ST_SUCCESS;

@@ -157,13 +157,17 @@ typedef struct UserFilterKernel {
  * over k + 9. 1000 is the classic sharpening kernel, -1000 the 3x3 box.
  *
  * Rz_GaussianFilterBitmap(nRadius 1..10000, tenths): sigma =
- * (2 * (nRadius / 10 + 1) + 0.5) / 3, half-width r = trunc(3 sigma). The
- * weights are w[i] = round(16384 * g(i) / sum of g over -r..r) with
- * g(i) = exp(-i^2 / (2 sigma^2)), the centre taking what makes them sum to
- * exactly 16384; a sample is (sum of w[i] * pixel + 8192) >> 14, rounded to
- * nearest. Rows first (progress 0..50), then columns through the transposed
- * view (51..100); the rows' result is stored at the bitmap's precision
- * before the columns are filtered.
+ * (2 * (nRadius / 10 + 1) + 0.5) / 3, half-width r = trunc(3 sigma). With
+ * g(i) = exp(-i^2 / (2 sigma^2)) and G(i) the share of g(i) + .. + g(r) in
+ * the sum of g over -r..r, the weights in units of 2^-s are
+ * w[i] = w[-i] = round(2^s G(i)) - round(2^s G(i + 1)) (rounded from the
+ * tail in: none is negative, the total is exact), the centre taking the
+ * rest of 2^s; a sample is (sum of w[i] * pixel + 2^(s-1)) >> s, rounded to
+ * nearest. s is 8 for 8-bit samples (the weights OpenCV's 8-bit Gaussian
+ * uses, so results agree with it within one level) and 14 for 16-bit ones.
+ * Rows first (progress 0..50), then columns through the transposed view
+ * (51..100); the rows' result is stored at the bitmap's precision before
+ * the columns are filtered.
  *
  * Rank filters (nSize 1 or more): the n x n window covers (n - 1) / 2 rows
  * and columns before the pixel and n / 2 after; the median of an even

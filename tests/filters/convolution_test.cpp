@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <numeric>
+#include <tuple>
 
 namespace rz::test {
 namespace {
@@ -224,21 +225,28 @@ TEST(UserFilter, OffsetIsWidenedOnSixteenBitSamples) {
 }
 
 TEST(Gaussian, WeightsAreTheDocumentedOnes) {
-    // One row of 16-bit samples, an impulse in the middle: the columns pass
-    // sees single samples and leaves them, so each output is
-    // (w[i] * 65535 + 8192) >> 14.
+    // One row, an impulse in the middle: the columns pass sees single
+    // samples and leaves them, so each output is the rounded weight times
+    // the impulse: in 2^-14 for 16-bit samples, 2^-8 for 8-bit ones.
     for (int32_t radius : {1, 20, 100}) {
-        const std::vector<int64_t> w = DocumentedGaussWeights(radius);
-        const int32_t r = int32_t(w.size()) - 1;
-        EXPECT_EQ(w[0] + 2 * std::accumulate(w.begin() + 1, w.end(), int64_t(0)), 16384);
-        for (int32_t i = 1; i <= r; ++i) EXPECT_LE(w[i], w[i - 1]) << "weights fall away from the centre";
-        Bitmap b = Flat("grey16", 2 * r + 5, 1, 0);
-        b.setPixel(r + 2, 0, 65535);
-        ASSERT_EQ(Rz_GaussianFilterBitmap(b.get(), radius), 1);
-        for (int32_t i = -r; i <= r; ++i)
-            EXPECT_EQ(int64_t(b.pixel(r + 2 + i, 0)), (w[std::abs(i)] * 65535 + 8192) >> 14) << "radius " << radius << " tap " << i;
-        EXPECT_EQ(b.pixel(0, 0), 0u);
+        for (auto [layout, shift, peak] : {std::tuple{"grey16", 14, 65535}, std::tuple{"grey8", 8, 255}}) {
+            SCOPED_TRACE(std::string(layout) + " radius " + std::to_string(radius));
+            const std::vector<int64_t> w = DocumentedGaussWeights(radius, shift);
+            const int32_t r = int32_t(w.size()) - 1;
+            EXPECT_EQ(w[0] + 2 * std::accumulate(w.begin() + 1, w.end(), int64_t(0)), int64_t(1) << shift);
+            for (int32_t i = 0; i <= r; ++i) EXPECT_GE(w[i], 0) << "tap " << i;
+            Bitmap b = Flat(layout, 2 * r + 5, 1, 0);
+            b.setPixel(r + 2, 0, uint64_t(peak));
+            ASSERT_EQ(Rz_GaussianFilterBitmap(b.get(), radius), 1);
+            for (int32_t i = -r; i <= r; ++i)
+                EXPECT_EQ(int64_t(b.pixel(r + 2 + i, 0)), (w[std::abs(i)] * peak + (int64_t(1) << (shift - 1))) >> shift)
+                    << "tap " << i;
+            EXPECT_EQ(b.pixel(0, 0), 0u);
+        }
     }
+    // Worked by hand for radius 3 (sigma 1.0333, r 3): the tail shares of
+    // 256 are 1.46, 16.65 and 78.56, rounded 1, 17, 79; so 98 62 16 1.
+    EXPECT_EQ(DocumentedGaussWeights(3, 8), (std::vector<int64_t>{98, 62, 16, 1}));
 }
 
 TEST(Gaussian, ProgressRunsThroughBothHalves) {

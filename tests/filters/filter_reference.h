@@ -140,29 +140,32 @@ inline Picture ReferenceRank(const Picture &p, int64_t n, RefRank op) {
     return q;
 }
 
-// The documented Gaussian weights w[0..r] (2^14 in all).
-inline std::vector<int64_t> DocumentedGaussWeights(int32_t radius) {
+// The documented Gaussian weights w[0..r], in units of 2^-shift.
+inline std::vector<int64_t> DocumentedGaussWeights(int32_t radius, int32_t shift) {
     const double sigma = (2.0 * (radius * 0.1 + 1.0) + 0.5) / 3.0;
     const int32_t r = int32_t(3.0 * sigma);
     std::vector<double> g(r + 1);
     double total = 0;
     for (int32_t i = -r; i <= r; ++i) total += std::exp(-double(i) * i / (2 * sigma * sigma));
     for (int32_t i = 0; i <= r; ++i) g[i] = std::exp(-double(i) * i / (2 * sigma * sigma)) / total;
+    const double unit = double(int64_t(1) << shift);
     std::vector<int64_t> w(r + 1);
     int64_t sides = 0;
     for (int32_t i = 1; i <= r; ++i) {
         double tail = 0, tailNext = 0;
         for (int32_t j = i; j <= r; ++j) tail += g[j];
         for (int32_t j = i + 1; j <= r; ++j) tailNext += g[j];
-        w[i] = std::llround(tail * 16384) - std::llround(tailNext * 16384);
+        w[i] = std::llround(tail * unit) - std::llround(tailNext * unit);
         sides += w[i];
     }
-    w[0] = 16384 - 2 * sides;
+    w[0] = (int64_t(1) << shift) - 2 * sides;
     return w;
 }
 
 // One Gaussian pass along the rows of the view.
-inline Picture ReferenceGaussRows(const Picture &p, const std::vector<int64_t> &w) {
+inline Picture ReferenceGaussRows(const Picture &p, int32_t radius) {
+    const int32_t shift = p.wide ? 14 : 8;
+    const std::vector<int64_t> w = DocumentedGaussWeights(radius, shift);
     Picture q = p;
     const int32_t r = int32_t(w.size()) - 1;
     for (int32_t y = 0; y < p.h; ++y)
@@ -170,7 +173,7 @@ inline Picture ReferenceGaussRows(const Picture &p, const std::vector<int64_t> &
             for (int32_t c = 0; c < p.channels; ++c) {
                 int64_t sum = 0;
                 for (int32_t i = -r; i <= r; ++i) sum += w[std::abs(i)] * p.clamped(int64_t(x) + i, y, c);
-                q.at(x, y, c) = (sum + 8192) >> 14;
+                q.at(x, y, c) = (sum + (int64_t(1) << (shift - 1))) >> shift;
             }
     return q;
 }
@@ -178,11 +181,10 @@ inline Picture ReferenceGaussRows(const Picture &p, const std::vector<int64_t> &
 // Both passes: rows in view 1, then rows of the transposed view, each
 // written back through the frame as the operation stores its first pass.
 inline void ApplyReferenceGaussian(BitmapDesc *b, int32_t radius) {
-    const std::vector<int64_t> w = DocumentedGaussWeights(radius);
     const int32_t view = b->nViewPerspective;
     for (int32_t passView : {1, 5}) {
         KrnChangeViewPerspective(nullptr, b, BITMAPDESC_SIZE, passView, 0);
-        WritePicture(b, ReferenceGaussRows(ReadPicture(b), w));
+        WritePicture(b, ReferenceGaussRows(ReadPicture(b), radius));
     }
     KrnChangeViewPerspective(nullptr, b, BITMAPDESC_SIZE, view, 0);
 }
