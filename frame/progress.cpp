@@ -6,7 +6,7 @@
 
 namespace rz {
 
-int32_t StartProgress(ProgressState *s, int32_t start, int32_t end, uint32_t steps) {
+int32_t BeginDistribution(ProgressState *s, int32_t start, int32_t end, uint32_t steps) {
     s->pfnStatus = KrnGetStatusCallback(&s->pUserData);
     s->nLastResult = 1;
     if (!s->pfnStatus) return 1;
@@ -17,10 +17,29 @@ int32_t StartProgress(ProgressState *s, int32_t start, int32_t end, uint32_t ste
     s->nQuotient = steps ? span / steps : 0;
     s->nQuotientRemainder = steps ? span % steps : 0;
     const int32_t r = s->pfnStatus(start, s->pUserData);
-    if (r != 1) {
-        s->nLastResult = r;
-        return r;
+    if (r != 1) s->nLastResult = r;
+    return r;
+}
+
+int32_t StepDistribution(ProgressState *s) {
+    if (!s->pfnStatus || s->nSteps == 0) return 1;
+    s->nPercent += static_cast<int32_t>(s->nQuotient);
+    s->nRemainder += s->nQuotientRemainder;
+    bool report = s->nQuotient != 0;
+    if (s->nRemainder >= s->nSteps) {
+        s->nRemainder -= s->nSteps;
+        s->nPercent += 1;
+        report = true;
     }
+    if (!report) return 1;
+    const int32_t r = s->pfnStatus(s->nPercent, s->pUserData);
+    if (r != 1) s->nLastResult = r;
+    return r;
+}
+
+int32_t StartProgress(ProgressState *s, int32_t start, int32_t end, uint32_t steps) {
+    const int32_t r = BeginDistribution(s, start, end, steps);
+    if (r != 1 || !s->pfnStatus) return r;
     KrnSetStatusCallback(nullptr, nullptr, nullptr, nullptr);
     return 1;
 }

@@ -18,6 +18,12 @@ struct ProgressState {
     int32_t nLastResult = 1;
 };
 
+// Fetches the callback, spreads (end - start) over `steps` and reports
+// `start`; the row context's progress is this too.
+int32_t BeginDistribution(ProgressState *state, int32_t start, int32_t end, uint32_t steps);
+// One of `steps`: reports when a whole percent was reached.
+int32_t StepDistribution(ProgressState *state);
+
 int32_t StartProgress(ProgressState *state, int32_t start, int32_t end, uint32_t steps);
 int32_t StartProgress(ProgressState *state);
 int32_t AdvanceProgress(ProgressState *state, int32_t target);

@@ -75,12 +75,6 @@ int32_t ReadRegionSpans(RowContext *ctx, int32_t row, int32_t *spans, uint32_t *
     return 1;
 }
 
-int32_t CallbackStep(RowContext *ctx) {
-    const int32_t r = ctx->pfnStatus(ctx->nPercent, ctx->pUserData);
-    if (r != 1) ctx->nLastResult = r;
-    return r;
-}
-
 } // namespace
 
 int32_t CreateRowContext(BitmapDesc *bmp, RowContext **out, uint32_t mode) {
@@ -98,7 +92,7 @@ int32_t CreateRowContext(BitmapDesc *bmp, RowContext **out, uint32_t mode) {
     ctx->uSavedState = KrnSaveBitmapState(bmp);
     ctx->nLowBit = bmp->nLowBit;
     ctx->nHighBit = bmp->nHighBit;
-    ctx->nLastResult = 1;
+    ctx->progress.nLastResult = 1;
 
     const int32_t bits = bmp->nBitsPerPixel;
     const bool grey = KrnIsGrayscale(bmp) || bmp->nColorOrder == KRN_ORDER_GRAY;
@@ -346,23 +340,8 @@ int32_t SetContextBitRange(RowContext *ctx, int32_t low, int32_t high) {
     return 1;
 }
 
-namespace {
-int32_t StartDistribution(RowContext *ctx, int32_t start, int32_t end, uint32_t steps) {
-    ctx->pfnStatus = KrnGetStatusCallback(&ctx->pUserData);
-    ctx->nLastResult = 1;
-    if (!ctx->pfnStatus) return 1;
-    ctx->nPercent = start;
-    ctx->nRemainder = 0;
-    ctx->nSteps = steps;
-    const uint32_t span = static_cast<uint32_t>(std::max(end - start, 0));
-    ctx->nQuotient = steps ? span / steps : 0;
-    ctx->nQuotientRemainder = steps ? span % steps : 0;
-    return CallbackStep(ctx);
-}
-} // namespace
-
 int32_t BeginProgress(RowContext *ctx, int32_t start, int32_t end) {
-    return StartDistribution(ctx, start, end, static_cast<uint32_t>(std::max(ctx->nRows, 0)));
+    return BeginDistribution(&ctx->progress, start, end, static_cast<uint32_t>(std::max(ctx->nRows, 0)));
 }
 int32_t BeginProgress(RowContext *ctx) { return BeginProgress(ctx, 0, 100); }
 
@@ -371,28 +350,17 @@ int32_t BeginProgressRegion(RowContext *ctx, int32_t start, int32_t end) {
     if (DisGetRegionBounds(ctx->pBitmap, 0, &r) != 1) return ST_FAILURE;
     const int32_t h = r.bottom - r.top;
     if (h <= 0) return 1;
-    return StartDistribution(ctx, start, end, static_cast<uint32_t>(h));
+    return BeginDistribution(&ctx->progress, start, end, static_cast<uint32_t>(h));
 }
 int32_t BeginProgressRegion(RowContext *ctx) { return BeginProgressRegion(ctx, 0, 100); }
 
 int32_t BeginProgressRect(RowContext *ctx, int32_t start, int32_t end, const RzRect *rect) {
     if (!rect) return ST_INVALID_PARAMETER;
-    return StartDistribution(ctx, start, end, static_cast<uint32_t>(std::max(rect->bottom - rect->top, 0)));
+    return BeginDistribution(&ctx->progress, start, end, static_cast<uint32_t>(std::max(rect->bottom - rect->top, 0)));
 }
 int32_t BeginProgressRect(RowContext *ctx, const RzRect *rect) { return BeginProgressRect(ctx, 0, 100, rect); }
 
-int32_t StepProgress(RowContext *ctx) {
-    if (!ctx->pfnStatus || ctx->nSteps == 0) return 1;
-    ctx->nPercent += static_cast<int32_t>(ctx->nQuotient);
-    ctx->nRemainder += ctx->nQuotientRemainder;
-    if (ctx->nRemainder >= ctx->nSteps) {
-        ctx->nRemainder -= ctx->nSteps;
-        ctx->nPercent += 1;
-        return CallbackStep(ctx);
-    }
-    if (ctx->nQuotient != 0) return CallbackStep(ctx);
-    return 1;
-}
+int32_t StepProgress(RowContext *ctx) { return StepDistribution(&ctx->progress); }
 
 int32_t ReportDone(const BitmapDesc *) {
     void *user = nullptr;

@@ -5,6 +5,8 @@
 
 #include <rzimg.h>
 
+#include "frame/progress.h"
+
 #include <memory>
 
 namespace rz {
@@ -35,14 +37,7 @@ struct RowContext {
     RzRGBQuad aPalette[256];
     uint32_t nWorkRowBytes;
     uint32_t uSavedState;
-    RZSTATUSCALLBACK pfnStatus;
-    void *pUserData;
-    int32_t nPercent;
-    uint32_t nRemainder;
-    uint32_t nQuotient;
-    uint32_t nQuotientRemainder;
-    uint32_t nSteps;
-    int32_t nLastResult;
+    ProgressState progress; // callback, user data, percent, remainder, quotients, steps, last result
     RzRect rcWork;
     int32_t nAlignedLeft;
     int32_t nWorkWidth;
