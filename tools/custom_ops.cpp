@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <climits>
 #include <cctype>
 #include <filesystem>
 #include <fstream>
@@ -194,6 +195,159 @@ bool ParseWithoutRecords(const rz::OpInfo &op, std::span<const std::string> word
     return PrepareScalars(op, words, call, error, FindCustom(op.name)->toolFilled);
 }
 
+// A comma list of signed whole numbers.
+bool ParseIntList(std::string_view text, std::vector<int64_t> &out, const std::string &what, std::string &error) {
+    size_t i = 0;
+    while (i <= text.size()) {
+        const size_t j = std::min(text.find(',', i), text.size());
+        int64_t v = 0;
+        const char *b = text.data() + i, *e = text.data() + j;
+        if (b != e && *b == '+') ++b;
+        auto [end, ec] = std::from_chars(b, e, v);
+        if (b == e || ec != std::errc() || end != e || v < INT32_MIN || v > INT32_MAX) {
+            error = what + ": '" + std::string(text.substr(i, j - i)) + "' is not a whole number";
+            return false;
+        }
+        out.push_back(v);
+        i = j + 1;
+    }
+    return true;
+}
+
+std::string_view WithoutPrefix(std::string_view word, std::string_view name) {
+    if (word.starts_with(name) && word.size() > name.size() && word[name.size()] == '=')
+        return word.substr(name.size() + 1);
+    return word;
+}
+
+// The predefined kernels by their SPF_ names, lower case with dashes.
+const char *const kSpatialNames[SPF_COUNT] = {
+    "emboss-n", "emboss-ne", "emboss-e", "emboss-se", "emboss-s", "emboss-sw", "emboss-w", "emboss-nw",
+    "gradient-n", "gradient-ne", "gradient-e", "gradient-se", "gradient-s", "gradient-sw", "gradient-w",
+    "gradient-nw", "laplace-four", "laplace-eight", "laplace-cross", "laplace-diagonal", "laplace-vertical",
+    "laplace-horizontal", "sobel-horizontal", "sobel-vertical", "prewitt-horizontal", "prewitt-vertical",
+    "shift-diagonal", "shift-vertical", "shift-horizontal", "line-horizontal", "line-vertical",
+    "line-rising-diagonal", "line-falling-diagonal"};
+
+bool ParseSpatialFilter(const rz::OpInfo &op, std::span<const std::string> words, PreparedCall &call,
+                        std::string &error) {
+    if (words.size() != 1) {
+        error = "spatial-filter: give one KERNEL: a name such as sobel-horizontal, a number 0..32, or "
+                "DIVISOR,BIAS,c1,c2,... with a square number of coefficients";
+        return false;
+    }
+    const std::string_view word = WithoutPrefix(words[0], "kernel");
+    auto record = std::make_shared<std::vector<int32_t>>();
+    uintptr_t number = 0;
+    const auto named = std::find(std::begin(kSpatialNames), std::end(kSpatialNames), word);
+    if (named != std::end(kSpatialNames)) {
+        number = uintptr_t(named - std::begin(kSpatialNames));
+    } else {
+        std::vector<int64_t> v;
+        if (!ParseIntList(word, v, "spatial-filter", error)) return false;
+        if (v.size() == 1) {
+            if (v[0] < 0 || v[0] >= SPF_COUNT) {
+                error = "spatial-filter: kernel number " + std::to_string(v[0]) + " is not 0..32";
+                return false;
+            }
+            number = uintptr_t(v[0]);
+        } else {
+            const int64_t count = int64_t(v.size()) - 2;
+            int64_t dim = 1;
+            while (dim * dim < count) ++dim;
+            if (count < 1 || dim * dim != count) {
+                error = "spatial-filter: after DIVISOR and BIAS give a square number of coefficients, not " +
+                        std::to_string(count);
+                return false;
+            }
+            *record = {SPATIALKERNEL_SIZE, int32_t(v[0]), int32_t(v[1]), int32_t(dim)};
+            for (size_t i = 2; i < v.size(); ++i) record->push_back(int32_t(v[i]));
+        }
+    }
+    call.op = &op;
+    call.args = "kernel=" + std::string(word);
+    call.run = [&op, record, number](BitmapDesc *bitmap, std::string &) -> int32_t {
+        rz::Arg args[2];
+        args[0].p = bitmap;
+        args[1].p = record->empty() ? reinterpret_cast<void *>(number) : record->data();
+        return op.invoke(args);
+    };
+    return true;
+}
+
+bool ParseUserFilter(const rz::OpInfo &op, std::span<const std::string> words, PreparedCall &call,
+                     std::string &error) {
+    const std::string usage = "user-filter: give SIZE (such as 3x3) and MATRIX (a comma list), then optionally "
+                              "anchor=X,Y divisor=N offset=N type=truncate|absolute|round";
+    std::string size, matrix, anchor, divisor, offset, type;
+    int positional = 0;
+    for (const std::string &w : words) {
+        const size_t eq = w.find('=');
+        const std::string name = eq == std::string::npos ? std::string() : w.substr(0, eq);
+        const std::string value = eq == std::string::npos ? w : w.substr(eq + 1);
+        std::string *slot = name == "size" ? &size : name == "matrix" ? &matrix : name == "anchor" ? &anchor
+                            : name == "divisor" ? &divisor : name == "offset" ? &offset : name == "type" ? &type
+                            : name.empty() && positional == 0 ? &size : name.empty() && positional == 1 ? &matrix
+                                                                                                   : nullptr;
+        if (!slot || !slot->empty()) {
+            error = usage + " ('" + w + "' is not one of them or is given twice)";
+            return false;
+        }
+        if (name.empty()) ++positional;
+        *slot = value;
+    }
+    const size_t x = size.find('x');
+    std::vector<int64_t> dims, m, at, div, off;
+    if (x == std::string::npos || !ParseIntList(size.substr(0, x), dims, "user-filter", error) ||
+        !ParseIntList(size.substr(x + 1), dims, "user-filter", error) || dims[0] < 1 || dims[1] < 1) {
+        if (error.empty()) error = usage;
+        return false;
+    }
+    if (matrix.empty() || !ParseIntList(matrix, m, "user-filter", error)) {
+        if (error.empty()) error = usage;
+        return false;
+    }
+    if (int64_t(m.size()) != dims[0] * dims[1]) {
+        error = "user-filter: a " + size + " kernel has " + std::to_string(dims[0] * dims[1]) +
+                " coefficients, not " + std::to_string(m.size());
+        return false;
+    }
+    if (!anchor.empty() && (!ParseIntList(anchor, at, "user-filter", error) || at.size() != 2)) {
+        if (error.empty()) error = "user-filter: anchor is X,Y";
+        return false;
+    }
+    if (!divisor.empty() && !ParseIntList(divisor, div, "user-filter", error)) return false;
+    if (!offset.empty() && !ParseIntList(offset, off, "user-filter", error)) return false;
+    static const char *const kTypes[] = {"truncate", "absolute", "round"};
+    int32_t kind = RZ_UF_ROUND;
+    if (!type.empty()) {
+        const auto t = std::find(std::begin(kTypes), std::end(kTypes), type);
+        if (t == std::end(kTypes)) {
+            error = "user-filter: type is truncate, absolute or round, not '" + type + "'";
+            return false;
+        }
+        kind = int32_t(t - std::begin(kTypes));
+    }
+    // By default a smoothing kernel keeps the brightness: divide by its sum.
+    int64_t sum = 0;
+    for (int64_t c : m) sum += c;
+    const int64_t d = div.empty() ? std::max<int64_t>(sum, 1) : div[0];
+    auto record = std::make_shared<std::vector<int32_t>>(std::vector<int32_t>{
+        USERFILTERKERNEL_SIZE, int32_t(dims[0]), int32_t(dims[1]), int32_t(at.empty() ? (dims[0] - 1) / 2 : at[0]),
+        int32_t(at.empty() ? (dims[1] - 1) / 2 : at[1]), int32_t(d), int32_t(off.empty() ? 0 : off[0]), kind});
+    for (int64_t c : m) record->push_back(int32_t(c));
+    call.op = &op;
+    call.args = "size=" + size + " matrix=" + (matrix.size() > 40 ? matrix.substr(0, 37) + "..." : matrix) +
+                " divisor=" + std::to_string(d) + " type=" + kTypes[kind];
+    call.run = [&op, record](BitmapDesc *bitmap, std::string &) -> int32_t {
+        rz::Arg args[2];
+        args[0].p = bitmap;
+        args[1].p = record->data();
+        return op.invoke(args);
+    };
+    return true;
+}
+
 const CustomEntry kCustom[] = {
     {"Rz_RemapBitmapIntensity", "TABLE [CHANNEL]",
      "TABLE is a comma list (0,200,500,800,1000) or a file of numbers (@file or a path;\n"
@@ -206,6 +360,21 @@ const CustomEntry kCustom[] = {
     {"Rz_ChangeHueSatIntBitmap", "[HUE] [SATURATION] [INTENSITY]",
      "The overall changes only; the per-hue-range records cannot be given here.", "6000 200 0",
      "pRanges uRangeCount", &ParseWithoutRecords},
+    {"Rz_SpatialFilterBitmap", "KERNEL",
+     "KERNEL is a predefined 3x3 kernel by name (emboss-n .. emboss-nw, gradient-n ..\n"
+     "gradient-nw, laplace-four, laplace-eight, laplace-cross, laplace-diagonal,\n"
+     "laplace-vertical, laplace-horizontal, sobel-horizontal, sobel-vertical,\n"
+     "prewitt-horizontal, prewitt-vertical, shift-diagonal, shift-vertical,\n"
+     "shift-horizontal, line-horizontal, line-vertical, line-rising-diagonal,\n"
+     "line-falling-diagonal) or number 0..32, or DIVISOR,BIAS followed by a square\n"
+     "number of coefficients row by row (9 for 3x3, 25 for 5x5).",
+     "sobel-horizontal", "pKernel", &ParseSpatialFilter},
+    {"Rz_UserFilterBitmap", "SIZE MATRIX [anchor=X,Y] [divisor=N] [offset=N] [type=T]",
+     "SIZE is WIDTHxHEIGHT, MATRIX the coefficients row by row as a comma list. The\n"
+     "anchor defaults to the centre, the divisor to the sum of the coefficients (1\n"
+     "when that is not positive), the offset to 0 and the type to round (also\n"
+     "truncate, or absolute for edge kernels).",
+     "5x1 1,4,6,4,1", "pFilter", &ParseUserFilter},
 };
 
 } // namespace
