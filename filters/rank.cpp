@@ -352,8 +352,7 @@ template <class CK, class K> struct MedianRow8 {
                 continue;
             }
             const ClampedRange cols(int64_t(x) - win.h1, int64_t(x) + win.h2, W);
-            const int64_t behind = int64_t(x) - upTo[k];
-            if (upTo[k] != INT64_MIN && 2 * behind <= int64_t(cols.last - cols.first) + 2) {
+            if (upTo[k] != INT64_MIN && 2 * (int64_t(x) - upTo[k]) <= int64_t(cols.last - cols.first) + 2) {
                 for (int64_t p = upTo[k] + 1; p <= x; ++p) {
                     const Slide s(p, win, W);
                     if (s.out == s.in) continue;
