@@ -204,6 +204,40 @@ RZKRN_API void RZAPI KrnFreeBitmap(BitmapDesc *pBitmap) {
 
 RZKRN_API void RZAPI KrnReleaseBitmapAccess(BitmapDesc *pBitmap) { KrnFreeBitmap(pBitmap); }
 
+namespace {
+// pDest becomes a copy of pSrc's descriptor owning `pixels` and copies of
+// the palette and display table; no region, fresh state. pDest is untouched
+// on failure.
+int32_t CopyDescriptorWith(BitmapDesc *pDest, const BitmapDesc *pSrc, Block pixels) {
+    Block palette, lut;
+    if (pSrc->pPalette) {
+        palette = Block(KrnMemAlloc(256 * sizeof(RzRGBQuad)));
+        if (!palette)
+            return KRN_FAILURE;
+        std::memcpy(palette.get(), pSrc->pPalette, 256 * sizeof(RzRGBQuad));
+    }
+    if (pSrc->pLUT && pSrc->nLUTLength) {
+        lut = Block(KrnMemAllocHandle(size_t(pSrc->nLUTLength) * sizeof(RzRGBQuad)));
+        if (!lut)
+            return KRN_FAILURE;
+        std::memcpy(lut.get(), pSrc->pLUT, size_t(pSrc->nLUTLength) * sizeof(RzRGBQuad));
+    }
+    std::memmove(static_cast<void *>(pDest), pSrc, sizeof(BitmapDesc));
+    pDest->pData = pixels.release<uint8_t>();
+    pDest->pPalette = palette.release<RzRGBQuad>();
+    pDest->pLUT = lut.release<RzRGBQuad>();
+    if (!pDest->pLUT) {
+        pDest->nLUTLength = 0;
+        pDest->uFlags &= ~BMF_USE_LUT;
+    }
+    if (!pDest->pPalette)
+        pDest->nColors = 0;
+    pDest->pRegion = nullptr;
+    pDest->uKernelState = 0;
+    return KRN_OK;
+}
+} // namespace
+
 // A source without pixels copies as a descriptor with its palette and table.
 RZKRN_API int32_t RZAPI KrnCopyBitmap(BitmapDesc *pDest, const BitmapDesc *pSrc, uint32_t uStructSize) {
     if (!pDest || !pSrc)
@@ -220,38 +254,14 @@ RZKRN_API int32_t RZAPI KrnCopyBitmap(BitmapDesc *pDest, const BitmapDesc *pSrc,
             return st;
         total = size_t(pSrc->nStride) * size_t(pSrc->nStoredHeight);
     }
-    Block pixels, palette, lut;
+    Block pixels;
     if (hasPixels) {
         pixels = Block(KrnMemAlloc(total ? total : 4));
         if (!pixels)
             return KRN_FAILURE;
         std::memcpy(pixels.get(), pSrc->pData, total);
     }
-    if (pSrc->pPalette) {
-        palette = Block(KrnMemAlloc(256 * sizeof(RzRGBQuad)));
-        if (!palette)
-            return KRN_FAILURE;
-        std::memcpy(palette.get(), pSrc->pPalette, 256 * sizeof(RzRGBQuad));
-    }
-    if (pSrc->pLUT && pSrc->nLUTLength) {
-        lut = Block(KrnMemAllocHandle(size_t(pSrc->nLUTLength) * sizeof(RzRGBQuad)));
-        if (!lut)
-            return KRN_FAILURE;
-        std::memcpy(lut.get(), pSrc->pLUT, size_t(pSrc->nLUTLength) * sizeof(RzRGBQuad));
-    }
-    std::memcpy(static_cast<void *>(pDest), pSrc, sizeof(BitmapDesc));
-    pDest->pData = pixels.release<uint8_t>();
-    pDest->pPalette = palette.release<RzRGBQuad>();
-    pDest->pLUT = lut.release<RzRGBQuad>();
-    if (!pDest->pLUT) {
-        pDest->nLUTLength = 0;
-        pDest->uFlags &= ~BMF_USE_LUT;
-    }
-    if (!pDest->pPalette)
-        pDest->nColors = 0;
-    pDest->pRegion = nullptr;
-    pDest->uKernelState = 0;
-    return KRN_OK;
+    return CopyDescriptorWith(pDest, pSrc, std::move(pixels));
 }
 
 RZKRN_API int32_t RZAPI KrnValidateBitmap(const BitmapDesc *pBitmap) {
@@ -460,29 +470,9 @@ RZKRN_API int32_t RZAPI KrnChangeViewPerspective(BitmapDesc *pDest, BitmapDesc *
                 header->pfnDestroy(region);
         }
     } else {
-        Block palette, lut;
-        if (pBitmap->pPalette) {
-            palette = Block(KrnMemAlloc(256 * sizeof(RzRGBQuad)));
-            if (!palette)
-                return KRN_FAILURE;
-            std::memcpy(palette.get(), pBitmap->pPalette, 256 * sizeof(RzRGBQuad));
-        }
-        if (pBitmap->pLUT && pBitmap->nLUTLength) {
-            lut = Block(KrnMemAllocHandle(size_t(pBitmap->nLUTLength) * sizeof(RzRGBQuad)));
-            if (!lut)
-                return KRN_FAILURE;
-            std::memcpy(lut.get(), pBitmap->pLUT, size_t(pBitmap->nLUTLength) * sizeof(RzRGBQuad));
-        }
-        std::memcpy(static_cast<void *>(pDest), pBitmap, sizeof(BitmapDesc));
-        pDest->pData = pixels.release<uint8_t>();
-        pDest->pPalette = palette.release<RzRGBQuad>();
-        pDest->pLUT = lut.release<RzRGBQuad>();
-        if (!pDest->pLUT) {
-            pDest->nLUTLength = 0;
-            pDest->uFlags &= ~BMF_USE_LUT;
-        }
-        pDest->pRegion = nullptr;
-        pDest->uKernelState = 0;
+        const int32_t copied = CopyDescriptorWith(pDest, pBitmap, std::move(pixels));
+        if (copied != KRN_OK)
+            return copied;
     }
     pDest->nStride = stride;
     pDest->nStoredWidth = int32_t(w);
