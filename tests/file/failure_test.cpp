@@ -5,7 +5,6 @@
 #include "file_helpers.h"
 #include "support/bitmaps.h"
 
-#include <gtest/gtest.h>
 #include <zlib.h>
 
 #include <csignal>
@@ -16,120 +15,76 @@
 namespace rz::test {
 namespace {
 
+using Bytes = std::vector<uint8_t>;
+
 // Saved picture bytes of a small image, to be damaged.
-std::vector<uint8_t> Saved(const TempDir &dir, const char *ext, const char *layout = "bgr24", int32_t w = 16,
-                           int32_t h = 16) {
+Bytes Saved(const TempDir &dir, const char *ext, const char *layout = "bgr24", int32_t w = 16, int32_t h = 16) {
     Bitmap src(FindLayout(layout), w, h, 11);
     const std::string file = dir.path(std::string("base") + ext);
     EXPECT_EQ(Save(file, src.get()), ST_SUCCESS);
-    auto bytes = ReadBytes(file);
+    Bytes b = ReadBytes(file);
     std::filesystem::remove(file);
-    return bytes;
+    return b;
 }
 
-size_t Find(const std::vector<uint8_t> &b, const std::string &what, size_t from = 0) {
-    for (size_t i = from; i + what.size() <= b.size(); ++i)
-        if (std::memcmp(b.data() + i, what.data(), what.size()) == 0)
-            return i;
-    ADD_FAILURE() << "no " << what;
-    return 0;
+Bytes Text(const std::string &s) { return Bytes(s.begin(), s.end()); }
+Bytes Cut(Bytes b, size_t keep) { return b.resize(keep), b; }
+size_t Find(const Bytes &b, const std::string &what) {
+    const Bytes w = Text(what);
+    const auto at = std::search(b.begin(), b.end(), w.begin(), w.end());
+    EXPECT_NE(at, b.end()) << "no " << what;
+    return size_t(at - b.begin());
 }
-
-void PutBE32(std::vector<uint8_t> &b, size_t at, uint32_t v) {
+void PutBE32(Bytes &b, size_t at, uint32_t v) {
     for (int i = 0; i < 4; ++i)
         b[at + i] = uint8_t(v >> (24 - 8 * i));
 }
 
-// PNG with a new IHDR size and a correct CRC.
-std::vector<uint8_t> PngWithSize(std::vector<uint8_t> png, uint32_t w, uint32_t h) {
-    PutBE32(png, 16, w);
-    PutBE32(png, 20, h);
-    PutBE32(png, 29, uint32_t(crc32(0, png.data() + 12, 17)));
-    return png;
-}
-
-std::vector<uint8_t> JpegWithSize(std::vector<uint8_t> jpg, uint16_t w, uint16_t h) {
-    const size_t sof = Find(jpg, "\xFF\xC0");
-    jpg[sof + 5] = uint8_t(h >> 8);
-    jpg[sof + 6] = uint8_t(h);
-    jpg[sof + 7] = uint8_t(w >> 8);
-    jpg[sof + 8] = uint8_t(w);
-    return jpg;
-}
-
 // Sets a LONG-valued tag of the first IFD of a little-endian classic TIFF.
-std::vector<uint8_t> TiffWithTag(std::vector<uint8_t> tif, uint16_t tag, uint32_t value) {
-    auto le16 = [&](size_t at) { return uint32_t(tif[at] | tif[at + 1] << 8); };
-    const size_t ifd = tif[4] | tif[5] << 8 | tif[6] << 16 | size_t(tif[7]) << 24;
-    const uint32_t count = le16(ifd);
-    for (uint32_t i = 0; i < count; ++i) {
+Bytes TiffWithTag(Bytes t, uint16_t tag, uint32_t value) {
+    auto le = [&](size_t at, int n) { uint32_t v = 0; for (int k = n - 1; k >= 0; --k) v = v << 8 | t[at + k]; return v; };
+    const size_t ifd = le(4, 4);
+    for (uint32_t i = 0; i < le(ifd, 2); ++i) {
         const size_t e = ifd + 2 + 12 * i;
-        if (le16(e) != tag)
+        if (le(e, 2) != tag)
             continue;
-        tif[e + 2] = 4; // LONG
-        tif[e + 3] = 0;
+        t[e + 2] = 4, t[e + 3] = 0; // LONG
         for (int k = 0; k < 4; ++k)
-            tif[e + 8 + k] = uint8_t(value >> (8 * k));
-        return tif;
+            t[e + 8 + k] = uint8_t(value >> (8 * k));
+        return t;
     }
     ADD_FAILURE() << "no tag " << tag;
-    return tif;
+    return t;
 }
 
 struct BadCase {
     std::string name;
-    std::function<void(const TempDir &, const std::string &)> make; // writes the file at the path
+    std::function<Bytes(const TempDir &)> make; // nullptr: a directory or nothing, by name
     int32_t status;
 };
-
-std::vector<uint8_t> Cut(std::vector<uint8_t> b, size_t keep) {
-    b.resize(keep);
-    return b;
-}
+void PrintTo(const BadCase &c, std::ostream *os) { *os << c.name; }
 
 std::vector<BadCase> Corpus() {
-    auto bytes = [](std::function<std::vector<uint8_t>(const TempDir &)> f) {
-        return [f](const TempDir &d, const std::string &p) { WriteBytes(p, f(d)); };
-    };
-    auto text = [](std::string t) { return [t](const TempDir &, const std::string &p) { WriteText(p, t); }; };
+    auto text = [](std::string t) { return [t](const TempDir &) { return Text(t); }; };
     return {
         {"empty", text(""), RZ_FILE_FORMAT},
         {"garbage_named_png", text("this is not a picture at all"), RZ_FILE_FORMAT},
-        {"directory", [](const TempDir &, const std::string &p) { std::filesystem::create_directory(p); },
-         RZ_FILE_NOT_FOUND},
-        {"missing", [](const TempDir &, const std::string &) {}, RZ_FILE_NOT_FOUND},
-        {"png_bad_crc_in_idat", bytes([](const TempDir &d) {
-             auto b = Saved(d, ".png");
-             b[Find(b, "IDAT") + 6] ^= 0x40;
-             return b;
-         }),
+        {"directory", nullptr, RZ_FILE_NOT_FOUND},
+        {"missing", nullptr, RZ_FILE_NOT_FOUND},
+        {"png_bad_crc_in_idat", [](const TempDir &d) { auto b = Saved(d, ".png"); b[Find(b, "IDAT") + 6] ^= 0x40; return b; },
          RZ_FILE_CORRUPT},
-        {"png_bad_crc_in_ihdr", bytes([](const TempDir &d) {
-             auto b = Saved(d, ".png");
-             b[29] ^= 1;
-             return b;
-         }),
+        {"png_bad_crc_in_ihdr", [](const TempDir &d) { auto b = Saved(d, ".png"); b[29] ^= 1; return b; },
          RZ_FILE_CORRUPT},
-        {"png_truncated_in_idat", bytes([](const TempDir &d) {
-             auto b = Saved(d, ".png");
-             return Cut(b, Find(b, "IDAT") + 20);
-         }),
+        {"png_truncated_in_idat", [](const TempDir &d) { auto b = Saved(d, ".png"); return Cut(b, Find(b, "IDAT") + 20); },
          RZ_FILE_CORRUPT},
-        {"jpeg_truncated", bytes([](const TempDir &d) {
-             auto b = Saved(d, ".jpg");
-             return Cut(b, b.size() / 2);
-         }),
+        {"jpeg_truncated", [](const TempDir &d) { auto b = Saved(d, ".jpg"); return Cut(b, b.size() / 2); },
          RZ_FILE_CORRUPT},
-        {"jpeg_header_only", bytes([](const TempDir &d) { return Cut(Saved(d, ".jpg"), 4); }), RZ_FILE_CORRUPT},
-        {"tiff_strip_past_end", bytes([](const TempDir &d) { return TiffWithTag(Saved(d, ".tif"), 273, 0x7FFFFFF0); }),
+        {"jpeg_header_only", [](const TempDir &d) { return Cut(Saved(d, ".jpg"), 4); }, RZ_FILE_CORRUPT},
+        {"tiff_strip_past_end", [](const TempDir &d) { return TiffWithTag(Saved(d, ".tif"), 273, 0x7FFFFFF0); },
          RZ_FILE_CORRUPT},
-        {"tiff_directory_past_end", bytes([](const TempDir &d) {
-             auto b = Saved(d, ".tif");
-             PutBE32(b, 4, 0xF0FFFF7F);
-             return b;
-         }),
+        {"tiff_directory_past_end", [](const TempDir &d) { auto b = Saved(d, ".tif"); PutBE32(b, 4, 0xF0FFFF7F); return b; },
          RZ_FILE_CORRUPT},
-        {"tiff_truncated", bytes([](const TempDir &d) { return Cut(Saved(d, ".tif"), 12); }), RZ_FILE_CORRUPT},
+        {"tiff_truncated", [](const TempDir &d) { return Cut(Saved(d, ".tif"), 12); }, RZ_FILE_CORRUPT},
         {"pnm_negative_width", text("P5\n-3 4\n255\n0123456789ab"), RZ_FILE_CORRUPT},
         {"pnm_huge_size", text("P6\n99999999999 99999999999\n255\n"), RZ_FILE_TOO_LARGE},
         {"pnm_maxval_zero", text("P5 2 2 0\n\x01\x02\x03\x04"), RZ_FILE_CORRUPT},
@@ -140,46 +95,58 @@ std::vector<BadCase> Corpus() {
     };
 }
 
-void PrintTo(const BadCase &c, std::ostream *os) { *os << c.name; }
-
 class Malformed : public ::testing::TestWithParam<BadCase> {};
 
 TEST_P(Malformed, GivesAStatusAndLeavesNothing) {
     const BadCase &c = GetParam();
     TempDir dir;
     const std::string file = dir.path(c.name + ".png");
-    c.make(dir, file);
+    if (c.make)
+        WriteBytes(file, c.make(dir));
+    else if (c.name == "directory")
+        std::filesystem::create_directory(file);
     const int64_t before = KrnMemOutstanding();
-    BitmapDesc d;
+    BitmapDesc d, copy;
     std::memset(&d, 0xAB, sizeof d);
-    BitmapDesc copy = d;
+    copy = d;
     EXPECT_EQ(Rz_LoadBitmap(file.c_str(), &d, BITMAPDESC_SIZE, 0), c.status);
     EXPECT_EQ(std::memcmp(&d, &copy, sizeof d), 0) << "a failed load changed the descriptor";
-    EXPECT_EQ(KrnMemOutstanding(), before);
-    RzFileInfo info{};
-    info.uStructSize = sizeof info;
-    const int32_t st = Rz_GetFileInfo(file.c_str(), &info);
-    EXPECT_LE(st, ST_SUCCESS);
-    EXPECT_NE(st, 0);
+    RzFileInfo info; // a sound header may still be described
+    const int32_t st = Info(file, &info);
+    EXPECT_TRUE(st < 0 || st == ST_SUCCESS) << st;
     EXPECT_EQ(KrnMemOutstanding(), before);
 }
 
 INSTANTIATE_TEST_SUITE_P(Corpus, Malformed, ::testing::ValuesIn(Corpus()),
                          [](const auto &info) { return info.param.name; });
 
-TEST(LoadArguments, AreChecked) {
+TEST(Arguments, AreCheckedBeforeAnythingIsReadOrWritten) {
     TempDir dir;
     BitmapDesc d{};
+    const std::string png = dir.path("a.png"), out = dir.path("x.png");
+    WriteBytes(png, Saved(dir, ".png"));
     EXPECT_EQ(Rz_LoadBitmap(nullptr, &d, BITMAPDESC_SIZE, 0), ST_NULL_POINTER);
-    EXPECT_EQ(Rz_LoadBitmap("x.png", nullptr, BITMAPDESC_SIZE, 0), ST_NULL_POINTER);
-    EXPECT_EQ(Rz_LoadBitmap("x.png", &d, 160, 0), ST_BAD_STRUCT_SIZE);
-    WriteBytes(dir.path("a.png"), Saved(dir, ".png"));
-    EXPECT_EQ(Rz_LoadBitmap(dir.path("a.png").c_str(), &d, BITMAPDESC_SIZE, 1), RZ_FILE_BAD_PAGE);
-    EXPECT_EQ(Rz_LoadBitmap(dir.path("a.png").c_str(), &d, BITMAPDESC_SIZE, -1), RZ_FILE_BAD_PAGE);
+    EXPECT_EQ(Rz_LoadBitmap(png.c_str(), nullptr, BITMAPDESC_SIZE, 0), ST_NULL_POINTER);
+    EXPECT_EQ(Rz_LoadBitmap(png.c_str(), &d, 160, 0), ST_BAD_STRUCT_SIZE);
+    EXPECT_EQ(Rz_LoadBitmap(png.c_str(), &d, BITMAPDESC_SIZE, 1), RZ_FILE_BAD_PAGE);
+    EXPECT_EQ(Rz_LoadBitmap(png.c_str(), &d, BITMAPDESC_SIZE, -1), RZ_FILE_BAD_PAGE);
     RzFileInfo info{};
     info.uStructSize = 8;
-    EXPECT_EQ(Rz_GetFileInfo(dir.path("a.png").c_str(), &info), ST_BAD_STRUCT_SIZE);
-    EXPECT_EQ(Rz_GetFileInfo(dir.path("a.png").c_str(), nullptr), ST_NULL_POINTER);
+    EXPECT_EQ(Rz_GetFileInfo(png.c_str(), &info), ST_BAD_STRUCT_SIZE);
+    EXPECT_EQ(Rz_GetFileInfo(png.c_str(), nullptr), ST_NULL_POINTER);
+
+    Bitmap src(FindLayout("grey8"), 4, 4, 5);
+    EXPECT_EQ(Rz_SaveBitmap(nullptr, src.get(), nullptr), ST_NULL_POINTER);
+    EXPECT_EQ(Rz_SaveBitmap(out.c_str(), nullptr, nullptr), ST_NULL_POINTER);
+    RzSaveOptions bad{sizeof(RzSaveOptions) + 4, 0, 0, 0};
+    EXPECT_EQ(Rz_SaveBitmap(out.c_str(), src.get(), &bad), ST_BAD_STRUCT_SIZE);
+    EXPECT_EQ(Save(out, src.get(), 99), ST_INVALID_PARAMETER);
+    EXPECT_EQ(Save(dir.path("x.tif"), src.get(), RZ_FMT_UNKNOWN, 9), ST_INVALID_PARAMETER);
+    BitmapDesc empty{};
+    ASSERT_EQ(KrnInitBitmap(&empty, BITMAPDESC_SIZE, 4, 4, 24), KRN_OK);
+    EXPECT_EQ(Rz_SaveBitmap(out.c_str(), &empty, nullptr), ST_NO_BITMAP);
+    KrnFreeBitmap(&empty);
+    EXPECT_EQ(dir.names(), std::vector<std::string>{"a.png"});
 }
 
 // Restores the default limit however a test ends.
@@ -189,28 +156,20 @@ struct LimitGuard {
     ~LimitGuard() { Rz_SetFilePixelLimit(old); }
 };
 
-TEST(PixelLimit, DefaultIsTwoToThe28AndQueryLeavesIt) {
+// The default is 2^28 and a query (0 or less) leaves it; a picture one pixel
+// over the limit is refused, one at the limit loads, in every format.
+TEST(PixelLimit, AppliesToEveryFormat) {
     EXPECT_EQ(Rz_SetFilePixelLimit(0), int64_t(1) << 28);
     EXPECT_EQ(Rz_SetFilePixelLimit(-5), int64_t(1) << 28);
-    LimitGuard g(1000);
-    EXPECT_EQ(Rz_SetFilePixelLimit(0), 1000);
-}
-
-// A picture one pixel over the limit is refused, one at the limit loads.
-TEST(PixelLimit, AppliesToEveryFormat) {
     TempDir dir;
     for (const char *ext : {".png", ".jpg", ".tif", ".pnm"}) {
-        WriteBytes(dir.path(std::string("p") + ext), Saved(dir, ext, "bgr24", 20, 20));
+        const std::string file = dir.path(std::string("p") + ext);
+        WriteBytes(file, Saved(dir, ext, "bgr24", 20, 20));
         const int64_t before = KrnMemOutstanding();
-        {
-            LimitGuard g(399);
-            Loaded l(dir.path(std::string("p") + ext));
-            EXPECT_EQ(l.status, RZ_FILE_TOO_LARGE) << ext;
-        }
-        {
-            LimitGuard g(400);
-            Loaded l(dir.path(std::string("p") + ext));
-            EXPECT_EQ(l.status, ST_SUCCESS) << ext;
+        for (int64_t limit : {399, 400}) {
+            LimitGuard g(limit);
+            EXPECT_EQ(Rz_SetFilePixelLimit(0), limit);
+            EXPECT_EQ(Loaded(file).status, limit == 400 ? ST_SUCCESS : RZ_FILE_TOO_LARGE) << ext;
         }
         EXPECT_EQ(KrnMemOutstanding(), before) << ext;
     }
@@ -222,41 +181,38 @@ TEST(PixelLimit, AppliesToEveryFormat) {
 // data, which would say "corrupt".
 TEST(PixelLimit, RefusesFromTheHeaderBeforeAllocating) {
     TempDir dir;
-    struct Claim {
+    Bytes png = Saved(dir, ".png"), jpg = Saved(dir, ".jpg");
+    PutBE32(png, 16, 70000), PutBE32(png, 20, 70000);
+    PutBE32(png, 29, uint32_t(crc32(0, png.data() + 12, 17)));
+    const size_t sof = Find(jpg, "\xFF\xC0");
+    for (int k : {5, 7})
+        jpg[sof + k] = 0xEA, jpg[sof + k + 1] = 0x60; // 60000
+    const struct {
         const char *name;
-        std::vector<uint8_t> bytes;
+        Bytes bytes;
         bool codecUsesKernelMemory;
-    };
-    const auto png = Saved(dir, ".png");
-    std::vector<Claim> claims = {
-        {"huge.pnm", [] {
-             std::string s = "P5\n16385 16384\n255\n";
-             return std::vector<uint8_t>(s.begin(), s.end());
-         }(), false},
-        {"wide.pnm", [] {
-             std::string s = "P6\n2147483647 1\n255\n";
-             return std::vector<uint8_t>(s.begin(), s.end());
-         }(), false},
-        {"huge.jpg", Cut(JpegWithSize(Saved(dir, ".jpg"), 60000, 60000), 700), false},
+    } claims[] = {
+        {"huge.pnm", Text("P5\n16385 16384\n255\n"), false},
+        {"wide.pnm", Text("P6\n2147483647 1\n255\n"), false},
+        {"huge.jpg", Cut(jpg, 700), false},
         {"huge.tif", TiffWithTag(TiffWithTag(Saved(dir, ".tif"), 256, 70000), 257, 70000), false},
-        {"huge.png", PngWithSize(png, 70000, 70000), true},
+        {"huge.png", png, true},
     };
-    for (const Claim &c : claims) {
-        WriteBytes(dir.path(c.name), c.bytes);
+    for (const auto &c : claims) {
+        const std::string file = dir.path(c.name);
+        WriteBytes(file, c.bytes);
         const int64_t before = KrnMemOutstanding();
         BitmapDesc d{};
         if (!c.codecUsesKernelMemory)
             KrnMemFailAfter(0);
-        EXPECT_EQ(Rz_LoadBitmap(dir.path(c.name).c_str(), &d, BITMAPDESC_SIZE, 0), RZ_FILE_TOO_LARGE) << c.name;
-        if (!c.codecUsesKernelMemory) {
-            EXPECT_EQ(KrnMemFailAfter(-1), 0) << c.name << " requested a kernel block";
-        }
+        EXPECT_EQ(Rz_LoadBitmap(file.c_str(), &d, BITMAPDESC_SIZE, 0), RZ_FILE_TOO_LARGE) << c.name;
+        const int64_t left = KrnMemFailAfter(-1);
+        EXPECT_TRUE(c.codecUsesKernelMemory || left == 0) << c.name << " requested a kernel block";
         EXPECT_EQ(KrnMemOutstanding(), before) << c.name;
         // The header still describes the file.
-        RzFileInfo info{};
-        info.uStructSize = sizeof info;
+        RzFileInfo info;
         if (std::string(c.name) != "wide.pnm") {
-            ASSERT_EQ(Rz_GetFileInfo(dir.path(c.name).c_str(), &info), ST_SUCCESS) << c.name;
+            ASSERT_EQ(Info(file, &info), ST_SUCCESS) << c.name;
             EXPECT_GT(int64_t(info.nWidth) * info.nHeight, int64_t(1) << 28) << c.name;
         }
     }
@@ -271,30 +227,26 @@ TEST(PixelLimit, RefusesFromTheHeaderBeforeAllocating) {
 // Every allocation of a load fails in turn: each gives -1 and frees all.
 TEST(AllocationFailure, LoadsFreeEverything) {
     TempDir dir;
-    const struct {
-        const char *ext;
-        const char *layout;
-    } cases[] = {{".png", "pal4_colour"}, {".png", "grey16_bits0_11"}, {".jpg", "bgr24"}, {".tif", "bgr64"},
-                 {".tif", "pal8_colour"}, {".pnm", "bgr48"}, {".pnm", "pal1_grey"}};
-    for (const auto &c : cases) {
-        const std::string file = dir.path(std::string(c.layout) + c.ext);
-        WriteBytes(file, Saved(dir, c.ext, c.layout, 23, 9));
+    const std::pair<const char *, const char *> cases[] = {
+        {".png", "pal4_colour"}, {".png", "grey16_bits0_11"}, {".jpg", "bgr24"},    {".tif", "bgr64"},
+        {".tif", "pal8_colour"}, {".pnm", "bgr48"},           {".pnm", "pal1_grey"}};
+    for (auto [ext, layout] : cases) {
+        const std::string file = dir.path(std::string(layout) + ext);
+        WriteBytes(file, Saved(dir, ext, layout, 23, 9));
         const int64_t before = KrnMemOutstanding();
-        bool loaded = false;
-        for (int64_t n = 0; n < 500 && !loaded; ++n) {
+        int32_t st = ST_FAILURE;
+        for (int64_t n = 0; n < 500 && st != ST_SUCCESS; ++n) {
             BitmapDesc d{};
             KrnMemFailAfter(n);
-            const int32_t st = Rz_LoadBitmap(file.c_str(), &d, BITMAPDESC_SIZE, 0);
+            st = Rz_LoadBitmap(file.c_str(), &d, BITMAPDESC_SIZE, 0);
             KrnMemFailAfter(-1);
-            if (st == ST_SUCCESS) {
-                loaded = true;
+            if (st == ST_SUCCESS)
                 KrnFreeBitmap(&d);
-            } else {
+            else
                 EXPECT_EQ(st, ST_FAILURE) << file << " failing allocation " << n;
-            }
             EXPECT_EQ(KrnMemOutstanding(), before) << file << " failing allocation " << n;
         }
-        EXPECT_TRUE(loaded) << file;
+        EXPECT_EQ(st, ST_SUCCESS) << file;
     }
 }
 
@@ -303,41 +255,37 @@ const std::string kOld = "the old file";
 
 void ExpectUntouched(const TempDir &dir, const std::string &name) {
     EXPECT_EQ(dir.names(), std::vector<std::string>{name});
-    const auto b = ReadBytes(dir.path(name));
-    EXPECT_EQ(std::string(b.begin(), b.end()), kOld);
+    EXPECT_EQ(ReadBytes(dir.path(name)), Text(kOld));
 }
 
 TEST(AllocationFailure, SavesLeaveNoFileAndKeepTheTarget) {
-    for (const char *ext : {".png", ".jpg", ".tif", ".pnm"}) {
+    for (const char *ext : {".png", ".jpg", ".tif", ".pnm"})
         for (const char *layout : {"pal4_colour", "grey12", "bgr32"}) {
             TempDir dir;
             const std::string name = std::string("t") + ext;
             Bitmap src(FindLayout(layout), 19, 6, 3);
             const int64_t before = KrnMemOutstanding();
-            bool saved = false;
-            for (int64_t n = 0; n < 500 && !saved; ++n) {
+            int32_t st = ST_FAILURE;
+            for (int64_t n = 0; n < 500 && st != ST_SUCCESS; ++n) {
                 WriteText(dir.path(name), kOld);
                 KrnMemFailAfter(n);
-                const int32_t st = Save(dir.path(name), src.get());
+                st = Save(dir.path(name), src.get());
                 KrnMemFailAfter(-1);
                 EXPECT_EQ(KrnMemOutstanding(), before);
-                if (st == ST_SUCCESS) {
-                    saved = true;
-                    EXPECT_EQ(dir.names(), std::vector<std::string>{name});
-                } else {
+                if (st != ST_SUCCESS) {
                     EXPECT_EQ(st, ST_FAILURE) << name << " " << layout << " failing allocation " << n;
                     ExpectUntouched(dir, name);
                 }
             }
-            EXPECT_TRUE(saved) << name << " " << layout;
+            EXPECT_EQ(st, ST_SUCCESS) << name << " " << layout;
+            EXPECT_EQ(dir.names(), std::vector<std::string>{name});
         }
-    }
 }
 
 // The disk refuses to grow the file part-way (a file size limit stands in
 // for a full disk): the save reports a write failure and the old target
-// stays.
-TEST(WriteFailure, PartWayLeavesTheOldTarget) {
+// stays. Unwritable places fail without leaving anything.
+TEST(WriteFailure, LeavesTheOldTargetAndNothingElse) {
     Bitmap src(FindLayout("bgr24"), 300, 300, 5);
     const auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
     for (const char *ext : {".png", ".jpg", ".tif", ".pnm"}) {
@@ -357,46 +305,13 @@ TEST(WriteFailure, PartWayLeavesTheOldTarget) {
         EXPECT_EQ(KrnMemOutstanding(), before) << ext;
     }
     std::signal(SIGXFSZ, oldHandler);
-}
 
-TEST(WriteFailure, UnwritablePlaces) {
     TempDir dir;
-    Bitmap src(FindLayout("grey8"), 4, 4, 5);
     EXPECT_EQ(Save(dir.path("no/such/folder/x.png"), src.get()), RZ_FILE_WRITE);
     std::filesystem::create_directory(dir.path("adir.png"));
     EXPECT_EQ(Save(dir.path("adir.png"), src.get()), RZ_FILE_WRITE);
     EXPECT_EQ(dir.names(), std::vector<std::string>{"adir.png"});
     EXPECT_TRUE(std::filesystem::is_empty(dir.path("adir.png")));
-}
-
-TEST(SaveArguments, AreCheckedBeforeAnythingIsWritten) {
-    TempDir dir;
-    Bitmap src(FindLayout("grey8"), 4, 4, 5);
-    const std::string file = dir.path("x.png");
-    EXPECT_EQ(Rz_SaveBitmap(nullptr, src.get(), nullptr), ST_NULL_POINTER);
-    EXPECT_EQ(Rz_SaveBitmap(file.c_str(), nullptr, nullptr), ST_NULL_POINTER);
-    RzSaveOptions bad{sizeof(RzSaveOptions) + 4, 0, 0, 0};
-    EXPECT_EQ(Rz_SaveBitmap(file.c_str(), src.get(), &bad), ST_BAD_STRUCT_SIZE);
-    EXPECT_EQ(Save(file, src.get(), 99), ST_INVALID_PARAMETER);
-    EXPECT_EQ(Save(dir.path("x.tif"), src.get(), RZ_FMT_UNKNOWN, 9), ST_INVALID_PARAMETER);
-    BitmapDesc empty{};
-    ASSERT_EQ(KrnInitBitmap(&empty, BITMAPDESC_SIZE, 4, 4, 24), KRN_OK);
-    EXPECT_EQ(Rz_SaveBitmap(file.c_str(), &empty, nullptr), ST_NO_BITMAP);
-    KrnFreeBitmap(&empty);
-    EXPECT_TRUE(dir.names().empty());
-    EXPECT_EQ(Rz_SaveBitmap(file.c_str(), src.get(), nullptr), ST_SUCCESS);
-}
-
-TEST(StatusText, NamesEveryFileStatus) {
-    std::vector<std::string> seen;
-    for (int32_t st : {RZ_FILE_NOT_FOUND, RZ_FILE_FORMAT, RZ_FILE_CORRUPT, RZ_FILE_WRITE, RZ_FILE_TOO_LARGE,
-                       RZ_FILE_UNSUPPORTED, RZ_FILE_BAD_PAGE, ST_FAILURE, ST_LIBRARY_NOT_LOADED, ST_SUCCESS}) {
-        const std::string text = Rz_FileStatusText(st);
-        EXPECT_GT(text.size(), 5u) << st;
-        EXPECT_EQ(std::find(seen.begin(), seen.end(), text), seen.end()) << text;
-        seen.push_back(text);
-    }
-    EXPECT_STREQ(Rz_FileStatusText(-123456), "unknown status");
 }
 
 } // namespace

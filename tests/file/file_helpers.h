@@ -1,13 +1,21 @@
 // Shared pieces of the file library tests: a scratch folder, raw file bytes,
-// and a colour view of any pixel that does not depend on the depth.
+// a bitmap loaded and freed by scope, and a colour view of any pixel that
+// does not depend on the depth, so pictures at different depths compare.
 #pragma once
 
 #include <rzfil.h>
 #include <rzimg.h>
 
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 namespace rz::test {
@@ -15,28 +23,63 @@ namespace rz::test {
 // A fresh folder, removed with its contents at the end.
 class TempDir {
   public:
-    TempDir();
-    ~TempDir();
+    TempDir() {
+        static std::atomic<int> n{0};
+        dir_ = std::filesystem::temp_directory_path() / ("rzfil-test-" + std::to_string(getpid()) + "-" +
+                                                         std::to_string(n++));
+        std::filesystem::remove_all(dir_);
+        std::filesystem::create_directories(dir_);
+    }
+    ~TempDir() {
+        std::error_code ec;
+        std::filesystem::remove_all(dir_, ec);
+    }
     std::string path(const std::string &name) const { return (dir_ / name).string(); }
-    std::vector<std::string> names() const; // sorted, hidden files included
-    const std::filesystem::path &dir() const { return dir_; }
+    std::vector<std::string> names() const { // sorted, hidden files included
+        std::vector<std::string> out;
+        for (const auto &e : std::filesystem::directory_iterator(dir_))
+            out.push_back(e.path().filename().string());
+        std::sort(out.begin(), out.end());
+        return out;
+    }
 
   private:
     std::filesystem::path dir_;
 };
 
-std::vector<uint8_t> ReadBytes(const std::string &path);
-void WriteBytes(const std::string &path, const std::vector<uint8_t> &bytes);
-void WriteText(const std::string &path, const std::string &text);
+inline std::vector<uint8_t> ReadBytes(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+inline void WriteText(const std::string &path, const std::string &text) {
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
+}
+inline void WriteBytes(const std::string &path, const std::vector<uint8_t> &b) {
+    WriteText(path, std::string(b.begin(), b.end()));
+}
+
+inline uint64_t Px(const BitmapDesc *b, int32_t x, int32_t y) {
+    uint64_t v = 0;
+    EXPECT_EQ(KrnGetPixel(b, x, y, &v), KRN_OK);
+    return v;
+}
+
+inline int32_t Info(const std::string &path, RzFileInfo *info) {
+    *info = RzFileInfo{};
+    info->uStructSize = sizeof(RzFileInfo);
+    return Rz_GetFileInfo(path.c_str(), info);
+}
 
 // A loaded bitmap, freed at the end.
 struct Loaded {
     BitmapDesc d{};
-    int32_t status = 0;
-    Loaded() = default;
-    explicit Loaded(const std::string &path, int32_t page = 0) { load(path, page); }
-    int32_t load(const std::string &path, int32_t page = 0);
-    ~Loaded();
+    int32_t status;
+    explicit Loaded(const std::string &path, int32_t page = 0)
+        : status(Rz_LoadBitmap(path.c_str(), &d, BITMAPDESC_SIZE, page)) {}
+    ~Loaded() {
+        if (status == ST_SUCCESS)
+            KrnFreeBitmap(&d);
+    }
     Loaded(const Loaded &) = delete;
     Loaded &operator=(const Loaded &) = delete;
 };
@@ -48,10 +91,31 @@ struct Rgba {
     uint32_t r, g, b, a;
     bool operator==(const Rgba &o) const = default;
 };
-Rgba Look(const BitmapDesc *b, int32_t x, int32_t y);
+inline Rgba Look(const BitmapDesc *b, int32_t x, int32_t y) {
+    const uint64_t v = Px(b, x, y);
+    const int bits = b->nBitsPerPixel;
+    if (bits <= 8 && b->nColorOrder == KRN_ORDER_GRAY) {
+        const uint32_t g = uint32_t(v * 65535 / ((1u << bits) - 1));
+        return {g, g, g, 65535};
+    }
+    if (bits <= 8) {
+        const RzRGBQuad e = b->pPalette[v];
+        return {e.rgbRed * 257u, e.rgbGreen * 257u, e.rgbBlue * 257u, 65535};
+    }
+    if (bits == 12 || bits == 16) {
+        const int high = b->nHighBit < 0 ? bits - 1 : b->nHighBit, count = high - b->nLowBit + 1;
+        const uint32_t g = uint32_t(((v >> b->nLowBit) & ((1u << count) - 1)) << (16 - count));
+        return {g, g, g, 65535};
+    }
+    const int w = bits <= 32 ? 8 : 16; // bits per channel
+    auto c = [&](int k) { return uint32_t((v >> (w * k)) & ((1u << w) - 1)) * (w == 8 ? 257 : 1); };
+    return {c(0), c(1), c(2), bits == 32 || bits == 64 ? c(3) : 65535};
+}
 
-// Saves and returns the status.
-int32_t Save(const std::string &path, const BitmapDesc *b, int32_t format = RZ_FMT_UNKNOWN, int32_t compression = 0,
-             int32_t quality = 0);
+inline int32_t Save(const std::string &path, const BitmapDesc *b, int32_t format = RZ_FMT_UNKNOWN,
+                    int32_t compression = 0, int32_t quality = 0) {
+    RzSaveOptions o{sizeof(RzSaveOptions), format, quality, compression};
+    return Rz_SaveBitmap(path.c_str(), b, &o);
+}
 
 } // namespace rz::test
