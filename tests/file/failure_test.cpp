@@ -42,18 +42,13 @@ void PutBE32(Bytes &b, size_t at, uint32_t v) {
 
 // Sets a LONG-valued tag of the first IFD of a little-endian classic TIFF.
 Bytes TiffWithTag(Bytes t, uint16_t tag, uint32_t value) {
-    auto le = [&](size_t at, int n) { uint32_t v = 0; for (int k = n - 1; k >= 0; --k) v = v << 8 | t[at + k]; return v; };
-    const size_t ifd = le(4, 4);
-    for (uint32_t i = 0; i < le(ifd, 2); ++i) {
-        const size_t e = ifd + 2 + 12 * i;
-        if (le(e, 2) != tag)
-            continue;
-        t[e + 2] = 4, t[e + 3] = 0; // LONG
-        for (int k = 0; k < 4; ++k)
-            t[e + 8 + k] = uint8_t(value >> (8 * k));
-        return t;
-    }
-    ADD_FAILURE() << "no tag " << tag;
+    const size_t ifd = t[4] | t[5] << 8 | t[6] << 16 | size_t(t[7]) << 24;
+    size_t e = ifd + 2;
+    while (e < ifd + 2 + 12 * size_t(t[ifd] | t[ifd + 1] << 8) && (t[e] | t[e + 1] << 8) != tag)
+        e += 12;
+    const uint8_t entry[] = {4, 0, 1, 0, 0, 0, uint8_t(value), uint8_t(value >> 8), uint8_t(value >> 16),
+                             uint8_t(value >> 24)}; // LONG, count 1, value
+    std::copy(std::begin(entry), std::end(entry), t.begin() + ptrdiff_t(e + 2));
     return t;
 }
 
@@ -73,8 +68,6 @@ std::vector<BadCase> Corpus() {
         {"missing", nullptr, RZ_FILE_NOT_FOUND},
         {"png_bad_crc_in_idat", [](const TempDir &d) { auto b = Saved(d, ".png"); b[Find(b, "IDAT") + 6] ^= 0x40; return b; },
          RZ_FILE_CORRUPT},
-        {"png_bad_crc_in_ihdr", [](const TempDir &d) { auto b = Saved(d, ".png"); b[29] ^= 1; return b; },
-         RZ_FILE_CORRUPT},
         {"png_truncated_in_idat", [](const TempDir &d) { auto b = Saved(d, ".png"); return Cut(b, Find(b, "IDAT") + 20); },
          RZ_FILE_CORRUPT},
         {"jpeg_truncated", [](const TempDir &d) { auto b = Saved(d, ".jpg"); return Cut(b, b.size() / 2); },
@@ -90,7 +83,6 @@ std::vector<BadCase> Corpus() {
         {"pnm_maxval_zero", text("P5 2 2 0\n\x01\x02\x03\x04"), RZ_FILE_CORRUPT},
         {"pnm_maxval_too_big", text("P2 2 2 65536\n1 2 3 4\n"), RZ_FILE_CORRUPT},
         {"pnm_truncated_raw", text("P6 4 4 255\nabcdefgh"), RZ_FILE_CORRUPT},
-        {"pnm_word_in_text", text("P2 2 2 255\n1 2 x 4\n"), RZ_FILE_CORRUPT},
         {"pbm_bad_digit", text("P1 3 1\n0 2 1\n"), RZ_FILE_CORRUPT},
     };
 }
@@ -128,8 +120,8 @@ TEST(Arguments, AreCheckedBeforeAnythingIsReadOrWritten) {
     EXPECT_EQ(Rz_LoadBitmap(nullptr, &d, BITMAPDESC_SIZE, 0), ST_NULL_POINTER);
     EXPECT_EQ(Rz_LoadBitmap(png.c_str(), nullptr, BITMAPDESC_SIZE, 0), ST_NULL_POINTER);
     EXPECT_EQ(Rz_LoadBitmap(png.c_str(), &d, 160, 0), ST_BAD_STRUCT_SIZE);
-    EXPECT_EQ(Rz_LoadBitmap(png.c_str(), &d, BITMAPDESC_SIZE, 1), RZ_FILE_BAD_PAGE);
-    EXPECT_EQ(Rz_LoadBitmap(png.c_str(), &d, BITMAPDESC_SIZE, -1), RZ_FILE_BAD_PAGE);
+    for (int32_t page : {1, -1})
+        EXPECT_EQ(Rz_LoadBitmap(png.c_str(), &d, BITMAPDESC_SIZE, page), RZ_FILE_BAD_PAGE);
     RzFileInfo info{};
     info.uStructSize = 8;
     EXPECT_EQ(Rz_GetFileInfo(png.c_str(), &info), ST_BAD_STRUCT_SIZE);
