@@ -13,234 +13,186 @@ namespace rz::test {
 namespace {
 
 using Op = std::function<int32_t(BitmapDesc *)>;
-using PixelRef = std::function<Colour(const Colour &)>; // on the colour's own scale
 
-const char *const kColourLayouts[] = {"bgr24", "rgb24", "bgr32", "bgr48", "rgb48", "bgr64"};
+int Max(const Colour &c) { return std::max({c.r, c.g, c.b}); }
 
-void ExpectColour(const Colour &c, int r, int g, int b) {
-    EXPECT_EQ(c.r, r);
-    EXPECT_EQ(c.g, g);
-    EXPECT_EQ(c.b, b);
-}
-
-// Runs op on a random bitmap of every colour layout and compares each pixel
-// with the reference; the fourth channel must not move.
-void CompareWithReference(const Op &op, const std::function<Colour(const Colour &, bool deep)> &expect) {
-    for (const char *layout : kColourLayouts) {
-        SCOPED_TRACE(layout);
-        Bitmap b = RandomColourBitmap(layout, 61, 23, 17);
-        const Bitmap before(b);
-        ASSERT_EQ(op(b.get()), ST_SUCCESS);
-        int bad = 0;
-        for (int y = 0; y < b->nHeight && bad < 5; ++y)
-            for (int x = 0; x < b->nWidth && bad < 5; ++x) {
-                const Colour in = Get(before, x, y), out = Get(b, x, y);
-                Colour want = expect(in, Deep(b.get()));
-                want.a = in.a;
-                if (!(out == want)) {
-                    ++bad;
-                    ADD_FAILURE() << "(" << in.r << ", " << in.g << ", " << in.b << ") became (" << out.r << ", "
-                                  << out.g << ", " << out.b << ", " << out.a << "), want (" << want.r << ", "
-                                  << want.g << ", " << want.b << ", " << want.a << ")";
-                }
-            }
+TEST(ColourOperations, ByHand) {
+    const struct {
+        const char *layout;
+        Op op;
+        std::vector<Colour> in, want;
+    } cases[] = {
+        // Red is hue 0, 120 degrees 85 steps; back at d = 119: red = 255 x 1 / 119 = 2.
+        // Blue: 171 + 85 = 256 -> 0, pure red again.
+        {"bgr24", [](BitmapDesc *b) { return Rz_ChangeBitmapHue(b, 120); },
+         {{255, 0, 0}, {0, 0, 255}, {128, 128, 128}}, {{2, 255, 0}, {255, 0, 0}, {128, 128, 128}}},
+        // Words: hue 128 + 85 x 257 = 21973, 7864020 of the third's 7895040:
+        // red is 65535 x 31020 / 7864020 = 258.
+        {"bgr48", [](BitmapDesc *b) { return Rz_ChangeBitmapHue(b, 120); },
+         {{65535, 0, 0}, {1000, 1000, 1000}}, {{258, 65535, 0}, {1000, 1000, 1000}}},
+        // (200, 100, 100): L 150, S 121; +500 is 128/256: S 181, q = 225, p = 75.
+        {"bgr24", [](BitmapDesc *b) { return Rz_ChangeBitmapSaturation(b, 500); }, {{200, 100, 100}}, {{225, 75, 75}}},
+        {"rgb24", [](BitmapDesc *b) { return Rz_ChangeBitmapSaturation(b, -1000); },
+         {{200, 100, 100}, {10, 200, 90}}, {{150, 150, 150}, {105, 105, 105}}},
+        {"bgr48", [](BitmapDesc *b) { return Rz_ChangeBitmapSaturation(b, -1000); },
+         {{51400, 25700, 25700}}, {{38550, 38550, 38550}}},
+        {"bgr32", [](BitmapDesc *b) { return Rz_DesaturateBitmap(b); },
+         {{255, 0, 0, 9}, {10, 20, 30, 200}}, {{127, 127, 127, 9}, {20, 20, 20, 200}}},
+        {"rgb48", [](BitmapDesc *b) { return Rz_DesaturateBitmap(b); }, {{65535, 0, 0}}, {{32767, 32767, 32767}}},
+        // A value table of 100 masked to hue 0: green only round-trips, like a rotation by 0.
+        {"bgr24", [](BitmapDesc *b) {
+             std::vector<uint32_t> v(256, 100), mask(256, 0);
+             mask[0] = 1;
+             return Rz_RemapBitmapHue(b, mask.data(), nullptr, nullptr, v.data(), 256);
+         }, {{255, 0, 0}, {0, 255, 0}}, {{100, 0, 0}, {2, 255, 0}}},
+        // Hue-sat-int: 350..10 with inner 355..5 becomes 350..370 / 355..365; hue 0
+        // (so every grey) is inside through 0 + 360: -200 tenths is -50 levels. Hue 3
+        // is inside; hue 8 on the falling edge, |368 - 370| / 5 = 0.4 -> -19; hue 352
+        // on the rising edge, the same. Through the HLS step (a degree is 4.25 levels
+        // at full chroma) both come back pure red.
+        {"bgr24", [](BitmapDesc *b) {
+             const HueSatIntRange r = Range(0, 0, -200, 350, 10, 355, 5);
+             return Rz_ChangeHueSatIntBitmap(b, 0, 0, 0, &r, 1);
+         }, {{255, 0, 0}, {255, 7, 0}, {255, 19, 0}, {255, 0, 17}, {0, 255, 0}, {128, 128, 128}},
+         {{205, 0, 0}, {205, 0, 0}, {236, 0, 0}, {236, 0, 0}, {0, 255, 0}, {78, 78, 78}}},
+        // 120 degrees takes red exactly to green on the degree scale.
+        {"bgr24", [](BitmapDesc *b) { return Rz_ChangeHueSatIntBitmap(b, 12000, 0, 0, nullptr, 0); },
+         {{255, 0, 0}}, {{0, 255, 0}}},
+        // -1000 saturation leaves the HLS lightness (127); +200 tenths is 51 levels.
+        {"rgb24", [](BitmapDesc *b) { return Rz_ChangeHueSatIntBitmap(b, 0, -1000, 200, nullptr, 0); },
+         {{255, 0, 0}, {100, 100, 100}}, {{178, 178, 178}, {151, 151, 151}}},
+        // Words: (200 x 65535 + 500) / 1000 = 13107 levels; the fourth channel stays.
+        {"bgr64", [](BitmapDesc *b) { return Rz_ChangeHueSatIntBitmap(b, 12000, 0, 200, nullptr, 0); },
+         {{65535, 0, 0, 4321}, {1000, 1000, 1000, 7}}, {{13107, 65535, 13107, 4321}, {14107, 14107, 14107, 7}}},
+        // Overlapping ranges add: hue 120 gets 600 + 300 + 300, capped to 1000
+        // (+255); grey hue 0 only the whole change, (600 x 255 + 500) / 1000 = 153.
+        {"bgr24", [](BitmapDesc *b) {
+             const HueSatIntRange r[2] = {Range(0, 0, 300, 100, 140, 110, 130), Range(0, 0, 300, 90, 150, 100, 140)};
+             return Rz_ChangeHueSatIntBitmap(b, 0, 0, 600, r, 2);
+         }, {{0, 255, 0}, {0, 0, 0}, {0, 100, 0}}, {{255, 255, 255}, {153, 153, 153}, {255, 255, 255}}},
+    };
+    for (const auto &c : cases) {
+        Bitmap b = RowOf(c.layout, c.in);
+        ASSERT_EQ(c.op(b.get()), ST_SUCCESS);
+        for (size_t i = 0; i < c.want.size(); ++i) EXPECT_EQ(Get(b, int(i), 0), c.want[i]) << c.layout << " " << i;
     }
-}
-
-Colour HueRef(const Colour &c, bool deep, int angle) {
-    const int64_t steps = int64_t(angle) * 256 / 360;
-    if (!deep) {
-        const auto f = ref::ByteHsv(c.r, c.g, c.b);
-        return ref::ByteHsvBack(static_cast<int>(((f[0] + steps) % 256 + 256) % 256), f[1], f[2]);
-    }
-    const auto f = ref::WordHsv(c.r, c.g, c.b);
-    const int h = static_cast<int>(((f[0] + steps * 257) % 65536 + 65536) % 65536);
-    const colour::Rgb o = colour::RgbFromWordHsv(h, f[1], f[2]);
-    return {o.r, o.g, o.b};
-}
-
-TEST(ChangeBitmapHue, PureRedTurnsGreenOnTheByteScale) {
-    // Red: hue 0; 120 degrees is 85 steps; back at d = 119: red = 255 x 1 / 119 = 2.
-    Bitmap b = RowOf("bgr24", {{255, 0, 0}, {0, 0, 255}, {128, 128, 128}});
-    ASSERT_EQ(Rz_ChangeBitmapHue(b.get(), 120), ST_SUCCESS);
-    ExpectColour(Get(b, 0, 0), 2, 255, 0);
-    // Blue: 171 + 85 = 256 -> 0, d = 0: pure red again.
-    ExpectColour(Get(b, 1, 0), 255, 0, 0);
-    ExpectColour(Get(b, 2, 0), 128, 128, 128);
-}
-
-TEST(ChangeBitmapHue, PureRedOnTheWordScale) {
-    // Hue 128 + 85 x 257 = 21973; 21973 x 360 - 46260 = 7864020 of the third's
-    // 7895040: green is the maximum and red 65535 x 31020 / 7864020 = 258.
-    Bitmap b = RowOf("bgr48", {{65535, 0, 0}, {1000, 1000, 1000}});
-    ASSERT_EQ(Rz_ChangeBitmapHue(b.get(), 120), ST_SUCCESS);
-    ExpectColour(Get(b, 0, 0), 258, 65535, 0);
-    ExpectColour(Get(b, 1, 0), 1000, 1000, 1000);
 }
 
 TEST(ChangeBitmapHue, GreysStayAndStepsTruncate) {
-    for (const char *layout : {"bgr24", "bgr48"}) {
-        const int max = std::string(layout) == "bgr48" ? 65535 : 255;
+    for (int m : {255, 65535})
         for (int angle : {-725, 1, 120, 359, 100000, INT32_MIN, INT32_MAX}) {
-            Bitmap b = RowOf(layout, {{0, 0, 0}, {max, max, max}, {max / 3, max / 3, max / 3}});
-            const Bitmap before(b);
+            Bitmap b = RowOf(m == 255 ? "bgr24" : "bgr48", {{0, 0, 0}, {m, m, m}, {m / 3, m / 3, m / 3}}), before(b);
             ASSERT_EQ(Rz_ChangeBitmapHue(b.get(), angle), ST_SUCCESS);
-            EXPECT_EQ(b.storedBytes(), before.storedBytes()) << layout << " " << angle;
+            EXPECT_EQ(b.storedBytes(), before.storedBytes()) << m << " " << angle;
         }
-    }
-    // 1 degree is 0 steps and 360 a whole turn: both are the same as 0.
-    Bitmap zero = RandomColourBitmap("bgr24", 40, 9, 3), one(zero), turn(zero);
+    // 1 degree is 0 steps and 360 a whole turn; so is the identity remap.
+    Bitmap zero = RandomColourBitmap("bgr24", 40, 9, 3), one(zero), turn(zero), remap(zero);
     ASSERT_EQ(Rz_ChangeBitmapHue(zero.get(), 0), ST_SUCCESS);
     ASSERT_EQ(Rz_ChangeBitmapHue(one.get(), 1), ST_SUCCESS);
     ASSERT_EQ(Rz_ChangeBitmapHue(turn.get(), 360), ST_SUCCESS);
-    EXPECT_EQ(one.storedBytes(), zero.storedBytes());
-    EXPECT_EQ(turn.storedBytes(), zero.storedBytes());
+    ASSERT_EQ(Rz_RemapBitmapHue(remap.get(), nullptr, nullptr, nullptr, nullptr, 256), ST_SUCCESS);
+    for (const Bitmap *b : {&one, &turn, &remap}) EXPECT_EQ(b->storedBytes(), zero.storedBytes());
 }
 
-TEST(ChangeBitmapHue, EveryPixelAsTheFormulasSay) {
+// Every pixel of a random bitmap of every colour layout against the formulas.
+TEST(ColourOperations, EveryPixelAsTheFormulasSay) {
+    std::vector<std::tuple<std::string, Op, std::function<Colour(const Colour &, bool)>>> cases;
     for (int angle : {120, -45, 200, 3600})
-        CompareWithReference([angle](BitmapDesc *b) { return Rz_ChangeBitmapHue(b, angle); },
-                             [angle](const Colour &c, bool deep) { return HueRef(c, deep, angle); });
-}
-
-TEST(ChangeBitmapSaturation, ByHand) {
-    // (200, 100, 100): L 150, S 121; +500 is 128/256: S' = 121 + 60 = 181;
-    // q = 181 + 150 - 181 x 150 / 255 = 225, p = 75.
-    Bitmap b = RowOf("bgr24", {{200, 100, 100}});
-    ASSERT_EQ(Rz_ChangeBitmapSaturation(b.get(), 500), ST_SUCCESS);
-    ExpectColour(Get(b, 0, 0), 225, 75, 75);
-    Bitmap c = RowOf("rgb24", {{200, 100, 100}, {10, 200, 90}});
-    ASSERT_EQ(Rz_ChangeBitmapSaturation(c.get(), -1000), ST_SUCCESS);
-    ExpectColour(Get(c, 0, 0), 150, 150, 150);
-    ExpectColour(Get(c, 1, 0), 105, 105, 105);
-    Bitmap d = RowOf("bgr48", {{51400, 25700, 25700}});
-    ASSERT_EQ(Rz_ChangeBitmapSaturation(d.get(), -1000), ST_SUCCESS);
-    ExpectColour(Get(d, 0, 0), 38550, 38550, 38550);
-}
-
-TEST(ChangeBitmapSaturation, EveryPixelAsTheFormulasSay) {
-    for (int change : {-1000, -300, 0, 250, 1000}) {
-        const int cs = change * 256 / 1000;
-        CompareWithReference([change](BitmapDesc *b) { return Rz_ChangeBitmapSaturation(b, change); },
-                             [cs](const Colour &c, bool deep) {
-                                 const int M = deep ? 65535 : 255;
-                                 const auto f = ref::ScaleHls(c.r, c.g, c.b, M);
-                                 const int s = std::clamp(f[2] + ((f[2] * cs) >> 8), 0, M);
-                                 return ref::ScaleHlsBack(f[0], f[1], s, M);
-                             });
-    }
-}
-
-TEST(DesaturateBitmap, LightnessGrey) {
-    Bitmap b = RowOf("bgr32", {{255, 0, 0, 9}, {10, 20, 30, 200}});
-    ASSERT_EQ(Rz_DesaturateBitmap(b.get()), ST_SUCCESS);
-    EXPECT_EQ(Get(b, 0, 0), (Colour{127, 127, 127, 9}));
-    EXPECT_EQ(Get(b, 1, 0), (Colour{20, 20, 20, 200}));
-    Bitmap w = RowOf("rgb48", {{65535, 0, 0}});
-    ASSERT_EQ(Rz_DesaturateBitmap(w.get()), ST_SUCCESS);
-    ExpectColour(Get(w, 0, 0), 32767, 32767, 32767);
-    CompareWithReference([](BitmapDesc *bmp) { return Rz_DesaturateBitmap(bmp); },
-                         [](const Colour &c, bool) {
-                             const int v = (ref::Mx(c.r, c.g, c.b) + ref::Mn(c.r, c.g, c.b)) >> 1;
-                             return Colour{v, v, v};
-                         });
-}
-
-TEST(RemapBitmapHue, TablesAndMask) {
-    // A value table of 100 everywhere: red (0, 255, 255) becomes (0, 255, 100).
-    std::vector<uint32_t> v(256, 100);
-    Bitmap b = RowOf("bgr24", {{255, 0, 0}, {0, 255, 0}});
-    ASSERT_EQ(Rz_RemapBitmapHue(b.get(), nullptr, nullptr, nullptr, v.data(), 256), ST_SUCCESS);
-    ExpectColour(Get(b, 0, 0), 100, 0, 0);
-    ExpectColour(Get(b, 1, 0), 0, 100, 0); // hue 85: d = 119, red 100 x 1 / 119 = 0
-    // A mask of hue 0 only: green keeps its values and round-trips like a rotation by 0.
-    std::vector<uint32_t> mask(256, 0);
-    mask[0] = 1;
-    Bitmap c = RowOf("bgr24", {{255, 0, 0}, {0, 255, 0}});
-    ASSERT_EQ(Rz_RemapBitmapHue(c.get(), mask.data(), nullptr, nullptr, v.data(), 256), ST_SUCCESS);
-    ExpectColour(Get(c, 0, 0), 100, 0, 0);
-    ExpectColour(Get(c, 1, 0), 2, 255, 0);
-    // Identity everywhere is the byte-scale round trip, as a rotation by 0.
-    Bitmap d = RandomColourBitmap("rgb24", 30, 7, 8), e(d);
-    ASSERT_EQ(Rz_RemapBitmapHue(d.get(), nullptr, nullptr, nullptr, nullptr, 256), ST_SUCCESS);
-    ASSERT_EQ(Rz_ChangeBitmapHue(e.get(), 0), ST_SUCCESS);
-    EXPECT_EQ(d.storedBytes(), e.storedBytes());
-}
-
-TEST(RemapBitmapHue, SixteenBitTables) {
-    // Full identity tables are the word-scale round trip, as a rotation by 0,
-    // except for hues past 65535 (the last 1.4 degrees of the turn): the
-    // remap clamps them to 65535 where the rotation wraps them to the start.
-    Bitmap d = RandomColourBitmap("bgr64", 30, 7, 8), e(d);
-    const Bitmap before(d);
-    ASSERT_EQ(Rz_RemapBitmapHue(d.get(), nullptr, nullptr, nullptr, nullptr, 65536), ST_SUCCESS);
-    ASSERT_EQ(Rz_ChangeBitmapHue(e.get(), 0), ST_SUCCESS);
-    int clamped = 0;
-    for (int y = 0; y < 7; ++y)
-        for (int x = 0; x < 30; ++x) {
-            const Colour in = Get(before, x, y);
-            if (ref::WordHsv(in.r, in.g, in.b)[0] > 65535) {
-                ++clamped;
-                EXPECT_EQ(ref::Mx(Get(d, x, y).r, Get(d, x, y).g, Get(d, x, y).b), ref::Mx(in.r, in.g, in.b));
-            } else {
-                EXPECT_EQ(Get(d, x, y), Get(e, x, y)) << x << ", " << y;
-            }
+        cases.emplace_back("hue " + std::to_string(angle), [=](BitmapDesc *b) { return Rz_ChangeBitmapHue(b, angle); },
+                           [=](const Colour &c, bool deep) {
+                               const int64_t steps = int64_t(angle) * 256 / 360;
+                               if (!deep) {
+                                   const auto f = ref::ByteHsv(c.r, c.g, c.b);
+                                   return ref::ByteHsvBack(int(((f[0] + steps) % 256 + 256) % 256), f[1], f[2]);
+                               }
+                               const auto f = ref::WordHsv(c.r, c.g, c.b);
+                               const colour::Rgb o = colour::RgbFromWordHsv(
+                                   int(((f[0] + steps * 257) % 65536 + 65536) % 65536), f[1], f[2]);
+                               return Colour{o.r, o.g, o.b};
+                           });
+    for (int change : {-1000, -300, 0, 250, 1000})
+        cases.emplace_back("saturation " + std::to_string(change),
+                           [=](BitmapDesc *b) { return Rz_ChangeBitmapSaturation(b, change); },
+                           [cs = change * 256 / 1000](const Colour &c, bool deep) {
+                               const int M = deep ? 65535 : 255;
+                               const auto f = ref::ScaleHls(c.r, c.g, c.b, M);
+                               return ref::ScaleHlsBack(f[0], f[1], std::clamp(f[2] + ((f[2] * cs) >> 8), 0, M), M);
+                           });
+    cases.emplace_back("desaturate", Rz_DesaturateBitmap, [](const Colour &c, bool) {
+        const int v = (Max(c) + std::min({c.r, c.g, c.b})) >> 1;
+        return Colour{v, v, v};
+    });
+    for (const auto &[name, op, expect] : cases)
+        for (const char *layout : {"bgr24", "rgb24", "bgr32", "bgr48", "rgb48", "bgr64"}) {
+            SCOPED_TRACE(name + " " + layout);
+            Bitmap b = RandomColourBitmap(layout, 61, 23, 17);
+            const Bitmap before(b);
+            ASSERT_EQ(op(b.get()), ST_SUCCESS);
+            for (int y = 0; y < b->nHeight; ++y)
+                for (int x = 0; x < b->nWidth; ++x) {
+                    const Colour in = Get(before, x, y);
+                    Colour want = expect(in, Deep(b.get()));
+                    want.a = in.a;
+                    ASSERT_EQ(Get(b, x, y), want) << "from (" << in.r << ", " << in.g << ", " << in.b << ")";
+                }
         }
-    EXPECT_LT(clamped, 10);
-    // 12-bit tables: every component is looked up at its top 12 bits and
-    // put back at them, so the value (the largest channel) loses its low 4.
+}
+
+TEST(RemapBitmapHue, TwelveBitTables) {
+    // 12-bit tables look each component up at its top 12 bits: the value loses its low 4.
     Bitmap w = RandomColourBitmap("bgr48", 50, 5, 4);
     const Bitmap wBefore(w);
     ASSERT_EQ(Rz_RemapBitmapHue(w.get(), nullptr, nullptr, nullptr, nullptr, 4096), ST_SUCCESS);
     for (int y = 0; y < 5; ++y)
-        for (int x = 0; x < 50; ++x) {
-            const Colour in = Get(wBefore, x, y), out = Get(w, x, y);
-            EXPECT_EQ(ref::Mx(out.r, out.g, out.b), ref::Mx(in.r, in.g, in.b) & 0xFFF0);
-        }
+        for (int x = 0; x < 50; ++x) EXPECT_EQ(Max(Get(w, x, y)), Max(Get(wBefore, x, y)) & 0xFFF0);
 }
 
 TEST(ColourOperations, FailuresInTheirPlace) {
-    Bitmap b = RandomColourBitmap("bgr24", 8, 4, 1);
-    EXPECT_EQ(Rz_ChangeBitmapHue(nullptr, 10), ST_NO_BITMAP);
-    EXPECT_EQ(Rz_ChangeBitmapSaturation(nullptr, 10), ST_NO_BITMAP);
-    EXPECT_EQ(Rz_RemapBitmapHue(nullptr, nullptr, nullptr, nullptr, nullptr, 256), ST_NO_BITMAP);
-    EXPECT_EQ(Rz_DesaturateBitmap(nullptr), ST_NO_BITMAP);
-    EXPECT_EQ(Rz_ChangeBitmapSaturation(b.get(), 1001), ST_INVALID_PARAMETER);
-    EXPECT_EQ(Rz_ChangeBitmapSaturation(b.get(), -1001), ST_INVALID_PARAMETER);
-    EXPECT_EQ(Rz_RemapBitmapHue(b.get(), nullptr, nullptr, nullptr, nullptr, 4096), ST_INVALID_PARAMETER);
-    Bitmap deep = RandomColourBitmap("bgr48", 8, 4, 1);
-    EXPECT_EQ(Rz_RemapBitmapHue(deep.get(), nullptr, nullptr, nullptr, nullptr, 256), ST_INVALID_PARAMETER);
-    // The size field is checked before the argument, the argument before the depth.
+    Bitmap b = RandomColourBitmap("bgr24", 8, 4, 1), deep = RandomColourBitmap("bgr48", 8, 4, 1);
+    Bitmap grey(FindLayout("grey16"), 4, 4, 2), greyPal(FindLayout("pal8_grey"), 4, 4, 2);
+    Bitmap pal(FindLayout("pal4_colour"), 4, 4, 2);
+    pal->nColors = 0; // a palette that disagrees with the descriptor's count
+    const std::pair<int32_t, int32_t> cases[] = {
+        {Rz_ChangeBitmapHue(nullptr, 10), ST_NO_BITMAP},
+        {Rz_ChangeBitmapSaturation(nullptr, 10), ST_NO_BITMAP},
+        {Rz_RemapBitmapHue(nullptr, nullptr, nullptr, nullptr, nullptr, 256), ST_NO_BITMAP},
+        {Rz_DesaturateBitmap(nullptr), ST_NO_BITMAP},
+        {Rz_ChangeBitmapSaturation(b.get(), 1001), ST_INVALID_PARAMETER},
+        {Rz_ChangeBitmapSaturation(b.get(), -1001), ST_INVALID_PARAMETER},
+        {Rz_RemapBitmapHue(b.get(), nullptr, nullptr, nullptr, nullptr, 4096), ST_INVALID_PARAMETER},
+        {Rz_RemapBitmapHue(deep.get(), nullptr, nullptr, nullptr, nullptr, 256), ST_INVALID_PARAMETER},
+        // The argument before the depth; grey (palettes included) is refused.
+        {Rz_ChangeBitmapSaturation(grey.get(), 5000), ST_INVALID_PARAMETER},
+        {Rz_ChangeBitmapSaturation(grey.get(), 50), ST_BAD_PIXEL_FORMAT},
+        {Rz_ChangeBitmapHue(grey.get(), 50), ST_BAD_PIXEL_FORMAT},
+        {Rz_DesaturateBitmap(grey.get()), ST_BAD_PIXEL_FORMAT},
+        {Rz_DesaturateBitmap(greyPal.get()), ST_BAD_PIXEL_FORMAT},
+        {Rz_ChangeBitmapHue(greyPal.get(), 50), ST_SUCCESS},
+        {Rz_ChangeBitmapHue(pal.get(), 50), ST_NO_BITMAP},
+        {Rz_DesaturateBitmap(pal.get()), ST_NO_BITMAP},
+    };
+    for (size_t i = 0; i < std::size(cases); ++i) EXPECT_EQ(cases[i].first, cases[i].second) << "case " << i;
+    // The size field comes before the argument.
     b->uStructSize = 163;
     EXPECT_EQ(Rz_ChangeBitmapSaturation(b.get(), 5000), ST_BAD_STRUCT_SIZE);
-    b->uStructSize = BITMAPDESC_SIZE;
-    Bitmap grey(FindLayout("grey16"), 4, 4, 2);
-    EXPECT_EQ(Rz_ChangeBitmapSaturation(grey.get(), 5000), ST_INVALID_PARAMETER);
-    EXPECT_EQ(Rz_ChangeBitmapSaturation(grey.get(), 50), ST_BAD_PIXEL_FORMAT);
-    EXPECT_EQ(Rz_ChangeBitmapHue(grey.get(), 50), ST_BAD_PIXEL_FORMAT);
-    // Desaturation refuses what the kernel calls grey, palettes included.
-    EXPECT_EQ(Rz_DesaturateBitmap(grey.get()), ST_BAD_PIXEL_FORMAT);
-    Bitmap greyPalette(FindLayout("pal8_grey"), 4, 4, 2);
-    EXPECT_EQ(Rz_DesaturateBitmap(greyPalette.get()), ST_BAD_PIXEL_FORMAT);
-    EXPECT_EQ(Rz_ChangeBitmapHue(greyPalette.get(), 50), ST_SUCCESS);
-    // A palette that disagrees with the descriptor's count.
-    Bitmap pal(FindLayout("pal4_colour"), 4, 4, 2);
-    pal->nColors = 0;
-    EXPECT_EQ(Rz_ChangeBitmapHue(pal.get(), 50), ST_NO_BITMAP);
-    EXPECT_EQ(Rz_DesaturateBitmap(pal.get()), ST_NO_BITMAP);
 }
+
+const std::pair<const char *, Op> kOps[] = {
+    {"hue", [](BitmapDesc *b) { return Rz_ChangeBitmapHue(b, -100); }},
+    {"saturation", [](BitmapDesc *b) { return Rz_ChangeBitmapSaturation(b, 600); }},
+    {"desaturate", Rz_DesaturateBitmap},
+    {"remap", [](BitmapDesc *b) {
+         std::vector<uint32_t> h(Deep(b) ? 65536 : 256);
+         for (size_t i = 0; i < h.size(); ++i) h[i] = uint32_t((i + h.size() / 6) % h.size());
+         return Rz_RemapBitmapHue(b, nullptr, h.data(), nullptr, nullptr, uint32_t(h.size()));
+     }},
+    {"hue-sat-int", [](BitmapDesc *b) { return Rz_ChangeHueSatIntBitmap(b, 3000, 200, -100, nullptr, 0); }},
+};
 
 // Only the region's pixels change; they change as on the whole bitmap.
 TEST(ColourOperations, RegionsLimitTheChange) {
-    const std::vector<std::pair<const char *, Op>> ops = {
-        {"hue", [](BitmapDesc *b) { return Rz_ChangeBitmapHue(b, 77); }},
-        {"saturation", [](BitmapDesc *b) { return Rz_ChangeBitmapSaturation(b, 600); }},
-        {"desaturate", [](BitmapDesc *b) { return Rz_DesaturateBitmap(b); }},
-        {"remap", [](BitmapDesc *b) { return Rz_RemapBitmapHue(b, nullptr, nullptr, nullptr, nullptr, Deep(b) ? 65536 : 256); }},
-        {"hue-sat-int", [](BitmapDesc *b) { return Rz_ChangeHueSatIntBitmap(b, 3000, 200, -100, nullptr, 0); }},
-    };
     for (const char *layout : {"bgr24", "rgb48", "bgr64"})
-        for (const auto &[name, op] : ops) {
+        for (const auto &[name, op] : kOps) {
             SCOPED_TRACE(std::string(layout) + " " + name);
             Bitmap whole = RandomColourBitmap(layout, 37, 21, 5), part(whole);
             const Bitmap before(whole);
@@ -253,8 +205,7 @@ TEST(ColourOperations, RegionsLimitTheChange) {
                 for (int x = 0; x < 37; ++x) {
                     const bool in = DisIsPtInRegion(part.get(), x, y) != 0;
                     inside += in;
-                    const Colour want = in ? Get(whole, x, y) : Get(before, x, y);
-                    ASSERT_EQ(Get(part, x, y), want) << x << ", " << y << (in ? " inside" : " outside");
+                    ASSERT_EQ(Get(part, x, y), Get(in ? whole : before, x, y)) << x << ", " << y;
                 }
             EXPECT_GT(inside, 100);
         }
@@ -262,38 +213,23 @@ TEST(ColourOperations, RegionsLimitTheChange) {
 
 // Palettes change entry by entry as pixels would; indices stay.
 TEST(ColourOperations, PalettesChangeTheirEntries) {
-    const std::vector<std::pair<const char *, Op>> ops = {
-        {"hue", [](BitmapDesc *b) { return Rz_ChangeBitmapHue(b, -100); }},
-        {"saturation", [](BitmapDesc *b) { return Rz_ChangeBitmapSaturation(b, -400); }},
-        {"desaturate", [](BitmapDesc *b) { return Rz_DesaturateBitmap(b); }},
-        {"remap", [](BitmapDesc *b) {
-             std::vector<uint32_t> h(256);
-             for (int i = 0; i < 256; ++i) h[i] = (i + 40) % 256;
-             return Rz_RemapBitmapHue(b, nullptr, h.data(), nullptr, nullptr, 256);
-         }},
-        {"hue-sat-int", [](BitmapDesc *b) { return Rz_ChangeHueSatIntBitmap(b, -6000, 300, 150, nullptr, 0); }},
-    };
     for (const char *layout : {"pal4_colour", "pal8_colour"})
-        for (const auto &[name, op] : ops) {
+        for (const auto &[name, op] : kOps) {
             SCOPED_TRACE(std::string(layout) + " " + name);
             Bitmap pal(FindLayout(layout), 16, 4, 9);
             const Bitmap before(pal);
-            // The same colours as a row of 24-bit pixels.
-            std::vector<Colour> colours;
-            RzRGBQuad entries[256];
-            const int n = KrnGetBitmapPalette(pal.get(), 0, pal->nColors, entries);
+            RzRGBQuad e[256];
+            const int n = KrnGetBitmapPalette(pal.get(), 0, pal->nColors, e);
             ASSERT_GT(n, 0);
-            for (int i = 0; i < n; ++i) colours.push_back({entries[i].rgbRed, entries[i].rgbGreen, entries[i].rgbBlue});
+            std::vector<Colour> colours;
+            for (int i = 0; i < n; ++i) colours.push_back({e[i].rgbRed, e[i].rgbGreen, e[i].rgbBlue});
             Bitmap row = RowOf("bgr24", colours);
             CallbackRecorder rec;
             ASSERT_EQ(op(pal.get()), ST_SUCCESS);
             EXPECT_EQ(rec.percents(), (std::vector<int32_t>{0, 100}));
             ASSERT_EQ(op(row.get()), ST_SUCCESS);
-            ASSERT_EQ(KrnGetBitmapPalette(pal.get(), 0, n, entries), n);
-            for (int i = 0; i < n; ++i) {
-                const Colour want = Get(row, i, 0);
-                ExpectColour({entries[i].rgbRed, entries[i].rgbGreen, entries[i].rgbBlue}, want.r, want.g, want.b);
-            }
+            ASSERT_EQ(KrnGetBitmapPalette(pal.get(), 0, n, e), n);
+            for (int i = 0; i < n; ++i) EXPECT_EQ((Colour{e[i].rgbRed, e[i].rgbGreen, e[i].rgbBlue}), Get(row, i, 0)) << i;
             EXPECT_EQ(pal.storedBytes(), before.storedBytes());
         }
 }
