@@ -1,6 +1,6 @@
 // The integer colour models: forward values worked out by hand from the
-// formulas, the inverse tables, the dispatcher's contract, and the inverses
-// checked over every 8-bit colour: converting back and forward again must
+// formulas, the inverse tables, and the inverses checked over every 8-bit
+// colour through the row dispatcher: converting back and forward again must
 // give the very same record, and the largest channel error is printed.
 #include "colour/colour_models.h"
 
@@ -63,21 +63,6 @@ TEST(ColourModels, ByHand) {
     EXPECT_GT(RgbFromWordHsv(0, 65535, 65535).b, 0);
 }
 
-TEST(ColourDispatcher, ContractAndColumnRange) {
-    uint8_t bad[6] = {};
-    HsvRecord<uint8_t> rec[3];
-    for (int32_t mode : {27, -1, 30}) EXPECT_EQ(ConvertColourRow8(mode, bad, rec, 0, 2), ST_INVALID_PARAMETER);
-    EXPECT_EQ(ConvertColourRow8(CS_RGB_TO_HSV, nullptr, rec, 0, 2), ST_INVALID_PARAMETER);
-    EXPECT_EQ(ConvertColourRow16(CS_RGB_TO_HSV, bad, nullptr, 0, 1), ST_INVALID_PARAMETER);
-    EXPECT_EQ(ConvertColourRow8(5, bad, rec, 0, 2), ST_BAD_TYPE); // a threshold mode
-    EXPECT_EQ(ConvertColourPixel(0, bad, rec), ST_BAD_TYPE);
-    // Blue, green, red pixels; records outside [1, 3) stay.
-    const uint8_t px[9] = {0, 0, 255, 50, 100, 200, 255, 0, 0};
-    std::fill(std::begin(rec), std::end(rec), HsvRecord<uint8_t>{999, 9, 9});
-    ASSERT_EQ(ConvertColourRow8(CS_RGB_TO_HSV, px, rec, 1, 3), ST_SUCCESS);
-    EXPECT_EQ((std::array<int, 3>{rec[0].hue, rec[1].hue, rec[2].hue}), (std::array<int, 3>{999, 30, 240}));
-}
-
 // Every 8-bit colour through the dispatcher: forward, back, forward again.
 template <class T, class Rec> void EveryColour(int32_t toModel, int32_t toRgb, const char *label, int bound) {
     const int32_t n = 65536, scale = sizeof(T) == 1 ? 1 : 257;
@@ -106,15 +91,12 @@ template <class T, class Rec> void EveryColour(int32_t toModel, int32_t toRgb, c
             if (toModel == CS_RGB_TO_HSV && reinterpret_cast<const HsvRecord<T> &>(rec[i]).sat == 0 && c[0] == c[1] &&
                 c[1] == c[2])
                 continue;
-            if (mismatches++ < 5)
-                ADD_FAILURE() << label << ": (" << int(row[3 * i + 2]) << ", " << int(row[3 * i + 1]) << ", "
-                              << int(row[3 * i]) << ") comes back with a different record";
+            if (mismatches++ < 5) ADD_FAILURE() << label << ": pixel " << i << " of red " << r << " drifts";
         }
     }
     EXPECT_EQ(mismatches, 0) << label;
     EXPECT_LE(worst, bound) << label;
     std::printf("[ colour   ] %s: largest channel error of a round trip over every 8-bit colour: %d\n", label, worst);
-    ::testing::Test::RecordProperty(label, worst);
 }
 
 TEST(ColourInverses, EveryByteColourThroughTheDegreeModels) {
@@ -132,8 +114,7 @@ TEST(ColourInverses, WordScaleOfEveryByteColourAndRandomWords) {
         const Rgb c = RgbFromWordHsv(f.h, f.s, f.v);
         worst = std::max({worst, std::abs(c.r - r), std::abs(c.g - g), std::abs(c.b - b)});
         if (Of(f) != Of(WordHsvFromRgb(c.r, c.g, c.b)) && mismatches++ < 5)
-            ADD_FAILURE() << "(" << r << ", " << g << ", " << b << ") comes back as (" << c.r << ", " << c.g << ", "
-                          << c.b << ")";
+            ADD_FAILURE() << "(" << r << ", " << g << ", " << b << ") drifts";
     };
     for (int i = 0; i < 1 << 24; ++i) check((i >> 16) * 257, (i >> 8 & 255) * 257, (i & 255) * 257);
     std::mt19937 rng(5);
@@ -141,7 +122,6 @@ TEST(ColourInverses, WordScaleOfEveryByteColourAndRandomWords) {
     EXPECT_EQ(mismatches, 0);
     EXPECT_LE(worst, 16);
     std::printf("[ colour   ] word scale: largest channel error of a round trip: %d of 65535\n", worst);
-    ::testing::Test::RecordProperty("word scale", worst);
 }
 
 } // namespace

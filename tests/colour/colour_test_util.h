@@ -6,11 +6,15 @@
 
 #include "support/bitmaps.h"
 
+#include <gtest/gtest.h>
+
 #include <rzimg.h>
 
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <functional>
+#include <string>
 #include <random>
 
 namespace rz::test {
@@ -124,6 +128,25 @@ inline Bitmap RandomColourBitmap(const char *layout, int w, int h, uint32_t seed
             Put(b, x, y, c);
         }
     return b;
+}
+
+// Runs op on a random bitmap of every colour layout and compares each pixel
+// with the reference on its own scale; the fourth channel must not move.
+inline void CompareEveryPixel(const std::string &name, const std::function<int32_t(BitmapDesc *)> &op,
+                              const std::function<Colour(const Colour &, bool deep)> &expect) {
+    for (const char *layout : {"bgr24", "rgb24", "bgr32", "bgr48", "rgb48", "bgr64"}) {
+        Bitmap b = RandomColourBitmap(layout, 61, 23, 17);
+        const Bitmap before(b);
+        ASSERT_EQ(op(b.get()), ST_SUCCESS) << name << " " << layout;
+        for (int y = 0; y < b->nHeight; ++y)
+            for (int x = 0; x < b->nWidth; ++x) {
+                const Colour in = Get(before, x, y);
+                Colour want = expect(in, Deep(b.get()));
+                want.a = in.a;
+                ASSERT_EQ(Get(b, x, y), want) << name << " " << layout << " from (" << in.r << ", " << in.g << ", "
+                                              << in.b << ")";
+            }
+    }
 }
 
 } // namespace rz::test
