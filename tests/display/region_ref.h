@@ -139,14 +139,9 @@ inline Grid ReadView(const BitmapDesc *b) {
         }
     RzRect r{};
     EXPECT_EQ(DisGetRegionBounds(b, 0, &r), KRN_OK);
-    if (x0 >= x1) {
-        EXPECT_TRUE(r.left >= r.right || r.top >= r.bottom);
-    } else {
-        EXPECT_EQ(r.left, x0);
-        EXPECT_EQ(r.top, y0);
-        EXPECT_EQ(r.right, x1);
-        EXPECT_EQ(r.bottom, y1);
-    }
+    EXPECT_TRUE(x0 >= x1 ? r.left >= r.right || r.top >= r.bottom
+                         : r.left == x0 && r.top == y0 && r.right == x1 && r.bottom == y1)
+        << r.left << "," << r.top << "," << r.right << "," << r.bottom;
     return g;
 }
 
@@ -159,9 +154,7 @@ struct Desc {
     BitmapDesc d{};
     Desc(int32_t w, int32_t h, int32_t bits = 8, bool alloc = false) {
         EXPECT_EQ(KrnInitBitmap(&d, BITMAPDESC_SIZE, w, h, bits), KRN_OK);
-        if (alloc) {
-            EXPECT_EQ(KrnAllocBitmap(&d), KRN_OK);
-        }
+        EXPECT_EQ(alloc ? KrnAllocBitmap(&d) : KRN_OK, KRN_OK);
     }
     ~Desc() { KrnFreeBitmap(&d); }
     Desc(const Desc &) = delete;
