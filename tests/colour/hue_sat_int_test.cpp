@@ -36,7 +36,8 @@ std::vector<Entry> ReferenceTable(int hue, int sat, int in, std::vector<HueSatIn
     }
     for (Entry &e : t) {
         const int64_t in = std::min<int64_t>(e.in, 1000), M = deep ? 65535 : 255;
-        e = deep ? Entry{e.hue, e.sat * 10, (in * M + 500) / 1000} : Entry{e.hue / 100, e.sat / 10, (in * M + 500) / 1000};
+        e = deep ? Entry{e.hue, e.sat * 10, (in * M + 500) / 1000}
+                 : Entry{e.hue / 100, e.sat / 10, (in * M + 500) / 1000};
     }
     return t;
 }
@@ -45,7 +46,7 @@ template <class T> Colour ReferencePixel(const Colour &c, const std::vector<Entr
     constexpr int64_t P = colour::Scale<T>::kPercent, M = colour::Scale<T>::kMax, turn = 3 * colour::Scale<T>::kThird;
     const colour::Hsv f = colour::DegHsvFromRgb<T>(c.r, c.g, c.b);
     const Entry &e = t[f.h / (P / 100)];
-    const colour::Rgb a = colour::RgbFromDegHsv<T>(static_cast<int32_t>(((f.h + e.hue) % turn + turn) % turn), f.s, f.v);
+    const colour::Rgb a = colour::RgbFromDegHsv<T>(int32_t(((f.h + e.hue) % turn + turn) % turn), f.s, f.v);
     const colour::Hls l = colour::DegHlsFromRgb<T>(a.r, a.g, a.b);
     const int64_t s = std::clamp<int64_t>(l.s + l.s * e.sat / P, 0, P);
     const colour::Rgb b = colour::RgbFromDegHls<T>(l.h, l.l, static_cast<int32_t>(s));

@@ -12,6 +12,11 @@ namespace {
 using Op = std::function<int32_t(BitmapDesc *)>;
 
 int Max(const Colour &c) { return std::max({c.r, c.g, c.b}); }
+Op Hue(int a) { return [=](BitmapDesc *b) { return Rz_ChangeBitmapHue(b, a); }; }
+Op Sat(int c) { return [=](BitmapDesc *b) { return Rz_ChangeBitmapSaturation(b, c); }; }
+Op Hsi(int h, int s, int i, std::vector<HueSatIntRange> r = {}) {
+    return [=](BitmapDesc *b) { return Rz_ChangeHueSatIntBitmap(b, h, s, i, r.data(), uint32_t(r.size())); };
+}
 
 TEST(ColourOperations, ByHand) {
     const struct {
@@ -21,18 +26,14 @@ TEST(ColourOperations, ByHand) {
     } cases[] = {
         // Red is hue 0, 120 degrees 85 steps; back at d = 119: red = 255 x 1 / 119 = 2.
         // Blue: 171 + 85 = 256 -> 0, pure red again.
-        {"bgr24", [](BitmapDesc *b) { return Rz_ChangeBitmapHue(b, 120); },
-         {{255, 0, 0}, {0, 0, 255}, {128, 128, 128}}, {{2, 255, 0}, {255, 0, 0}, {128, 128, 128}}},
+        {"bgr24", Hue(120), {{255, 0, 0}, {0, 0, 255}, {128, 128, 128}}, {{2, 255, 0}, {255, 0, 0}, {128, 128, 128}}},
         // Words: hue 128 + 85 x 257 = 21973, 7864020 of the third's 7895040:
         // red is 65535 x 31020 / 7864020 = 258.
-        {"bgr48", [](BitmapDesc *b) { return Rz_ChangeBitmapHue(b, 120); },
-         {{65535, 0, 0}, {1000, 1000, 1000}}, {{258, 65535, 0}, {1000, 1000, 1000}}},
+        {"bgr48", Hue(120), {{65535, 0, 0}, {1000, 1000, 1000}}, {{258, 65535, 0}, {1000, 1000, 1000}}},
         // (200, 100, 100): L 150, S 121; +500 is 128/256: S 181, q = 225, p = 75.
-        {"bgr24", [](BitmapDesc *b) { return Rz_ChangeBitmapSaturation(b, 500); }, {{200, 100, 100}}, {{225, 75, 75}}},
-        {"rgb24", [](BitmapDesc *b) { return Rz_ChangeBitmapSaturation(b, -1000); },
-         {{200, 100, 100}, {10, 200, 90}}, {{150, 150, 150}, {105, 105, 105}}},
-        {"bgr32", [](BitmapDesc *b) { return Rz_DesaturateBitmap(b); },
-         {{255, 0, 0, 9}, {10, 20, 30, 200}}, {{127, 127, 127, 9}, {20, 20, 20, 200}}},
+        {"bgr24", Sat(500), {{200, 100, 100}}, {{225, 75, 75}}},
+        {"rgb24", Sat(-1000), {{200, 100, 100}, {10, 200, 90}}, {{150, 150, 150}, {105, 105, 105}}},
+        {"bgr32", Rz_DesaturateBitmap, {{255, 0, 0, 9}, {10, 20, 30, 200}}, {{127, 127, 127, 9}, {20, 20, 20, 200}}},
         // A value table of 100 masked to hue 0: green only round-trips, like a rotation by 0.
         {"bgr24", [](BitmapDesc *b) {
              std::vector<uint32_t> v(256, 100), mask(256, 0);
@@ -41,25 +42,19 @@ TEST(ColourOperations, ByHand) {
          }, {{255, 0, 0}, {0, 255, 0}}, {{100, 0, 0}, {2, 255, 0}}},
         // Hue-sat-int over 350..10, inner 355..5: hue 0 (and grey) is inside via 360,
         // -200 tenths is -50 levels; hues 8 and 352 are 0.4 up an edge: -19.
-        {"bgr24", [](BitmapDesc *b) {
-             const HueSatIntRange r = Range(0, 0, -200, 350, 10, 355, 5);
-             return Rz_ChangeHueSatIntBitmap(b, 0, 0, 0, &r, 1);
-         }, {{255, 0, 0}, {255, 7, 0}, {255, 19, 0}, {255, 0, 17}, {0, 255, 0}, {128, 128, 128}},
+        {"bgr24", Hsi(0, 0, 0, {Range(0, 0, -200, 350, 10, 355, 5)}),
+         {{255, 0, 0}, {255, 7, 0}, {255, 19, 0}, {255, 0, 17}, {0, 255, 0}, {128, 128, 128}},
          {{205, 0, 0}, {205, 0, 0}, {236, 0, 0}, {236, 0, 0}, {0, 255, 0}, {78, 78, 78}}},
         // 120 degrees takes red exactly to green on the degree scale.
-        {"bgr24", [](BitmapDesc *b) { return Rz_ChangeHueSatIntBitmap(b, 12000, 0, 0, nullptr, 0); },
-         {{255, 0, 0}}, {{0, 255, 0}}},
+        {"bgr24", Hsi(12000, 0, 0), {{255, 0, 0}}, {{0, 255, 0}}},
         // -1000 saturation leaves the HLS lightness (127); +200 tenths is 51 levels.
-        {"rgb24", [](BitmapDesc *b) { return Rz_ChangeHueSatIntBitmap(b, 0, -1000, 200, nullptr, 0); },
-         {{255, 0, 0}, {100, 100, 100}}, {{178, 178, 178}, {151, 151, 151}}},
+        {"rgb24", Hsi(0, -1000, 200), {{255, 0, 0}, {100, 100, 100}}, {{178, 178, 178}, {151, 151, 151}}},
         // Words: (200 x 65535 + 500) / 1000 = 13107 levels; the fourth channel stays.
-        {"bgr64", [](BitmapDesc *b) { return Rz_ChangeHueSatIntBitmap(b, 12000, 0, 200, nullptr, 0); },
-         {{65535, 0, 0, 4321}, {1000, 1000, 1000, 7}}, {{13107, 65535, 13107, 4321}, {14107, 14107, 14107, 7}}},
+        {"bgr64", Hsi(12000, 0, 200), {{65535, 0, 0, 4321}, {1000, 1000, 1000, 7}},
+         {{13107, 65535, 13107, 4321}, {14107, 14107, 14107, 7}}},
         // Overlapping ranges add: hue 120 gets 1200 tenths, capped to 1000; grey only 600.
-        {"bgr24", [](BitmapDesc *b) {
-             const HueSatIntRange r[2] = {Range(0, 0, 300, 100, 140, 110, 130), Range(0, 0, 300, 90, 150, 100, 140)};
-             return Rz_ChangeHueSatIntBitmap(b, 0, 0, 600, r, 2);
-         }, {{0, 255, 0}, {0, 0, 0}, {0, 100, 0}}, {{255, 255, 255}, {153, 153, 153}, {255, 255, 255}}},
+        {"bgr24", Hsi(0, 0, 600, {Range(0, 0, 300, 100, 140, 110, 130), Range(0, 0, 300, 90, 150, 100, 140)}),
+         {{0, 255, 0}, {0, 0, 0}, {0, 100, 0}}, {{255, 255, 255}, {153, 153, 153}, {255, 255, 255}}},
     };
     for (const auto &c : cases) {
         Bitmap b = RowOf(c.layout, c.in);
@@ -71,8 +66,7 @@ TEST(ColourOperations, ByHand) {
 TEST(ColourOperations, EveryPixelAsTheFormulasSay) {
     std::vector<std::tuple<std::string, Op, std::function<Colour(const Colour &, bool)>>> cases;
     for (int angle : {0, 1, 120, -45, 200, 3600, INT32_MIN, INT32_MAX})
-        cases.emplace_back("hue " + std::to_string(angle), [=](BitmapDesc *b) { return Rz_ChangeBitmapHue(b, angle); },
-                           [=](const Colour &c, bool deep) {
+        cases.emplace_back("hue " + std::to_string(angle), Hue(angle), [=](const Colour &c, bool deep) {
                                const int64_t steps = int64_t(angle) * 256 / 360;
                                if (!deep) {
                                    const auto f = ref::ByteHsv(c.r, c.g, c.b);
@@ -84,8 +78,7 @@ TEST(ColourOperations, EveryPixelAsTheFormulasSay) {
                                return Colour{o.r, o.g, o.b};
                            });
     for (int change : {-1000, -300, 0, 250, 1000})
-        cases.emplace_back("saturation " + std::to_string(change),
-                           [=](BitmapDesc *b) { return Rz_ChangeBitmapSaturation(b, change); },
+        cases.emplace_back("saturation " + std::to_string(change), Sat(change),
                            [cs = change * 256 / 1000](const Colour &c, bool deep) {
                                const int M = deep ? 65535 : 255;
                                const auto f = ref::ScaleHls(c.r, c.g, c.b, M);
@@ -142,15 +135,15 @@ TEST(ColourOperations, FailuresInTheirPlace) {
 }
 
 const std::pair<const char *, Op> kOps[] = {
-    {"hue", [](BitmapDesc *b) { return Rz_ChangeBitmapHue(b, -100); }},
-    {"saturation", [](BitmapDesc *b) { return Rz_ChangeBitmapSaturation(b, 600); }},
+    {"hue", Hue(-100)},
+    {"saturation", Sat(600)},
     {"desaturate", Rz_DesaturateBitmap},
     {"remap", [](BitmapDesc *b) {
          std::vector<uint32_t> h(Deep(b) ? 65536 : 256);
          for (size_t i = 0; i < h.size(); ++i) h[i] = uint32_t((i + h.size() / 6) % h.size());
          return Rz_RemapBitmapHue(b, nullptr, h.data(), nullptr, nullptr, uint32_t(h.size()));
      }},
-    {"hue-sat-int", [](BitmapDesc *b) { return Rz_ChangeHueSatIntBitmap(b, 3000, 200, -100, nullptr, 0); }},
+    {"hue-sat-int", Hsi(3000, 200, -100)},
 };
 
 // Only the region's pixels change; they change as on the whole bitmap.
@@ -193,7 +186,8 @@ TEST(ColourOperations, PalettesChangeTheirEntries) {
             EXPECT_EQ(rec.percents(), (std::vector<int32_t>{0, 100}));
             ASSERT_EQ(op(row.get()), ST_SUCCESS);
             ASSERT_EQ(KrnGetBitmapPalette(pal.get(), 0, n, e), n);
-            for (int i = 0; i < n; ++i) EXPECT_EQ((Colour{e[i].rgbRed, e[i].rgbGreen, e[i].rgbBlue}), Get(row, i, 0)) << i;
+            for (int i = 0; i < n; ++i)
+                EXPECT_EQ((Colour{e[i].rgbRed, e[i].rgbGreen, e[i].rgbBlue}), Get(row, i, 0)) << i;
             EXPECT_EQ(pal.storedBytes(), before.storedBytes());
         }
 }
