@@ -10,7 +10,12 @@
 // registers; larger kernels add one coefficient at a time into a block of
 // 32-bit sums. Sums wrap at 32 bits, as documented. The division is done in
 // single precision where that is exact (sums and divisor below 2^24), and
-// in 64-bit integers otherwise.
+// in 64-bit integers otherwise. Kernels apply to the picture as stored: the
+// bitmap is put in view 1 for the call.
+//
+// The Gaussian is one symmetric pass along the rows, stored, then the same
+// pass along the rows of the transposed view (view 5), which are the
+// picture's columns.
 #include "filters/filter_rows.h"
 
 #include <array>

@@ -11,7 +11,8 @@
 // is first cut to at most twice the bitmap's size.
 //
 // Median: windows of 2x2 to 5x5 go through a selection network over whole
-// rows. Larger windows keep one histogram per column of the window height
+// rows (3x3 sorts each column of three once, for the three windows sharing
+// it, and combines the sorted columns). Larger windows keep one histogram per column of the window height
 // (two levels: 16 coarse bins over 16 x 16 fine ones) for 8-bit samples;
 // the window's histogram moves right by adding one column histogram and
 // taking one away, and its fine level is brought up to date only for the
@@ -277,9 +278,11 @@ template <class K> RZ_FORCE_INLINE int FirstAbove(const K *h, K &below, K target
     return j;
 }
 
-// The column histograms of one row band: coarse counts column by column,
-// fine counts bin by bin (all columns' 16 fine counts of coarse bin k
-// together), so that sliding along a row for one bin reads memory in order.
+// The column histograms of one channel: coarse counts column by column, fine
+// counts bin by bin (all columns' 16 fine counts of coarse bin k together),
+// so that sliding along a row for one bin reads memory in order. Each
+// channel has its own, moved down and used in turn, so that one channel's
+// counts stay in cache.
 template <class CK> struct Columns {
     CK *coarse; // [col][16]
     CK *fine;   // [k][col][16]
@@ -296,11 +299,12 @@ template <class CK> struct Columns {
     }
 };
 
+// One channel's samples are every C-th of the rows.
 template <class CK>
-RZ_FORCE_INLINE void MoveColumnsDown(Columns<CK> &h, const uint8_t *leave, const uint8_t *enter) {
+RZ_FORCE_INLINE void MoveColumnsDown(Columns<CK> &h, const uint8_t *leave, const uint8_t *enter, int64_t C) {
     for (int64_t i = 0; i < h.cols; ++i) {
-        h.remove(i, leave[i]);
-        h.add(i, enter[i], 1);
+        h.remove(i, leave[i * C]);
+        h.add(i, enter[i * C], 1);
     }
 }
 
@@ -311,8 +315,8 @@ template <class CK, class K> struct MedianRow8 {
     int32_t W, C, c, cx0;
     K target;
 
-    const CK *coarseAt(int32_t x) const { return h.coarseAt(int64_t(x - cx0) * C + c); }
-    const CK *fineAt(int32_t x, int k) const { return h.fineAt(int64_t(x - cx0) * C + c, k); }
+    const CK *coarseAt(int32_t x) const { return h.coarseAt(x - cx0); }
+    const CK *fineAt(int32_t x, int k) const { return h.fineAt(x - cx0, k); }
 
     RZ_FORCE_INLINE void run(int32_t left, int32_t right, uint8_t *out) const {
         alignas(64) K kc[16];
@@ -382,17 +386,18 @@ template <class CK, class K> int32_t MedianColumns8(BitmapDesc *bmp, Pass &pass,
     const RzRect &rc = pass.bounds;
     const int32_t cx0 = Clamp(int64_t(rc.left) - win.h1, 0, W - 1);
     const int32_t cx1 = Clamp(int64_t(rc.right) - 1 + win.h2, 0, W - 1) + 1;
-    const int64_t cols = int64_t(cx1 - cx0) * C; // sample columns
+    const int64_t cols = cx1 - cx0;
     const uint64_t area = uint64_t(win.n) * uint64_t(win.n);
     const K target = K(win.n % 2 ? area / 2 : area / 2 - 1);
 
     RowRing<uint8_t> ring;
     RZ_RETURN_IF_FAILED(ring.init(ctx, W, C, int32_t(std::min<int64_t>(win.n + 1, H)), 0, 0));
     KrnPtr<uint8_t[]> out = pass.outputRow<uint8_t>();
-    KrnPtr<CK[]> coarse = KrnArrayZeroed<CK>(KrnCheckedSize(size_t(cols), 16, 1));
-    KrnPtr<CK[]> fine = KrnArrayZeroed<CK>(KrnCheckedSize(size_t(cols), 256, 1));
+    KrnPtr<CK[]> coarse = KrnArrayZeroed<CK>(KrnCheckedSize(size_t(cols) * C, 16, 1));
+    KrnPtr<CK[]> fine = KrnArrayZeroed<CK>(KrnCheckedSize(size_t(cols) * C, 256, 1));
     if (!out || !coarse || !fine) return ST_FAILURE;
-    Columns<CK> hist{coarse.get(), fine.get(), cols};
+    Columns<CK> hist[3];
+    for (int32_t c = 0; c < C; ++c) hist[c] = {coarse.get() + c * cols * 16, fine.get() + c * cols * 256, cols};
 
     // Column histograms over the rows of the first output row's window.
     const ClampedRange firstRows(int64_t(rc.top) - win.h1, int64_t(rc.top) + win.h2, H);
@@ -401,23 +406,28 @@ template <class CK, class K> int32_t MedianColumns8(BitmapDesc *bmp, Pass &pass,
     for (int32_t r = firstRows.first; r <= firstRows.last; ++r) {
         const CK w = CK(firstRows.weight(r));
         const uint8_t *src = ring.row(r) + int64_t(cx0) * C;
-        for (int64_t i = 0; i < cols; ++i) hist.add(i, src[i], w);
+        for (int64_t i = 0; i < cols; ++i)
+            for (int32_t c = 0; c < C; ++c) hist[c].add(i, src[i * C + c], w);
     }
 
     RZ_RETURN_IF_FAILED(pass.beginProgress(0, 100));
     for (int32_t y = rc.top; y < rc.bottom; ++y) {
+        const uint8_t *leaving = nullptr, *entering = nullptr;
         if (y > rc.top) {
             const int32_t leave = Clamp(int64_t(y) - 1 - win.h1, 0, H - 1);
             const int32_t enter = Clamp(int64_t(y) + win.h2, 0, H - 1);
             if (leave != enter) {
                 RZ_RETURN_IF_FAILED(ring.load(enter));
-                const uint8_t *a = ring.row(leave) + int64_t(cx0) * C, *b = ring.row(enter) + int64_t(cx0) * C;
-                Vectorised([&]() RZ_LAMBDA_INLINE { MoveColumnsDown(hist, a, b); });
+                leaving = ring.row(leave) + int64_t(cx0) * C;
+                entering = ring.row(enter) + int64_t(cx0) * C;
             }
         }
         for (int32_t c = 0; c < C; ++c) {
-            const MedianRow8<CK, K> row{hist, win, W, C, c, cx0, target};
-            Vectorised([&]() RZ_LAMBDA_INLINE { row.run(rc.left, rc.right, out.get() + c); });
+            const MedianRow8<CK, K> row{hist[c], win, W, C, c, cx0, target};
+            Vectorised([&]() RZ_LAMBDA_INLINE {
+                if (leaving) MoveColumnsDown(hist[c], leaving + c, entering + c, C);
+                row.run(rc.left, rc.right, out.get() + c);
+            });
         }
         RZ_RETURN_IF_FAILED(PutRow(ctx, out.get(), y, nullptr, 0));
     }

@@ -7,7 +7,7 @@
 // grey level.
 #ifdef RZ_HAVE_OPENCV
 
-#include "support/bitmaps.h"
+#include "filter_reference.h"
 
 #include <gtest/gtest.h>
 #include <opencv2/core.hpp>
@@ -74,26 +74,6 @@ TEST_F(OpenCV, ErodeAndDilate) {
             }
 }
 
-// The predefined kernels as OpenCV takes them: coefficients row by row and
-// the bias.
-struct Coefficients {
-    int32_t bias;
-    float c[9];
-};
-const Coefficients kKernels[SPF_COUNT] = {
-    {128, {0, 1, 0, 0, 0, 0, 0, -1, 0}},    {128, {0, 0, 1, 0, 0, 0, -1, 0, 0}},   {128, {0, 0, 0, -1, 0, 1, 0, 0, 0}},
-    {128, {-1, 0, 0, 0, 0, 0, 0, 0, 1}},    {128, {0, -1, 0, 0, 0, 0, 0, 1, 0}},   {128, {0, 0, -1, 0, 0, 0, 1, 0, 0}},
-    {128, {0, 0, 0, 1, 0, -1, 0, 0, 0}},    {128, {1, 0, 0, 0, 0, 0, 0, 0, -1}},   {0, {1, 1, 1, 1, -2, 1, -1, -1, -1}},
-    {0, {1, 1, 1, -1, -2, 1, -1, -1, 1}},   {0, {-1, 1, 1, -1, -2, 1, -1, 1, 1}},  {0, {-1, -1, 1, -1, -2, 1, 1, 1, 1}},
-    {0, {-1, -1, -1, 1, -2, 1, 1, 1, 1}},   {0, {1, -1, -1, 1, -2, -1, 1, 1, 1}},  {0, {1, 1, -1, 1, -2, -1, 1, 1, -1}},
-    {0, {1, 1, 1, 1, -2, -1, 1, -1, -1}},   {0, {0, -1, 0, -1, 4, -1, 0, -1, 0}},  {0, {-1, -1, -1, -1, 8, -1, -1, -1, -1}},
-    {0, {1, -2, 1, -2, 4, -2, 1, -2, 1}},   {0, {-1, 0, -1, 0, 4, 0, -1, 0, -1}},  {0, {0, -1, 0, 0, 2, 0, 0, -1, 0}},
-    {0, {0, 0, 0, -1, 2, -1, 0, 0, 0}},     {0, {1, 2, 1, 0, 0, 0, -1, -2, -1}},   {0, {1, 0, -1, 2, 0, -2, 1, 0, -1}},
-    {0, {-1, -1, -1, 0, 0, 0, 1, 1, 1}},    {0, {1, 0, -1, 1, 0, -1, 1, 0, -1}},   {0, {-1, 0, 0, 0, 1, 0, 0, 0, 0}},
-    {0, {0, -1, 0, 0, 1, 0, 0, 0, 0}},      {0, {0, 0, 0, -1, 1, 0, 0, 0, 0}},     {0, {-1, -1, -1, 2, 2, 2, -1, -1, -1}},
-    {0, {-1, 2, -1, -1, 2, -1, -1, 2, -1}}, {0, {-1, -1, 2, -1, 2, -1, 2, -1, -1}}, {0, {2, -1, -1, -1, 2, -1, -1, -1, 2}},
-};
-
 // Sums from filter2D, then as documented: divide (truncating) unless the
 // divisor is 1, add the bias, clamp.
 cv::Mat Finish(const cv::Mat &sums, int32_t divisor, int32_t bias, int depth) {
@@ -121,10 +101,11 @@ TEST_F(OpenCV, Filter2DSumsForThePredefinedKernels) {
             for (int32_t k = 0; k < SPF_COUNT; ++k) {
                 SCOPED_TRACE(Name(layout, s) + " kernel " + std::to_string(k));
                 Bitmap b(FindLayout(layout), s.w, s.h, seed++);
-                const cv::Mat kernel(3, 3, CV_32F, const_cast<float *>(kKernels[k].c));
+                cv::Mat kernel(3, 3, CV_32F);
+                for (int i = 0; i < 9; ++i) kernel.at<float>(i / 3, i % 3) = float(kTable[k].c[i]);
                 cv::Mat sums;
                 cv::filter2D(AsMat(b), sums, CV_64F, kernel, cv::Point(-1, -1), 0, cv::BORDER_REPLICATE);
-                const cv::Mat want = Finish(sums, 1, kKernels[k].bias, AsMat(b).depth());
+                const cv::Mat want = Finish(sums, 1, kTable[k].bias, AsMat(b).depth());
                 ASSERT_EQ(Rz_SpatialFilterBitmap(b.get(), RZ_SPF_KERNEL(k)), 1);
                 EXPECT_EQ(cv::norm(AsMat(b), want, cv::NORM_INF), 0.0);
             }

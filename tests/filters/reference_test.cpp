@@ -71,19 +71,11 @@ struct UserRecord {
     const UserFilterKernel *get() const { return reinterpret_cast<const UserFilterKernel *>(words.data()); }
 };
 
-// The predefined coefficients, as the reference knows them.
-const std::vector<int32_t> kSobelH{1, 2, 1, 0, 0, 0, -1, -2, -1};
-const std::vector<int32_t> kEmbossNE{0, 0, 1, 0, 0, 0, -1, 0, 0};
-const std::vector<int32_t> kLaplaceEight{-1, -1, -1, -1, 8, -1, -1, -1, -1};
-
 TEST(ConvolutionReference, PredefinedKernels) {
-    const std::pair<int32_t, RefKernel> cases[] = {
-        {SPF_SOBEL_HORIZONTAL, FromSpatial(kSobelH, 1, 0)},
-        {SPF_EMBOSS_NE, FromSpatial(kEmbossNE, 1, 128)},
-        {SPF_LAPLACE_EIGHT, FromSpatial(kLaplaceEight, 1, 0)},
-    };
-    for (const auto &[number, kernel] : cases) {
+    for (int32_t number : {SPF_SOBEL_HORIZONTAL, SPF_EMBOSS_NE, SPF_LAPLACE_EIGHT}) {
         SCOPED_TRACE(number);
+        const Predefined &k = kTable[number];
+        const RefKernel kernel = FromSpatial(std::vector<int32_t>(k.c, k.c + 9), 1, k.bias);
         ExpectMatchesReference([n = number](BitmapDesc *b) { return Rz_SpatialFilterBitmap(b, RZ_SPF_KERNEL(n)); },
                                [k = kernel](BitmapDesc *b) {
                                    ApplyReference(b, [&](const Picture &p) { return ReferenceConvolve(p, k); });
