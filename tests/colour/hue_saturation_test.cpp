@@ -132,6 +132,8 @@ TEST(ColourOperations, FailuresInTheirPlace) {
     // The size field comes before the argument.
     b->uStructSize = 163;
     EXPECT_EQ(Rz_ChangeBitmapSaturation(b.get(), 5000), ST_BAD_STRUCT_SIZE);
+    b->uStructSize = BITMAPDESC_SIZE;
+    pal->nColors = 16;
 }
 
 const std::pair<const char *, Op> kOps[] = {

@@ -70,6 +70,8 @@ Bitmap::Bitmap(const Layout &layout, int32_t width, int32_t height, uint32_t see
 }
 
 Bitmap::~Bitmap() {
+    // Tests spoil the size field on purpose; the memory is still ours.
+    desc_.uStructSize = BITMAPDESC_SIZE;
     if (owned_) KrnFreeBitmap(&desc_);
 }
 
