@@ -96,6 +96,13 @@ namespace {
 
 bool DescOk(const BitmapDesc *b) { return b && b->uStructSize == BITMAPDESC_SIZE; }
 
+// The first two checks of every service taking a descriptor.
+int32_t DescStatus(const BitmapDesc *b) {
+    if (!b)
+        return KRN_NULL_POINTER;
+    return b->uStructSize == BITMAPDESC_SIZE ? KRN_OK : KRN_BAD_STRUCT_SIZE;
+}
+
 bool HasPaletteDepth(int bits) { return bits >= 1 && bits <= 8; }
 
 int32_t CheckPixelAccess(const BitmapDesc *b, int32_t x, int32_t y) {
@@ -153,10 +160,8 @@ RZKRN_API int32_t RZAPI KrnInitBitmap(BitmapDesc *pBitmap, uint32_t uStructSize,
 // The stored size follows nWidth / nHeight and the view, so a caller may set
 // the view size of an initialised descriptor before allocating.
 RZKRN_API int32_t RZAPI KrnAllocBitmap(BitmapDesc *pBitmap) {
-    if (!pBitmap)
-        return KRN_NULL_POINTER;
-    if (pBitmap->uStructSize != BITMAPDESC_SIZE)
-        return KRN_BAD_STRUCT_SIZE;
+    if (const int32_t desc = DescStatus(pBitmap); desc != KRN_OK)
+        return desc;
     int view = pBitmap->nViewPerspective;
     if (view < 1 || view > 8)
         return KRN_INVALID_PARAMETER;
@@ -265,10 +270,8 @@ RZKRN_API int32_t RZAPI KrnCopyBitmap(BitmapDesc *pDest, const BitmapDesc *pSrc,
 }
 
 RZKRN_API int32_t RZAPI KrnValidateBitmap(const BitmapDesc *pBitmap) {
-    if (!pBitmap)
-        return KRN_NULL_POINTER;
-    if (pBitmap->uStructSize != BITMAPDESC_SIZE)
-        return KRN_BAD_STRUCT_SIZE;
+    if (const int32_t desc = DescStatus(pBitmap); desc != KRN_OK)
+        return desc;
     if (!(pBitmap->uFlags & BMF_ALLOCATED) || !pBitmap->pData)
         return KRN_NO_BITMAP;
     if (!IsKnownDepth(pBitmap->nBitsPerPixel))
@@ -302,10 +305,8 @@ RZKRN_API uint32_t RZAPI KrnBitmapRowBytes(const BitmapDesc *pBitmap) {
 }
 
 RZKRN_API int32_t RZAPI KrnSetGrayPalette(BitmapDesc *pBitmap) {
-    if (!pBitmap)
-        return KRN_NULL_POINTER;
-    if (pBitmap->uStructSize != BITMAPDESC_SIZE)
-        return KRN_BAD_STRUCT_SIZE;
+    if (const int32_t desc = DescStatus(pBitmap); desc != KRN_OK)
+        return desc;
     int bits = pBitmap->nBitsPerPixel;
     if (!HasPaletteDepth(bits))
         return KRN_BAD_PIXEL_FORMAT;
@@ -321,10 +322,8 @@ RZKRN_API int32_t RZAPI KrnSetGrayPalette(BitmapDesc *pBitmap) {
 
 RZKRN_API int32_t RZAPI KrnGetBitmapPalette(const BitmapDesc *pBitmap, int32_t nFirst, int32_t nCount,
                                             RzRGBQuad *pEntries) {
-    if (!pBitmap)
-        return KRN_NULL_POINTER;
-    if (pBitmap->uStructSize != BITMAPDESC_SIZE)
-        return KRN_BAD_STRUCT_SIZE;
+    if (const int32_t desc = DescStatus(pBitmap); desc != KRN_OK)
+        return desc;
     if (!pBitmap->pPalette || pBitmap->nColors <= 0 || pBitmap->nColors > 256)
         return KRN_NO_BITMAP;
     if (!pEntries || nFirst < 0 || nCount < 0)
@@ -339,10 +338,8 @@ RZKRN_API int32_t RZAPI KrnGetBitmapPalette(const BitmapDesc *pBitmap, int32_t n
 // 2^bits indices.
 RZKRN_API int32_t RZAPI KrnSetBitmapPalette(BitmapDesc *pBitmap, int32_t nFirst, int32_t nCount,
                                             const RzRGBQuad *pEntries) {
-    if (!pBitmap)
-        return KRN_NULL_POINTER;
-    if (pBitmap->uStructSize != BITMAPDESC_SIZE)
-        return KRN_BAD_STRUCT_SIZE;
+    if (const int32_t desc = DescStatus(pBitmap); desc != KRN_OK)
+        return desc;
     int bits = pBitmap->nBitsPerPixel;
     if (!HasPaletteDepth(bits))
         return KRN_BAD_PIXEL_FORMAT;
@@ -361,10 +358,8 @@ RZKRN_API int32_t RZAPI KrnSetBitmapPalette(BitmapDesc *pBitmap, int32_t nFirst,
 
 RZKRN_API int32_t RZAPI KrnSetPaletteForDepth(BitmapDesc *pBitmap, const RzRGBQuad *pEntries, int32_t nCount,
                                               int32_t nBitsPerPixel, int32_t) {
-    if (!pBitmap)
-        return KRN_NULL_POINTER;
-    if (pBitmap->uStructSize != BITMAPDESC_SIZE)
-        return KRN_BAD_STRUCT_SIZE;
+    if (const int32_t desc = DescStatus(pBitmap); desc != KRN_OK)
+        return desc;
     // The descriptor may be any depth: the row context's 24-bit temporary
     // carries the palette its rows are matched against.
     if (!HasPaletteDepth(nBitsPerPixel))
