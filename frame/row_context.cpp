@@ -75,7 +75,106 @@ int32_t ReadRegionSpans(RowContext *ctx, int32_t row, int32_t *spans, uint32_t *
     return 1;
 }
 
+// Stored rows a band holds: about 256 KiB, 8 to 64 rows, a multiple of 8
+// (the kernel transposes 8 x 8 blocks).
+int32_t BandRowsFor(uint32_t rowBytes) {
+    const uint32_t rows = (256u * 1024u) / std::max<uint32_t>(rowBytes, 1);
+    return static_cast<int32_t>(std::clamp<uint32_t>(rows, 8, 64) & ~7u);
+}
+
+// In views 5-8 a row is a stored column: rows move in bands, whole-byte
+// depths only (the kernel's blocked path).
+int32_t SetUpBands(RowContext *ctx) {
+    const BitmapDesc *bmp = ctx->pBitmap;
+    ctx->nReadBandTop = ctx->nWriteBandTop = -1;
+    if (bmp->nViewPerspective < 5 || bmp->nBitsPerPixel % 8 != 0 || ctx->nRows < 2 || ctx->nRowBytes == 0) return 1;
+    ctx->nBandRows = std::min(BandRowsFor(ctx->nRowBytes), (ctx->nRows + 7) & ~7);
+    const size_t rows = static_cast<size_t>(ctx->nBandRows);
+    ctx->nBandSpanStride = std::max<uint32_t>(ctx->nSpanCapacity, 2);
+    ctx->pReadBand = static_cast<uint8_t *>(KrnMemAlloc(rows * ctx->nRowBytes));
+    ctx->pWriteBand = static_cast<uint8_t *>(KrnMemAlloc(rows * ctx->nRowBytes));
+    ctx->pBandSpans = static_cast<int32_t *>(KrnMemAlloc(rows * ctx->nBandSpanStride * sizeof(int32_t)));
+    ctx->pBandSpanCounts = static_cast<uint32_t *>(KrnMemAlloc(rows * sizeof(uint32_t)));
+    if (!ctx->pReadBand || !ctx->pWriteBand || !ctx->pBandSpans || !ctx->pBandSpanCounts) return ST_FAILURE;
+    return 1;
+}
+
+// First row of the band holding `row`, or -1 when the row moves alone.
+int32_t BandTop(const RowContext *ctx, int32_t row) {
+    if (ctx->nBandRows == 0 || row < ctx->rcWork.top || row >= ctx->rcWork.bottom ||
+        ctx->pBitmap->nViewPerspective < 5)
+        return -1;
+    return ctx->rcWork.top + (row - ctx->rcWork.top) / ctx->nBandRows * ctx->nBandRows;
+}
+
+int32_t BandCount(const RowContext *ctx, int32_t top) {
+    return std::min(ctx->nBandRows, ctx->rcWork.bottom - top);
+}
+
+uint64_t BandBit(int32_t top, int32_t row) { return uint64_t(1) << (row - top); }
+
+// The stored bytes of a row of the band, read by the band when needed.
+int32_t BandRow(RowContext *ctx, int32_t row, const uint8_t **bytes) {
+    *bytes = nullptr;
+    const int32_t top = BandTop(ctx, row);
+    if (top < 0) return 1;
+    if (ctx->nWriteBandTop == top && (ctx->uWritePending & BandBit(top, row))) RZ_RETURN_IF_FAILED(FlushRows(ctx));
+    if (ctx->nReadBandTop != top) {
+        ctx->nReadBandTop = -1;
+        const int32_t st = KrnGetBitmapRows(ctx->pBitmap, ctx->pReadBand, ctx->nRowBytes, top, BandCount(ctx, top),
+                                            ctx->nFirstByte, ctx->nRowBytes);
+        if (st != 1) return st;
+        ctx->nReadBandTop = top;
+        ctx->uReadStale = ctx->nWriteBandTop == top ? ctx->uWritePending : 0;
+    }
+    // A row put since the band was read comes from the bitmap itself.
+    if (ctx->uReadStale & BandBit(top, row)) return 1;
+    *bytes = ctx->pReadBand + static_cast<size_t>(row - top) * ctx->nRowBytes;
+    return 1;
+}
+
+// Keeps a finished stored row (and its spans) for the band write.
+int32_t QueueRow(RowContext *ctx, const uint8_t *out, int32_t row, const int32_t *spans, uint32_t n) {
+    const int32_t top = BandTop(ctx, row);
+    if (ctx->nWriteBandTop != top && ctx->nWriteBandTop >= 0) RZ_RETURN_IF_FAILED(FlushRows(ctx));
+    ctx->nWriteBandTop = top;
+    const size_t slot = static_cast<size_t>(row - top);
+    std::memcpy(ctx->pWriteBand + slot * ctx->nRowBytes, out, ctx->nRowBytes);
+    std::copy(spans, spans + n, ctx->pBandSpans + slot * ctx->nBandSpanStride);
+    ctx->pBandSpanCounts[slot] = n;
+    ctx->uWritePending |= BandBit(top, row);
+    if (ctx->nReadBandTop == top) ctx->uReadStale |= BandBit(top, row);
+    const int32_t count = BandCount(ctx, top);
+    const uint64_t full = count >= 64 ? ~uint64_t(0) : (uint64_t(1) << count) - 1;
+    return ctx->uWritePending == full ? FlushRows(ctx) : 1;
+}
+
 } // namespace
+
+int32_t FlushRows(RowContext *ctx) {
+    const int32_t top = ctx->nWriteBandTop;
+    const uint64_t pending = ctx->uWritePending;
+    if (top < 0 || pending == 0) return 1;
+    ctx->nWriteBandTop = -1;
+    ctx->uWritePending = 0;
+    // Runs of consecutive pending rows go out as bands.
+    const int32_t count = BandCount(ctx, top);
+    for (int32_t i = 0; i < count;) {
+        if (!(pending & (uint64_t(1) << i))) {
+            ++i;
+            continue;
+        }
+        int32_t j = i;
+        while (j < count && (pending & (uint64_t(1) << j))) ++j;
+        const int32_t st = KrnPutBitmapRows(ctx->pBitmap, ctx->pWriteBand + static_cast<size_t>(i) * ctx->nRowBytes,
+                                            ctx->nRowBytes, top + i, j - i, ctx->nFirstByte, ctx->nRowBytes,
+                                            ctx->pBandSpans + static_cast<size_t>(i) * ctx->nBandSpanStride,
+                                            ctx->nBandSpanStride, ctx->pBandSpanCounts + i, ctx->uPutFlags);
+        if (st != 1) return st;
+        i = j;
+    }
+    return 1;
+}
 
 int32_t CreateRowContext(BitmapDesc *bmp, RowContext **out, uint32_t mode) {
     if (out) *out = nullptr;
@@ -198,6 +297,8 @@ int32_t CreateRowContext(BitmapDesc *bmp, RowContext **out, uint32_t mode) {
         if (!ctx->pRowStore) return ST_FAILURE;
     }
 
+    RZ_RETURN_IF_FAILED(SetUpBands(ctx.get()));
+
     const bool empty = ctx->nWorkWidth <= 0 || ctx->nRows <= 0 || ctx->rcWork.right <= ctx->rcWork.left;
     *out = ctx.release();
     return (empty && (*out)->nWorkBits == WORK_8) ? ST_NOTHING_TO_DO : ST_SUCCESS;
@@ -211,6 +312,11 @@ RowContextPtr MakeRowContext(BitmapDesc *bmp, uint32_t mode, int32_t &status) {
 
 int32_t FreeRowContext(RowContext *ctx) {
     if (!ctx) return 1;
+    if (ctx->pBitmap) FlushRows(ctx);
+    KrnMemFree(ctx->pReadBand);
+    KrnMemFree(ctx->pWriteBand);
+    KrnMemFree(ctx->pBandSpans);
+    KrnMemFree(ctx->pBandSpanCounts);
     if (ctx->pPaletteBitmap) {
         KrnReleaseBitmapAccess(ctx->pPaletteBitmap);
         KrnFreeBitmap(ctx->pPaletteBitmap);
@@ -237,12 +343,21 @@ int32_t GetRow(RowContext *ctx, void *buf, int32_t row, int32_t *spans, uint32_t
         if (count) *count = n;
     }
     const BitmapDesc *bmp = ctx->pBitmap;
+    const uint8_t *stored = nullptr;
+    RZ_RETURN_IF_FAILED(BandRow(ctx, row, &stored));
+    if (stored && !ctx->bConvert) {
+        std::memcpy(buf, stored, ctx->nRowBytes);
+        return 1;
+    }
     if (!ctx->bConvert)
         return KrnGetBitmapRow(bmp, buf, row, ctx->nFirstByte, ctx->nRowBytes);
-    int32_t st = KrnGetBitmapRow(bmp, ctx->pRowStore, row, ctx->nFirstByte, ctx->nRowBytes);
-    if (st != 1) return st;
+    if (!stored) {
+        const int32_t st = KrnGetBitmapRow(bmp, ctx->pRowStore, row, ctx->nFirstByte, ctx->nRowBytes);
+        if (st != 1) return st;
+        stored = ctx->pRowStore;
+    }
     const RzRGBQuad *palette = ctx->bUsePaletteBitmap ? ctx->aPalette : nullptr;
-    return KrnConvertRowBuffer(ctx->pRowStore, buf, ctx->nWorkWidth, bmp->nBitsPerPixel, ctx->nWorkBits,
+    return KrnConvertRowBuffer(stored, buf, ctx->nWorkWidth, bmp->nBitsPerPixel, ctx->nWorkBits,
                                ctx->nConvertOrder, ctx->nComponents, palette, KRN_TO_WORK, ctx->nGrayMode,
                                bmp->nLowBit, bmp->nHighBit);
 }
@@ -250,6 +365,10 @@ int32_t GetRow(RowContext *ctx, void *buf, int32_t row, int32_t *spans, uint32_t
 int32_t PutRowQuiet(RowContext *ctx, void *buf, int32_t row, const int32_t *, uint32_t) {
     BitmapDesc *bmp = ctx->pBitmap;
     const uint8_t *out = static_cast<const uint8_t *>(buf);
+    const int32_t top = BandTop(ctx, row);
+    // A row put twice: the first put reaches the bitmap before this one reads it.
+    if (top >= 0 && ctx->nWriteBandTop == top && (ctx->uWritePending & BandBit(top, row)))
+        RZ_RETURN_IF_FAILED(FlushRows(ctx));
     int32_t st = 1;
     if (ctx->bUsePaletteBitmap) {
         const void *work = buf;
@@ -289,11 +408,13 @@ int32_t PutRowQuiet(RowContext *ctx, void *buf, int32_t row, const int32_t *, ui
         st = ReadRegionSpans(ctx, row, ctx->pSpans, &n);
         if (st != 1) return st;
         if (n == 0) return 1;
+        if (top >= 0) return QueueRow(ctx, out, row, ctx->pSpans, n);
         return KrnPutBitmapRowSpans(bmp, out, row, ctx->nFirstByte, ctx->nRowBytes, ctx->pSpans, n,
                                     ctx->uPutFlags);
     }
     // Only the work rectangle: pixels sharing its first and last bytes stay.
     const int32_t rect[2] = {ctx->rcWork.left, ctx->rcWork.right};
+    if (top >= 0) return QueueRow(ctx, out, row, rect, 2);
     return KrnPutBitmapRowSpans(bmp, out, row, ctx->nFirstByte, ctx->nRowBytes, rect, 2, ctx->uPutFlags);
 }
 

@@ -63,6 +63,17 @@ struct RowContext {
     uint32_t uRangeShift;
     uint8_t aKeepPattern[3]; // stored bits kept by the merge, repeating
     uint8_t nKeepPatternLen;
+    // Bands of stored rows in the transposed views (see GetRow).
+    uint8_t *pReadBand;       // nBandRows stored rows from nReadBandTop
+    uint8_t *pWriteBand;      // rows put and not yet written, from nWriteBandTop
+    int32_t *pBandSpans;      // spans of the pending rows, nBandSpanStride values each
+    uint32_t *pBandSpanCounts;
+    uint32_t nBandSpanStride;
+    int32_t nBandRows;        // 0: rows move one at a time
+    int32_t nReadBandTop;     // -1: none held
+    int32_t nWriteBandTop;    // -1: nothing pending
+    uint64_t uReadStale;      // rows of the read band put since it was read
+    uint64_t uWritePending;   // rows of the write band waiting
 };
 
 int32_t CreateRowContext(BitmapDesc *bmp, RowContext **out, uint32_t mode);
@@ -70,6 +81,11 @@ int32_t FreeRowContext(RowContext *ctx);
 int32_t GetRow(RowContext *ctx, void *buf, int32_t row, int32_t *spans, uint32_t *count);
 int32_t PutRow(RowContext *ctx, void *buf, int32_t row, const int32_t *spans, uint32_t count);
 int32_t PutRowQuiet(RowContext *ctx, void *buf, int32_t row, const int32_t *spans, uint32_t count);
+// In views 5-8 rows move in bands: a put reaches the bitmap when its band is
+// complete, when the row is read back, at the next band, or when the context
+// is freed. Call this before reading the bitmap by other means while the
+// context is open. The view must not change while a context is open.
+int32_t FlushRows(RowContext *ctx);
 void *AllocRowBuffer(const RowContext *ctx);
 int32_t *AllocSpanBuffer(const RowContext *ctx);
 int32_t ContextChannels(const RowContext *ctx);

@@ -226,6 +226,22 @@ RZKRN_API int32_t RZAPI KrnPutBitmapRowSpans(BitmapDesc *pBitmap, const void *pB
                                              const int32_t *pSpans, uint32_t nSpanValues,
                                              uint32_t uFlags);
 
+/* Bands: nRowCount consecutive view rows from nFirstRow, row i at
+ * pBuffer + i * nBufferStride (nBufferStride >= nByteCount when there are
+ * several rows). Each row gets or puts exactly what KrnGetBitmapRow and
+ * KrnPutBitmapRowSpans give for that row alone; in the transposed views
+ * (5-8) a band costs about the memory traffic of one row, so column passes
+ * should move bands of 8 to 64 rows. KrnPutBitmapRows takes the spans of
+ * row i at pSpans + i * nSpanStride, pSpanCounts[i] values (pSpans null:
+ * every pixel in the buffer). Rows outside the view are -13. */
+RZKRN_API int32_t RZAPI KrnGetBitmapRows(const BitmapDesc *pBitmap, void *pBuffer, size_t nBufferStride,
+                                         int32_t nFirstRow, int32_t nRowCount, uint32_t nFirstByte,
+                                         uint32_t nByteCount);
+RZKRN_API int32_t RZAPI KrnPutBitmapRows(BitmapDesc *pBitmap, const void *pBuffer, size_t nBufferStride,
+                                         int32_t nFirstRow, int32_t nRowCount, uint32_t nFirstByte,
+                                         uint32_t nByteCount, const int32_t *pSpans, size_t nSpanStride,
+                                         const uint32_t *pSpanCounts, uint32_t uFlags);
+
 /* ---- Row conversion between stored layouts and working formats. ----
  * Working formats: 0 = 8-bit one channel, 16 = 16-bit grey, 24 = 8-bit blue,
  * green, red, 48 = 16-bit blue, green, red.
