@@ -14,8 +14,8 @@
 // bitmap is put in view 1 for the call.
 //
 // The Gaussian is one symmetric pass along the rows, stored, then the same
-// pass along the rows of the transposed view (view 5), which are the
-// picture's columns.
+// weights down the columns, computed a whole row at a time from a ring of
+// rows (the sums are the same integers either way).
 #include "filters/filter_rows.h"
 
 #include <array>
@@ -375,26 +375,46 @@ template <class T> using GaussAcc = std::conditional_t<sizeof(T) == 1, uint16_t,
 
 // Samples [begin, end) of one row: the weighted sum of the pixel and the
 // pairs around it, rounded.
-template <class T>
-RZ_FORCE_INLINE void GaussRow(const T *src, T *out, int64_t begin, int64_t end, int64_t C, const int32_t *w,
-                              int32_t r, uint32_t *sums) {
+// The weighted sum over the taps lo(k)[i] + hi(k)[i], k = 1..r, around
+// lo(0)[i], one tap at a time over a block of sums kept in L1. The sums of
+// 8-bit samples fit 16 bits (the weights total 256).
+template <class T, class Lo, class Hi>
+RZ_FORCE_INLINE void GaussTaps(T *out, int64_t begin, int64_t end, const int32_t *w, int32_t r, uint32_t *sums,
+                               const Lo &lo, const Hi &hi) {
+    using Acc = GaussAcc<T>;
     constexpr int32_t shift = kGaussShift<T>;
     for (int64_t b = begin; b < end; b += kBlock) {
         const int32_t n = int32_t(std::min<int64_t>(kBlock, end - b));
-        uint32_t *__restrict acc = sums;
-        const T *__restrict p = src + b;
-        const uint32_t w0 = uint32_t(w[0]);
-        for (int32_t i = 0; i < n; ++i) acc[i] = (1u << (shift - 1)) + w0 * p[i];
+        Acc *__restrict acc = reinterpret_cast<Acc *>(sums);
+        const T *__restrict p = lo(0) + b;
+        const Acc w0 = Acc(w[0]);
+        for (int32_t i = 0; i < n; ++i) acc[i] = Acc((1u << (shift - 1)) + w0 * p[i]);
         for (int32_t k = 1; k <= r; ++k) {
-            const uint32_t wk = uint32_t(w[k]);
+            const Acc wk = Acc(w[k]);
             if (wk == 0) continue;
-            const T *__restrict lo = p - int64_t(k) * C;
-            const T *__restrict hi = p + int64_t(k) * C;
-            for (int32_t i = 0; i < n; ++i) acc[i] += wk * (uint32_t(lo[i]) + hi[i]);
+            const T *__restrict l = lo(k) + b;
+            const T *__restrict h = hi(k) + b;
+            for (int32_t i = 0; i < n; ++i) acc[i] = Acc(acc[i] + wk * Acc(Acc(l[i]) + Acc(h[i])));
         }
         T *__restrict o = out + b;
         for (int32_t i = 0; i < n; ++i) o[i] = T(acc[i] >> shift);
     }
+}
+
+template <class T>
+RZ_FORCE_INLINE void GaussRow(const T *src, T *out, int64_t begin, int64_t end, int64_t C, const int32_t *w,
+                              int32_t r, uint32_t *sums) {
+    const T *__restrict p = src;
+    GaussTaps(out, begin, end, w, r, sums, [&](int64_t k) RZ_LAMBDA_INLINE { return p - k * C; },
+              [&](int64_t k) RZ_LAMBDA_INLINE { return p + k * C; });
+}
+
+// Rows [y - r, y + r] of the vertical pass, row y at rows[r].
+template <class T>
+RZ_FORCE_INLINE void GaussColumn(const T *const *rows, T *out, int64_t begin, int64_t end, const int32_t *w,
+                                 int32_t r, uint32_t *sums) {
+    GaussTaps(out, begin, end, w, r, sums, [&](int64_t k) RZ_LAMBDA_INLINE { return rows[r - k]; },
+              [&](int64_t k) RZ_LAMBDA_INLINE { return rows[r + k]; });
 }
 
 // The same with the half-width compiled in: the taps unroll and the sums
@@ -463,10 +483,38 @@ template <class T> int32_t GaussRows(Pass &pass, const double *g, int32_t r) {
     return ST_SUCCESS;
 }
 
-int32_t GaussPass(BitmapDesc *bmp, const double *g, int32_t r, int32_t start, int32_t end) {
+// The same weights down the columns, a row of sums at a time: the rows
+// y - r .. y + r (clamped, so the edge rows repeat) sit in the ring, each
+// read once, before the pass overwrites them.
+template <class T> int32_t GaussColumns(Pass &pass, const double *g, int32_t r) {
+    const int32_t C = pass.channels, H = pass.height;
+    RowRing<T> ring;
+    RZ_RETURN_IF_FAILED(ring.init(pass.ctx.get(), pass.width, C, std::min(2 * r + 1, H), 0, 0));
+    KrnPtr<T[]> out = pass.outputRow<T>();
+    KrnPtr<uint32_t[]> sums = KrnArray<uint32_t>(kBlock);
+    KrnPtr<int32_t[]> w = KrnArray<int32_t>(size_t(r) + 1);
+    KrnPtr<const T *[]> rows = KrnArray<const T *>(2 * size_t(r) + 1);
+    if (!out || !sums || !w || !rows) return ST_FAILURE;
+    GaussWeights(g, r, kGaussShift<T>, w.get());
+    const RzRect &rc = pass.bounds;
+    ring.skipTo(Clamp(int64_t(rc.top) - r, 0, H - 1));
+    for (int32_t y = rc.top; y < rc.bottom; ++y) {
+        RZ_RETURN_IF_FAILED(ring.load(Clamp(int64_t(y) + r, 0, H - 1)));
+        for (int32_t k = -r; k <= r; ++k) rows[k + r] = ring.row(Clamp(int64_t(y) + k, 0, H - 1));
+        const T *const *window = rows.get();
+        Vectorised([&]() RZ_LAMBDA_INLINE {
+            GaussColumn(window, out.get(), int64_t(rc.left) * C, int64_t(rc.right) * C, w.get(), r, sums.get());
+        });
+        RZ_RETURN_IF_FAILED(PutRow(pass.ctx.get(), out.get(), y, nullptr, 0));
+    }
+    return ST_SUCCESS;
+}
+
+int32_t GaussPass(BitmapDesc *bmp, const double *g, int32_t r, int32_t start, int32_t end, bool columns) {
     Pass pass;
     RZ_RETURN_IF_FAILED(pass.open(bmp, FilterMode(bmp)));
     RZ_RETURN_IF_FAILED(pass.beginProgress(start, end));
+    if (columns) return pass.wide ? GaussColumns<uint16_t>(pass, g, r) : GaussColumns<uint8_t>(pass, g, r);
     return pass.wide ? GaussRows<uint16_t>(pass, g, r) : GaussRows<uint8_t>(pass, g, r);
 }
 
@@ -482,11 +530,10 @@ int32_t GaussianFilter(BitmapDesc *bmp, int32_t radius) {
     for (int32_t i = 0; i <= r; ++i) g[i] = std::exp(-double(i) * i / (2.0 * sigma * sigma));
 
     return InPictureView(bmp, [&]() -> int32_t {
-        int32_t st = GaussPass(bmp, g.get(), r, 0, 50);
+        int32_t st = GaussPass(bmp, g.get(), r, 0, 50, false);
         if (st == ST_NOTHING_TO_DO) return ReportDone(bmp);
         if (st != ST_SUCCESS) return st;
-        RZ_RETURN_IF_FAILED(KrnChangeViewPerspective(nullptr, bmp, BITMAPDESC_SIZE, 5, 0));
-        st = GaussPass(bmp, g.get(), r, 51, 100);
+        st = GaussPass(bmp, g.get(), r, 51, 100, true);
         if (st != ST_SUCCESS) return st;
         KrnBitmapChanged(bmp);
         return ST_SUCCESS;
