@@ -91,8 +91,10 @@ int32_t SetUpBands(RowContext *ctx) {
     ctx->nBandRows = std::min(BandRowsFor(ctx->nRowBytes), (ctx->nRows + 7) & ~7);
     const size_t rows = static_cast<size_t>(ctx->nBandRows);
     ctx->nBandSpanStride = std::max<uint32_t>(ctx->nSpanCapacity, 2);
-    ctx->pReadBand = static_cast<uint8_t *>(KrnMemAlloc(rows * ctx->nRowBytes));
-    ctx->pWriteBand = static_cast<uint8_t *>(KrnMemAlloc(rows * ctx->nRowBytes));
+    // Rows a multiple of 4 KiB apart would share cache sets: one line more.
+    ctx->nBandStride = ((ctx->nRowBytes + 63) & ~63u) + 64;
+    ctx->pReadBand = static_cast<uint8_t *>(KrnMemAlloc(rows * ctx->nBandStride));
+    ctx->pWriteBand = static_cast<uint8_t *>(KrnMemAlloc(rows * ctx->nBandStride));
     ctx->pBandSpans = static_cast<int32_t *>(KrnMemAlloc(rows * ctx->nBandSpanStride * sizeof(int32_t)));
     ctx->pBandSpanCounts = static_cast<uint32_t *>(KrnMemAlloc(rows * sizeof(uint32_t)));
     if (!ctx->pReadBand || !ctx->pWriteBand || !ctx->pBandSpans || !ctx->pBandSpanCounts) return ST_FAILURE;
@@ -121,7 +123,7 @@ int32_t BandRow(RowContext *ctx, int32_t row, const uint8_t **bytes) {
     if (ctx->nWriteBandTop == top && (ctx->uWritePending & BandBit(top, row))) RZ_RETURN_IF_FAILED(FlushRows(ctx));
     if (ctx->nReadBandTop != top) {
         ctx->nReadBandTop = -1;
-        const int32_t st = KrnGetBitmapRows(ctx->pBitmap, ctx->pReadBand, ctx->nRowBytes, top, BandCount(ctx, top),
+        const int32_t st = KrnGetBitmapRows(ctx->pBitmap, ctx->pReadBand, ctx->nBandStride, top, BandCount(ctx, top),
                                             ctx->nFirstByte, ctx->nRowBytes);
         if (st != 1) return st;
         ctx->nReadBandTop = top;
@@ -129,7 +131,7 @@ int32_t BandRow(RowContext *ctx, int32_t row, const uint8_t **bytes) {
     }
     // A row put since the band was read comes from the bitmap itself.
     if (ctx->uReadStale & BandBit(top, row)) return 1;
-    *bytes = ctx->pReadBand + static_cast<size_t>(row - top) * ctx->nRowBytes;
+    *bytes = ctx->pReadBand + static_cast<size_t>(row - top) * ctx->nBandStride;
     return 1;
 }
 
@@ -139,7 +141,7 @@ int32_t QueueRow(RowContext *ctx, const uint8_t *out, int32_t row, const int32_t
     if (ctx->nWriteBandTop != top && ctx->nWriteBandTop >= 0) RZ_RETURN_IF_FAILED(FlushRows(ctx));
     ctx->nWriteBandTop = top;
     const size_t slot = static_cast<size_t>(row - top);
-    std::memcpy(ctx->pWriteBand + slot * ctx->nRowBytes, out, ctx->nRowBytes);
+    std::memcpy(ctx->pWriteBand + slot * ctx->nBandStride, out, ctx->nRowBytes);
     std::copy(spans, spans + n, ctx->pBandSpans + slot * ctx->nBandSpanStride);
     ctx->pBandSpanCounts[slot] = n;
     ctx->uWritePending |= BandBit(top, row);
@@ -166,8 +168,8 @@ int32_t FlushRows(RowContext *ctx) {
         }
         int32_t j = i;
         while (j < count && (pending & (uint64_t(1) << j))) ++j;
-        const int32_t st = KrnPutBitmapRows(ctx->pBitmap, ctx->pWriteBand + static_cast<size_t>(i) * ctx->nRowBytes,
-                                            ctx->nRowBytes, top + i, j - i, ctx->nFirstByte, ctx->nRowBytes,
+        const int32_t st = KrnPutBitmapRows(ctx->pBitmap, ctx->pWriteBand + static_cast<size_t>(i) * ctx->nBandStride,
+                                            ctx->nBandStride, top + i, j - i, ctx->nFirstByte, ctx->nRowBytes,
                                             ctx->pBandSpans + static_cast<size_t>(i) * ctx->nBandSpanStride,
                                             ctx->nBandSpanStride, ctx->pBandSpanCounts + i, ctx->uPutFlags);
         if (st != 1) return st;

@@ -69,6 +69,7 @@ struct RowContext {
     int32_t *pBandSpans;      // spans of the pending rows, nBandSpanStride values each
     uint32_t *pBandSpanCounts;
     uint32_t nBandSpanStride;
+    uint32_t nBandStride;     // bytes from one band row to the next
     int32_t nBandRows;        // 0: rows move one at a time
     int32_t nReadBandTop;     // -1: none held
     int32_t nWriteBandTop;    // -1: nothing pending

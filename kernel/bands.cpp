@@ -105,11 +105,23 @@ void TransposeBand(const BandMap &m, uint8_t *band, size_t bandStride, int64_t r
     constexpr int64_t T = 8;
     auto bandAt = [&](int64_t i, int64_t x) { return band + size_t(i) * bandStride + size_t(x - xb) * E; };
     auto storedAt = [&](int64_t i, int64_t x) { return m.row(x) + (m.sx0 + m.dir * i) * E; };
+    // Each stored run lies on another page: the hardware prefetchers stop
+    // there, so the runs a few columns ahead are asked for by hand.
+    constexpr int64_t kAhead = 16;
+    const int64_t lowRow = m.dir > 0 ? 0 : rows - 1;
+    const int64_t runBytes = rows * E;
+    auto prefetch = [&](int64_t x) {
+        if (x >= x1) return;
+        const uint8_t *p = storedAt(lowRow, x);
+        for (int64_t b = 0; b < runBytes; b += 64) __builtin_prefetch(p + b, ToStored ? 1 : 0, 2);
+        __builtin_prefetch(p + runBytes - 1, ToStored ? 1 : 0, 2);
+    };
     int64_t x = x0;
 #if defined(__SSE2__)
     if constexpr ((E == 1 || E == 2) && !KeepFourth) {
         using U = std::conditional_t<E == 1, uint8_t, uint16_t>;
         for (; x + T <= x1; x += T) {
+            for (int64_t k = 0; k < T; ++k) prefetch(x + kAhead + k);
             int64_t i = 0;
             for (; i + T <= rows; i += T) {
                 // Stored pixels of band rows i..i+7 lie at ascending addresses
@@ -137,6 +149,7 @@ void TransposeBand(const BandMap &m, uint8_t *band, size_t bandStride, int64_t r
     }
 #endif
     for (; x < x1; ++x) {
+        prefetch(x + kAhead);
         uint8_t *s = storedAt(0, x);
         const ptrdiff_t step = m.dir * E;
         uint8_t *bp = bandAt(0, x);
@@ -270,7 +283,7 @@ RZKRN_API int32_t RZAPI KrnPutBitmapRows(BitmapDesc *pBitmap, const void *pBuffe
     bool same = SingleRun(xa, xb, rowSpans(0), pSpans ? pSpanCounts[0] : 0, u, v);
     for (int32_t i = 1; same && i < nRowCount; ++i) {
         int64_t ui = 0, vi = 0;
-        same = SingleRun(xa, xb, rowSpans(i), pSpanCounts[i], ui, vi) && ui == u && vi == v;
+        same = SingleRun(xa, xb, rowSpans(i), pSpans ? pSpanCounts[i] : 0, ui, vi) && ui == u && vi == v;
     }
     auto *band = const_cast<uint8_t *>(src);
     if (same) {

@@ -121,7 +121,7 @@ TEST(KernelBands, PutRowsWritesExactlyWhatPixelPutsWrite) {
                         }
                         const bool withSpans = kind != SpanKind::None;
                         ASSERT_EQ(KrnPutBitmapRows(got.get(), band.data(), stride, top, rows, win.first, win.count,
-                                                   withSpans ? spans.data() : nullptr, spanStride, counts.data(), flags),
+                                                   withSpans ? spans.data() : nullptr, spanStride, withSpans ? counts.data() : nullptr, flags),
                                   KRN_OK);
 
                         // The reference: each pixel wholly in the window, the width and a span, one at a time.
