@@ -113,8 +113,8 @@ void TransposeBand(const BandMap &m, uint8_t *band, size_t bandStride, int64_t r
     auto prefetch = [&](int64_t x) {
         if (x >= x1) return;
         const uint8_t *p = storedAt(lowRow, x);
-        for (int64_t b = 0; b < runBytes; b += 64) __builtin_prefetch(p + b, ToStored ? 1 : 0, 2);
-        __builtin_prefetch(p + runBytes - 1, ToStored ? 1 : 0, 2);
+        for (int64_t b = 0; b < runBytes; b += 64) __builtin_prefetch(p + b, 0, 2);
+        __builtin_prefetch(p + runBytes - 1, 0, 2);
     };
     int64_t x = x0;
 #if defined(__SSE2__)
@@ -148,16 +148,23 @@ void TransposeBand(const BandMap &m, uint8_t *band, size_t bandStride, int64_t r
         }
     }
 #endif
-    for (; x < x1; ++x) {
-        prefetch(x + kAhead);
-        uint8_t *s = storedAt(0, x);
-        const ptrdiff_t step = m.dir * E;
+    // Wider pixels: eight columns at a time, so that eight stored lines are
+    // in flight at once, and each band row gets eight neighbouring pixels.
+    const ptrdiff_t step = m.dir * E;
+    for (; x < x1; x += T) {
+        const int64_t n = std::min(T, x1 - x);
+        for (int64_t k = 0; k < n; ++k) prefetch(x + kAhead + k);
+        uint8_t *s[T];
+        for (int64_t k = 0; k < n; ++k) s[k] = storedAt(0, x + k);
         uint8_t *bp = bandAt(0, x);
-        for (int64_t i = 0; i < rows; ++i, s += step, bp += bandStride) {
-            if constexpr (ToStored)
-                MovePixel<E, KeepFourth>(s, bp);
-            else
-                MovePixel<E, false>(bp, s);
+        for (int64_t i = 0; i < rows; ++i, bp += bandStride) {
+            for (int64_t k = 0; k < n; ++k) {
+                if constexpr (ToStored)
+                    MovePixel<E, KeepFourth>(s[k], bp + k * E);
+                else
+                    MovePixel<E, false>(bp + k * E, s[k]);
+                s[k] += step;
+            }
         }
     }
 }
