@@ -266,68 +266,76 @@ int32_t ForwardReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
 }
 
 int32_t InverseReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY, const ArrayView &in,
-                    const Component &comp, double *out, PassReport report) {
-    const int32_t W = pw.n, H = ph.n, Hh = H / 2, rowsR = Hh + 1, pairs = (W + 1) / 2;
+                    const Component &comp, RealRows &out, PassReport report) {
+    const int32_t W = pw.n, H = ph.n, Wc = W / 2 + 1;
     Lanes lanes;
     RZ_RETURN_IF_FAILED(lanes.init(std::max(W, H)));
-    // Rows 0..H/2 of the row transforms of S = (X(u, v) + conj X(-u, -v)) / 2;
-    // the other rows are their conjugates.
-    KrnPtr<double[]> rows = KrnArray<double>(KrnCheckedSize(size_t(W), size_t(rowsR), 2));
-    if (!rows) return ST_FAILURE;
+    // Columns 0..W/2 of the column transforms of S = (X(u, v) + conj X(-u, -v)) / 2,
+    // row by row; the other columns are their conjugates. Row y of the real
+    // result later takes the place of row y here (W doubles in W/2 + 1 complex).
+    const size_t stride = size_t(Wc) * 2;
+    out.data = KrnArray<double>(KrnCheckedSize(stride, size_t(H), 1));
+    if (!out.data) return ST_FAILURE;
+    out.stride = stride;
+    double *C = out.data.get();
 
-    for (int32_t v0 = 0; v0 < rowsR; v0 += kLanes) {
-        const int32_t nb = std::min(kLanes, rowsR - v0);
+    for (int32_t u0 = 0; u0 < Wc; u0 += kLanes) {
+        const int32_t nb = std::min(kLanes, Wc - u0);
         if (nb < kLanes) lanes.clear();
-        for (int32_t b = 0; b < nb; ++b) {
-            const int32_t v = v0 + b, nv = v == 0 ? 0 : H - v;
-            for (int32_t u = 0; u < W; ++u) {
+        for (int32_t v = 0; v < H; ++v) {
+            const int32_t nv = v == 0 ? 0 : H - v;
+            for (int32_t b = 0; b < nb; ++b) {
+                const int32_t u = u0 + b;
                 double ar, ai, cr, ci;
                 in.load(u, v, ar, ai);
                 in.load(u == 0 ? 0 : W - u, nv, cr, ci);
                 comp.apply(ar, ai);
                 comp.apply(cr, ci);
-                lanes.re[size_t(u) * kLanes + b] = 0.5 * (ar + cr);
-                lanes.im[size_t(u) * kLanes + b] = 0.5 * (ai - ci);
-            }
-        }
-        Transform(pw, signX, lanes);
-        for (int32_t b = 0; b < nb; ++b) {
-            double *dst = rows.get() + size_t(v0 + b) * W * 2;
-            for (int32_t x = 0; x < W; ++x) {
-                dst[2 * x] = lanes.re[size_t(x) * kLanes + b];
-                dst[2 * x + 1] = lanes.im[size_t(x) * kLanes + b];
-            }
-        }
-        RZ_RETURN_IF_FAILED(report(0, v0 + nb, rowsR));
-    }
-
-    // Columns x1, x2 of the row results are conjugate-symmetric in v, so
-    // Y1 + i Y2 transforms to y1 + i y2 with both real.
-    for (int32_t c0 = 0; c0 < pairs; c0 += kLanes) {
-        const int32_t nb = std::min(kLanes, pairs - c0);
-        if (nb < kLanes) lanes.clear();
-        for (int32_t v = 0; v < H; ++v) {
-            const bool mirrored = v > Hh;
-            const double *src = rows.get() + size_t(mirrored ? H - v : v) * W * 2;
-            const double sgn = mirrored ? -1.0 : 1.0;
-            for (int32_t b = 0; b < nb; ++b) {
-                const int32_t x1 = 2 * (c0 + b), x2 = x1 + 1;
-                const double y1r = src[2 * x1], y1i = sgn * src[2 * x1 + 1];
-                const double y2r = x2 < W ? src[2 * x2] : 0.0, y2i = x2 < W ? sgn * src[2 * x2 + 1] : 0.0;
-                lanes.re[size_t(v) * kLanes + b] = y1r - y2i;
-                lanes.im[size_t(v) * kLanes + b] = y1i + y2r;
+                lanes.re[size_t(v) * kLanes + b] = 0.5 * (ar + cr);
+                lanes.im[size_t(v) * kLanes + b] = 0.5 * (ai - ci);
             }
         }
         Transform(ph, signY, lanes);
         for (int32_t y = 0; y < H; ++y) {
-            double *dst = out + size_t(y) * W;
+            double *dst = C + size_t(y) * stride + 2 * size_t(u0);
             for (int32_t b = 0; b < nb; ++b) {
-                const int32_t x1 = 2 * (c0 + b);
-                dst[x1] = lanes.re[size_t(y) * kLanes + b];
-                if (x1 + 1 < W) dst[x1 + 1] = lanes.im[size_t(y) * kLanes + b];
+                dst[2 * b] = lanes.re[size_t(y) * kLanes + b];
+                dst[2 * b + 1] = lanes.im[size_t(y) * kLanes + b];
             }
         }
-        RZ_RETURN_IF_FAILED(report(1, c0 + nb, pairs));
+        RZ_RETURN_IF_FAILED(report(0, u0 + nb, Wc));
+    }
+
+    // Rows y1, y2 are conjugate-symmetric in u, so C1 + i C2 transforms to
+    // c1 + i c2 with both real.
+    for (int32_t y0 = 0; y0 < H; y0 += 2 * kLanes) {
+        for (int32_t b = 0; b < kLanes; ++b) {
+            const int32_t y1 = y0 + 2 * b, y2 = y1 + 1;
+            const double *r1 = y1 < H ? C + size_t(y1) * stride : nullptr;
+            const double *r2 = y2 < H ? C + size_t(y2) * stride : nullptr;
+            for (int32_t u = 0; u < W; ++u) {
+                const bool mirrored = u >= Wc;
+                const int32_t k = mirrored ? W - u : u;
+                const double sg = mirrored ? -1.0 : 1.0;
+                const double c1r = r1 ? r1[2 * k] : 0.0, c1i = r1 ? sg * r1[2 * k + 1] : 0.0;
+                const double c2r = r2 ? r2[2 * k] : 0.0, c2i = r2 ? sg * r2[2 * k + 1] : 0.0;
+                lanes.re[size_t(u) * kLanes + b] = c1r - c2i;
+                lanes.im[size_t(u) * kLanes + b] = c1i + c2r;
+            }
+        }
+        Transform(pw, signX, lanes);
+        for (int32_t b = 0; b < kLanes; ++b) {
+            const int32_t y1 = y0 + 2 * b, y2 = y1 + 1;
+            if (y1 < H) {
+                double *d = C + size_t(y1) * stride;
+                for (int32_t x = 0; x < W; ++x) d[x] = lanes.re[size_t(x) * kLanes + b];
+            }
+            if (y2 < H) {
+                double *d = C + size_t(y2) * stride;
+                for (int32_t x = 0; x < W; ++x) d[x] = lanes.im[size_t(x) * kLanes + b];
+            }
+        }
+        RZ_RETURN_IF_FAILED(report(1, std::min(H, y0 + 2 * kLanes), H));
     }
     return ST_SUCCESS;
 }

@@ -96,31 +96,39 @@ int32_t ForwardReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
 // both, divided by the number of elements P.
 struct Component {
     int32_t kind;
-    double count; // P = width * height
+    double count;   // P = width * height
+    double inverse; // 1 / P
+    Component(int32_t k, double p) : kind(k), count(p), inverse(1.0 / p) {}
     void apply(double &re, double &im) const {
         if (kind == FT_MAGNITUDE) {
-            re = std::sqrt(re * re + im * im) / count;
+            re = std::sqrt(re * re + im * im) * inverse;
             im = 0.0;
         } else if (kind == FT_PHASE) {
             const double m = std::sqrt(re * re + im * im);
             if (m == 0.0) {
                 re = im = 0.0; // no phase to keep
             } else {
-                re /= m * count;
-                im /= m * count;
+                const double f = 1.0 / (m * count);
+                re *= f;
+                im *= f;
             }
         } else {
-            re /= count;
-            im /= count;
+            re *= inverse;
+            im *= inverse;
         }
     }
 };
 
 // The real part of the transform of the array (each element as `comp`
-// gives it) into out (height x width,
-// row-major). Only the conjugate-symmetric part of the array reaches the
-// real part, so half the rows are transformed and the columns go in pairs.
+// gives it): row y at data + y * stride. Only the conjugate-symmetric part
+// of the array reaches the real part, so only the columns 0..W/2 are
+// transformed and the rows go in pairs.
+struct RealRows {
+    KrnPtr<double[]> data;
+    size_t stride = 0; // doubles
+    const double *row(int32_t y) const { return data.get() + size_t(y) * stride; }
+};
 int32_t InverseReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY, const ArrayView &in,
-                    const Component &comp, double *out, PassReport report);
+                    const Component &comp, RealRows &out, PassReport report);
 
 } // namespace rz::freq

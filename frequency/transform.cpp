@@ -88,24 +88,24 @@ bool PowerOfTwo(int32_t n) { return n >= 2 && (n & (n - 1)) == 0; }
 
 // --- Write-back ---------------------------------------------------------------
 
-int32_t WriteBack(PlaneIO &io, const double *out, int32_t W, const Request &r, Reporter &rep) {
+int32_t WriteBack(PlaneIO &io, const RealRows &out, const Request &r, Reporter &rep) {
     double lo = 0.0, hi = 0.0;
     if (r.writeBack == FT_STRETCH) {
         bool any = false;
         for (int32_t y = r.top; y <= r.bottom; ++y)
             for (int32_t x = r.left; x <= r.right; ++x) {
-                const double v = out[size_t(y) * W + x];
+                const double v = out.row(y)[x];
                 if (!std::isfinite(v)) continue;
                 if (!any || v < lo) lo = v;
                 if (!any || v > hi) hi = v;
                 any = true;
             }
     }
-    KrnPtr<uint8_t[]> bytes = KrnArray<uint8_t>(size_t(W));
+    KrnPtr<uint8_t[]> bytes = KrnArray<uint8_t>(size_t(r.right) + 1);
     if (!bytes) return ST_FAILURE;
     const int32_t rows = r.bottom - r.top + 1;
     for (int32_t y = r.top; y <= r.bottom; ++y) {
-        const double *src = out + size_t(y) * W;
+        const double *src = out.row(y);
         if (r.writeBack == FT_CLIP) {
             for (int32_t x = r.left; x <= r.right; ++x) bytes[x] = ToByte(src[x]);
         } else if (hi == lo) {
@@ -152,10 +152,9 @@ int32_t Run(BitmapDesc *bmp, FTARRAY *array, Request r) {
         return ST_SUCCESS;
     }
 
-    KrnPtr<double[]> out = KrnArray<double>(KrnCheckedSize(size_t(W), size_t(H), 1));
-    if (!out) return ST_FAILURE;
-    const Component comp{r.component, double(W) * double(H)};
-    RZ_RETURN_IF_FAILED(InverseReal(pw, ph, -r.signX, -r.signY, view, comp, out.get(), report));
+    RealRows out;
+    const Component comp(r.component, double(W) * double(H));
+    RZ_RETURN_IF_FAILED(InverseReal(pw, ph, -r.signX, -r.signY, view, comp, out, report));
     for (int32_t v = 0; v < H; ++v)
         for (int32_t u = 0; u < W; ++u) {
             double re, im;
@@ -163,7 +162,7 @@ int32_t Run(BitmapDesc *bmp, FTARRAY *array, Request r) {
             comp.apply(re, im);
             view.store(u, v, re, im);
         }
-    RZ_RETURN_IF_FAILED(WriteBack(io, out.get(), W, r, rep));
+    RZ_RETURN_IF_FAILED(WriteBack(io, out, r, rep));
     KrnBitmapChanged(bmp);
     return ST_SUCCESS;
 }
