@@ -206,6 +206,53 @@ void Transform(const Plan &plan, int32_t sign, Lanes &l) {
     Vectorised([&]() RZ_LAMBDA_INLINE { RunStages(plan, sg, l.re, l.im, l.wre, l.wim); });
 }
 
+namespace {
+
+// Columns are gathered kGroups * kLanes at a time, so that one sweep down
+// the rows reads a whole run of each row (a few cache lines, one page)
+// instead of kLanes columns: far fewer sweeps through a large array.
+constexpr int32_t kGroups = 8;
+
+class ColumnBlock {
+  public:
+    int32_t init(int32_t length) {
+        n_ = length;
+        // Stay within a few megabytes however long the columns are.
+        groups_ = int32_t(std::clamp<int64_t>((int64_t(4) << 20) / (int64_t(length) * kLanes * 16), 1, kGroups));
+        RZ_RETURN_IF_FAILED(work_.init(length));
+        data_ = KrnArray<double>(size_t(length) * kLanes * 2 * size_t(groups_));
+        return data_ ? ST_SUCCESS : ST_FAILURE;
+    }
+    int32_t columns() const { return groups_ * kLanes; }
+    // Element v of column c of the block.
+    double &re(int32_t c, int32_t v) { return data_[Offset(c, v)]; }
+    double &im(int32_t c, int32_t v) { return data_[Offset(c, v) + size_t(n_) * kLanes]; }
+    void clear() { std::fill(data_.get(), data_.get() + size_t(n_) * kLanes * 2 * size_t(groups_), 0.0); }
+    void transform(const Plan &plan, int32_t sign, int32_t count) {
+        const size_t one = size_t(n_) * kLanes;
+        for (int32_t g = 0; g * kLanes < count; ++g) {
+            double *re = data_.get() + 2 * one * size_t(g), *im = re + one;
+            work_.re = re, work_.im = im;
+            work_.wre = work_.block.get(), work_.wim = work_.wre + one;
+            Transform(plan, sign, work_);
+            if (work_.re != re) {
+                std::copy(work_.re, work_.re + one, re);
+                std::copy(work_.im, work_.im + one, im);
+            }
+        }
+    }
+
+  private:
+    size_t Offset(int32_t c, int32_t v) const {
+        return 2 * size_t(n_) * kLanes * size_t(c / kLanes) + size_t(v) * kLanes + size_t(c % kLanes);
+    }
+    Lanes work_;
+    KrnPtr<double[]> data_;
+    int32_t n_ = 0, groups_ = 1;
+};
+
+} // namespace
+
 int32_t ForwardReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY, RowLoader loadRow,
                     PassReport report, const ArrayView &out) {
     const int32_t W = pw.n, H = ph.n, Wc = W / 2 + 1;
@@ -241,26 +288,24 @@ int32_t ForwardReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
         }
     }
 
-    for (int32_t u0 = 0; u0 < Wc; u0 += kLanes) {
-        const int32_t nb = std::min(kLanes, Wc - u0);
-        if (nb < kLanes) lanes.clear();
+    ColumnBlock block;
+    RZ_RETURN_IF_FAILED(block.init(H));
+    for (int32_t u0 = 0; u0 < Wc; u0 += block.columns()) {
+        const int32_t nb = std::min(block.columns(), Wc - u0);
+        if (nb < block.columns()) block.clear();
         for (int32_t v = 0; v < H; ++v)
-            for (int32_t b = 0; b < nb; ++b)
-                out.load(u0 + b, v, lanes.re[size_t(v) * kLanes + b], lanes.im[size_t(v) * kLanes + b]);
-        Transform(ph, signY, lanes);
-        for (int32_t v = 0; v < H; ++v)
-            for (int32_t b = 0; b < nb; ++b)
-                out.store(u0 + b, v, lanes.re[size_t(v) * kLanes + b], lanes.im[size_t(v) * kLanes + b]);
-        RZ_RETURN_IF_FAILED(report(1, u0 + nb, Wc));
-    }
-    // X(W - u, v) = conj X(u, -v).
-    for (int32_t v = 0; v < H; ++v) {
-        const int32_t nv = v == 0 ? 0 : H - v;
-        for (int32_t u = Wc; u < W; ++u) {
-            double re, im;
-            out.load(W - u, nv, re, im);
-            out.store(u, v, re, -im);
+            for (int32_t c = 0; c < nb; ++c) out.load(u0 + c, v, block.re(c, v), block.im(c, v));
+        block.transform(ph, signY, nb);
+        // Each result also gives its mirror image, X(W - u, -v) = conj X(u, v),
+        // written while the row is at hand.
+        const int32_t firstMirrored = std::max(u0, 1), lastMirrored = std::min(u0 + nb, W - Wc + 1);
+        for (int32_t v = 0; v < H; ++v) {
+            const int32_t nv = v == 0 ? 0 : H - v;
+            for (int32_t c = 0; c < nb; ++c) out.store(u0 + c, v, block.re(c, v), block.im(c, v));
+            for (int32_t u = firstMirrored; u < lastMirrored; ++u)
+                out.store(W - u, nv, block.re(u - u0, v), -block.im(u - u0, v));
         }
+        RZ_RETURN_IF_FAILED(report(1, u0 + nb, Wc));
     }
     return ST_SUCCESS;
 }
@@ -274,33 +319,37 @@ int32_t InverseReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
     // row by row; the other columns are their conjugates. Row y of the real
     // result later takes the place of row y here (W doubles in W/2 + 1 complex).
     const size_t stride = size_t(Wc) * 2;
-    out.data = KrnArray<double>(KrnCheckedSize(stride, size_t(H), 1));
+    // One more row, of zeros, pairs with the last row of an odd height.
+    out.data = KrnArray<double>(KrnCheckedSize(stride, size_t(H) + 1, 1));
     if (!out.data) return ST_FAILURE;
     out.stride = stride;
     double *C = out.data.get();
+    std::fill(C + size_t(H) * stride, C + size_t(H + 1) * stride, 0.0);
 
-    for (int32_t u0 = 0; u0 < Wc; u0 += kLanes) {
-        const int32_t nb = std::min(kLanes, Wc - u0);
-        if (nb < kLanes) lanes.clear();
+    ColumnBlock block;
+    RZ_RETURN_IF_FAILED(block.init(H));
+    for (int32_t u0 = 0; u0 < Wc; u0 += block.columns()) {
+        const int32_t nb = std::min(block.columns(), Wc - u0);
+        if (nb < block.columns()) block.clear();
         for (int32_t v = 0; v < H; ++v) {
             const int32_t nv = v == 0 ? 0 : H - v;
-            for (int32_t b = 0; b < nb; ++b) {
-                const int32_t u = u0 + b;
+            for (int32_t c = 0; c < nb; ++c) {
+                const int32_t u = u0 + c;
                 double ar, ai, cr, ci;
                 in.load(u, v, ar, ai);
                 in.load(u == 0 ? 0 : W - u, nv, cr, ci);
                 comp.apply(ar, ai);
                 comp.apply(cr, ci);
-                lanes.re[size_t(v) * kLanes + b] = 0.5 * (ar + cr);
-                lanes.im[size_t(v) * kLanes + b] = 0.5 * (ai - ci);
+                block.re(c, v) = 0.5 * (ar + cr);
+                block.im(c, v) = 0.5 * (ai - ci);
             }
         }
-        Transform(ph, signY, lanes);
+        block.transform(ph, signY, nb);
         for (int32_t y = 0; y < H; ++y) {
             double *dst = C + size_t(y) * stride + 2 * size_t(u0);
-            for (int32_t b = 0; b < nb; ++b) {
-                dst[2 * b] = lanes.re[size_t(y) * kLanes + b];
-                dst[2 * b + 1] = lanes.im[size_t(y) * kLanes + b];
+            for (int32_t c = 0; c < nb; ++c) {
+                dst[2 * c] = block.re(c, y);
+                dst[2 * c + 1] = block.im(c, y);
             }
         }
         RZ_RETURN_IF_FAILED(report(0, u0 + nb, Wc));
@@ -310,17 +359,18 @@ int32_t InverseReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
     // c1 + i c2 with both real.
     for (int32_t y0 = 0; y0 < H; y0 += 2 * kLanes) {
         for (int32_t b = 0; b < kLanes; ++b) {
-            const int32_t y1 = y0 + 2 * b, y2 = y1 + 1;
-            const double *r1 = y1 < H ? C + size_t(y1) * stride : nullptr;
-            const double *r2 = y2 < H ? C + size_t(y2) * stride : nullptr;
-            for (int32_t u = 0; u < W; ++u) {
-                const bool mirrored = u >= Wc;
-                const int32_t k = mirrored ? W - u : u;
-                const double sg = mirrored ? -1.0 : 1.0;
-                const double c1r = r1 ? r1[2 * k] : 0.0, c1i = r1 ? sg * r1[2 * k + 1] : 0.0;
-                const double c2r = r2 ? r2[2 * k] : 0.0, c2i = r2 ? sg * r2[2 * k + 1] : 0.0;
-                lanes.re[size_t(u) * kLanes + b] = c1r - c2i;
-                lanes.im[size_t(u) * kLanes + b] = c1i + c2r;
+            const int32_t y1 = std::min(y0 + 2 * b, H), y2 = std::min(y0 + 2 * b + 1, H);
+            const double *__restrict r1 = C + size_t(y1) * stride, *__restrict r2 = C + size_t(y2) * stride;
+            double *__restrict re = lanes.re + b, *__restrict im = lanes.im + b;
+            for (int32_t u = 0; u < Wc; ++u) {
+                re[size_t(u) * kLanes] = r1[2 * u] - r2[2 * u + 1];
+                im[size_t(u) * kLanes] = r1[2 * u + 1] + r2[2 * u];
+            }
+            // C(W - k) = conj C(k).
+            for (int32_t u = Wc; u < W; ++u) {
+                const int32_t k = W - u;
+                re[size_t(u) * kLanes] = r1[2 * k] + r2[2 * k + 1];
+                im[size_t(u) * kLanes] = r2[2 * k] - r1[2 * k + 1];
             }
         }
         Transform(pw, signX, lanes);
