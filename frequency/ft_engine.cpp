@@ -130,6 +130,8 @@ RZ_FORCE_INLINE void Radix4(const Stage &st) {
 
 // An odd radix p: outputs t and p - t share the sums a_r + a_(p-r) and
 // differences a_r - a_(p-r). P is the radix when known at compile time.
+constexpr int32_t kMaxHalf = 32; // odd radices up to 65 keep their constants in registers or the stack
+
 template <int32_t P> RZ_FORCE_INLINE void RadixOdd(const Stage &st, int32_t p, int32_t n) {
     if constexpr (P != 0) p = P;
     const int32_t h = (p - 1) / 2;
@@ -152,13 +154,27 @@ template <int32_t P> RZ_FORCE_INLINE void RadixOdd(const Stage &st, int32_t p, i
             Twiddle(st, int64_t(k) * (p - t) * st.step, w2r, w2i);
             double *__restrict o1r = yr + t * L, *__restrict o1i = yi + t * L;
             double *__restrict o2r = yr + (p - t) * L, *__restrict o2i = yi + (p - t) * L;
+            // cos and sin of 2 pi r t / p, r = 1..h, out of the loop over lanes.
+            double cs[kMaxHalf], sn[kMaxHalf];
+            const bool small = h <= kMaxHalf;
+            for (int32_t r = 1, idx = 0; small && r <= h; ++r) {
+                idx += t;
+                if (idx >= p) idx -= p;
+                cs[r - 1] = st.tw[2 * idx * unit];
+                sn[r - 1] = st.tw[2 * idx * unit + 1];
+            }
             for (int64_t j = 0; j < L; ++j) {
                 double pr = ar[j], pi = ai[j], qr = 0, qi = 0;
                 int64_t idx = 0;
                 for (int32_t r = 1; r <= h; ++r) {
-                    idx += t;
-                    if (idx >= p) idx -= p;
-                    const double c = st.tw[2 * idx * unit], s = st.tw[2 * idx * unit + 1];
+                    double c, s;
+                    if (small) {
+                        c = cs[r - 1], s = sn[r - 1];
+                    } else {
+                        idx += t;
+                        if (idx >= p) idx -= p;
+                        c = st.tw[2 * idx * unit], s = st.tw[2 * idx * unit + 1];
+                    }
                     const double *xr = ar + j + r * M, *xi = ai + j + r * M;
                     const double *zr = ar + j + (p - r) * M, *zi = ai + j + (p - r) * M;
                     pr += (*xr + *zr) * c;
@@ -328,22 +344,40 @@ int32_t InverseReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
 
     ColumnBlock block;
     RZ_RETURN_IF_FAILED(block.init(H));
+    // The array is scaled in place as it is read: column u with its mirror
+    // image W - u, except the columns that are their own mirror images
+    // (0 and W/2), which are scaled once their block is read.
+    auto selfMirrored = [&](int32_t u) { return u == 0 || 2 * u == W; };
+    auto scaleColumn = [&](int32_t u) {
+        for (int32_t v = 0; v < H; ++v) {
+            double re, im;
+            in.load(u, v, re, im);
+            comp.apply(re, im);
+            in.store(u, v, re, im);
+        }
+    };
     for (int32_t u0 = 0; u0 < Wc; u0 += block.columns()) {
         const int32_t nb = std::min(block.columns(), Wc - u0);
         if (nb < block.columns()) block.clear();
         for (int32_t v = 0; v < H; ++v) {
             const int32_t nv = v == 0 ? 0 : H - v;
             for (int32_t c = 0; c < nb; ++c) {
-                const int32_t u = u0 + c;
+                const int32_t u = u0 + c, mu = u == 0 ? 0 : W - u;
                 double ar, ai, cr, ci;
                 in.load(u, v, ar, ai);
-                in.load(u == 0 ? 0 : W - u, nv, cr, ci);
+                in.load(mu, nv, cr, ci);
                 comp.apply(ar, ai);
                 comp.apply(cr, ci);
+                if (!selfMirrored(u)) {
+                    in.store(u, v, ar, ai);
+                    in.store(mu, nv, cr, ci);
+                }
                 block.re(c, v) = 0.5 * (ar + cr);
                 block.im(c, v) = 0.5 * (ai - ci);
             }
         }
+        for (int32_t u = u0; u < u0 + nb; ++u)
+            if (selfMirrored(u)) scaleColumn(u);
         block.transform(ph, signY, nb);
         for (int32_t y = 0; y < H; ++y) {
             double *dst = C + size_t(y) * stride + 2 * size_t(u0);
@@ -352,7 +386,15 @@ int32_t InverseReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
                 dst[2 * c + 1] = block.im(c, y);
             }
         }
-        RZ_RETURN_IF_FAILED(report(0, u0 + nb, Wc));
+        const int32_t st = report(0, u0 + nb, Wc);
+        if (st != ST_SUCCESS) {
+            // Stopped: the rest of the array is scaled all the same.
+            for (int32_t u = u0 + nb; u < Wc; ++u) {
+                scaleColumn(u);
+                if (!selfMirrored(u)) scaleColumn(W - u);
+            }
+            return st;
+        }
     }
 
     // Rows y1, y2 are conjugate-symmetric in u, so C1 + i C2 transforms to

@@ -120,7 +120,9 @@ struct Component {
 };
 
 // The real part of the transform of the array (each element as `comp`
-// gives it): row y at data + y * stride. Only the conjugate-symmetric part
+// gives it): row y at data + y * stride. The array is left scaled by `comp`
+// (all of it, also when `report` stops the transform; a failed allocation
+// leaves it as it was). Only the conjugate-symmetric part
 // of the array reaches the real part, so only the columns 0..W/2 are
 // transformed and the rows go in pairs.
 struct RealRows {

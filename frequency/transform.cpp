@@ -3,10 +3,9 @@
 // the "direct" transform has any size at the cost of a fast one); they
 // differ in their checks and in the extent and signs the DFT can choose.
 //
-// The inverse takes the component (magnitude, phase, both) while it reads
-// the array, and scales the caller's array in place once the transform is
-// done, just before the plane is written: a failed or stopped transform
-// leaves the array as it was.
+// The inverse scales the caller's array in place by the component
+// (magnitude, phase, both) as its first pass reads it; the array stays
+// scaled, also when the callback stops the call.
 #include "frequency/ft_common.h"
 
 #include <cmath>
@@ -88,7 +87,7 @@ bool PowerOfTwo(int32_t n) { return n >= 2 && (n & (n - 1)) == 0; }
 
 // --- Write-back ---------------------------------------------------------------
 
-int32_t WriteBack(PlaneIO &io, const RealRows &out, const Request &r, Reporter &rep) {
+int32_t WriteBack(PlaneIO &io, const RealRows &out, uint8_t *bytes, const Request &r, Reporter &rep) {
     double lo = 0.0, hi = 0.0;
     if (r.writeBack == FT_STRETCH) {
         bool any = false;
@@ -101,8 +100,6 @@ int32_t WriteBack(PlaneIO &io, const RealRows &out, const Request &r, Reporter &
                 any = true;
             }
     }
-    KrnPtr<uint8_t[]> bytes = KrnArray<uint8_t>(size_t(r.right) + 1);
-    if (!bytes) return ST_FAILURE;
     const int32_t rows = r.bottom - r.top + 1;
     for (int32_t y = r.top; y <= r.bottom; ++y) {
         const double *src = out.row(y);
@@ -114,7 +111,7 @@ int32_t WriteBack(PlaneIO &io, const RealRows &out, const Request &r, Reporter &
             const double range = hi - lo;
             for (int32_t x = r.left; x <= r.right; ++x) bytes[x] = ToByte((src[x] - lo) * 255.0 / range);
         }
-        RZ_RETURN_IF_FAILED(io.write(y, bytes.get(), r.left, r.right + 1));
+        RZ_RETURN_IF_FAILED(io.write(y, bytes, r.left, r.right + 1));
         RZ_RETURN_IF_FAILED(rep.at(90 + (y - r.top + 1) * 10 / rows));
     }
     return ST_SUCCESS;
@@ -154,15 +151,10 @@ int32_t Run(BitmapDesc *bmp, FTARRAY *array, Request r) {
 
     RealRows out;
     const Component comp(r.component, double(W) * double(H));
+    KrnPtr<uint8_t[]> bytes = KrnArray<uint8_t>(size_t(W));
+    if (!bytes) return ST_FAILURE;
     RZ_RETURN_IF_FAILED(InverseReal(pw, ph, -r.signX, -r.signY, view, comp, out, report));
-    for (int32_t v = 0; v < H; ++v)
-        for (int32_t u = 0; u < W; ++u) {
-            double re, im;
-            view.load(u, v, re, im);
-            comp.apply(re, im);
-            view.store(u, v, re, im);
-        }
-    RZ_RETURN_IF_FAILED(WriteBack(io, out, r, rep));
+    RZ_RETURN_IF_FAILED(WriteBack(io, out, bytes.get(), r, rep));
     KrnBitmapChanged(bmp);
     return ST_SUCCESS;
 }

@@ -140,6 +140,22 @@ TEST(FrequencyTransform, WriteBackRulesWorkedByHand) {
     for (int32_t i = 0; i < 4; ++i) EXPECT_EQ(b.pixel(i % 2, i / 2), 0u);
 }
 
+// The array ends scaled however far the inverse got: stopped in either
+// pass, or finished.
+TEST(FrequencyTransform, InverseLeavesTheWholeArrayScaled) {
+    Bitmap b(FindLayout("grey8"), 256, 8, 8); // three blocks of columns
+    for (int32_t stop : {3, 6, 0}) {
+        Array a(b.get());
+        ASSERT_EQ(Rz_FFTBitmap(b.get(), a.a, FT_FORWARD | FT_PLANE_GREY), 1);
+        Spectrum want = a.all();
+        for (auto &z : want) z /= 256.0 * 8.0;
+        CallbackRecorder rec;
+        if (stop) rec.stopAt(stop, 77);
+        EXPECT_EQ(Rz_FFTBitmap(b.get(), a.a, FT_INVERSE | FT_PLANE_GREY | FT_BOTH | FT_CLIP), stop ? 77 : 1);
+        EXPECT_EQ(a.all(), want) << "stopped at call " << stop;
+    }
+}
+
 TEST(FrequencyTransform, ZeroAndNanSpectraGiveDocumentedValues) {
     const double nan = std::numeric_limits<double>::quiet_NaN();
     for (int32_t flags : {FT_BOTH | FT_CLIP, FT_PHASE | FT_STRETCH, FT_MAGNITUDE | FT_CLIP})
