@@ -499,8 +499,16 @@ bool ParseFFT(const rz::OpInfo &op, std::span<const std::string> words, Prepared
     call.args = FrqArgsText(o);
     if (o.haveRect) call.args += " rect=" + std::to_string(o.rect[0]) + "," + std::to_string(o.rect[1]) + "," +
                                  std::to_string(o.rect[2]) + "," + std::to_string(o.rect[3]);
-    call.run = [o, fft](BitmapDesc *b, std::string &) -> int32_t {
-        return OnEachPlane(b, o, fft, o.haveRect ? o.rect : nullptr, [](FTARRAY *) { return ST_SUCCESS; });
+    call.run = [o, fft](BitmapDesc *b, std::string &why) -> int32_t {
+        const int32_t st = OnEachPlane(b, o, fft, o.haveRect ? o.rect : nullptr, [](FTARRAY *) { return ST_SUCCESS; });
+        auto pow2 = [](int32_t n) { return n >= 2 && (n & (n - 1)) == 0; };
+        if (st == ST_INVALID_PARAMETER && fft && !(pow2(b->nWidth) && pow2(b->nHeight)))
+            why = "fft: width and height must be powers of two, this picture is " + std::to_string(b->nWidth) + "x" +
+                  std::to_string(b->nHeight) + " (dft takes any size)";
+        else if (st == ST_INVALID_PARAMETER && o.haveRect)
+            why = "dft: the rectangle must lie inside the " + std::to_string(b->nWidth) + "x" +
+                  std::to_string(b->nHeight) + " picture";
+        return st;
     };
     return true;
 }
