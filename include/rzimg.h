@@ -175,6 +175,145 @@ typedef struct UserFilterKernel {
 
 /* ---- end of filters ---- */
 
+/* ---- Frequency domain: Fourier transforms and frequency filtering ---- */
+
+/* The complex transform array of Rz_FFTBitmap, Rz_DFTBitmap,
+ * Rz_FTDisplayBitmap, Rz_FrqFilterBitmap and Rz_FrqFilterMaskBitmap: one
+ * block of FTARRAY_SIZE - 16 + 16 * uWidth * uHeight bytes from the kernel's
+ * handle allocator (counted like every kernel block), zero-filled, made by
+ * Rz_AllocFTArray for a bitmap's size and returned with Rz_FreeFTArray.
+ * Element (u, v) (column u, row v) is acxData[v * uWidth + u]: the real then
+ * the imaginary part, IEEE doubles. The record is packed to 4 bytes, so the
+ * doubles sit at offset 12 and are not 8-byte aligned: copy them (memcpy)
+ * rather than taking double pointers where alignment is checked.
+ *
+ * Rz_AllocFTArray(bitmap, &array, FTARRAY_SIZE): -814 null bitmap, -789
+ * bitmap size, -1360 signed samples, -2 no pixels, -13 null array pointer,
+ * -789 a size argument other than FTARRAY_SIZE (an array with another size
+ * field could never be freed), -1 out of memory; *ppFTArray is null on
+ * failure. Rz_FreeFTArray: -814 null, -789 a size field other than
+ * FTARRAY_SIZE (nothing is freed). It clears the size field before freeing,
+ * so a second free of a block that was not yet reused gives -789; beyond
+ * that the kernel's allocator cannot tell a freed block from a live one, and
+ * freeing twice is undefined.
+ *
+ * Checks of the exports that take a bitmap and an array, in order: bitmap
+ * null -814, size -789, signed -1360; array null -814, size field -789;
+ * no pixels (or a descriptor the kernel cannot address) -2, an unknown
+ * depth -12; uHeight, then uWidth different from the bitmap's -13; then
+ * the flags (-13). They all work on the picture in view 1 and with the
+ * region set aside (the whole plane is read or written); the caller's view
+ * and region are back on every exit.
+ *
+ * Planes: FT_PLANE_BLUE / GREEN / RED read one channel of colour pixels
+ * (palettised colour through its palette, 48/64 bits by the high byte of
+ * the channel); the other channels are kept exactly. FT_PLANE_GREY reads
+ * the grey intensity (colour becomes grey when written back). A grey
+ * bitmap (grey order or a grey palette) always uses its grey samples, 12
+ * and 16-bit ones by their 8 high significant bits. Transforms see 8-bit
+ * values 0..255; inverse results are written back as 8-bit values (x 257
+ * into 16-bit samples). */
+#define FTARRAY_SIZE 28
+#pragma pack(push, 4)
+typedef struct FTARRAY {
+    uint32_t uStructSize; /* FTARRAY_SIZE */
+    uint32_t uWidth;      /* columns, the bitmap's nWidth */
+    uint32_t uHeight;     /* rows, the bitmap's nHeight */
+    double acxData[1][2]; /* uWidth * uHeight (real, imaginary) pairs */
+} FTARRAY;
+#pragma pack(pop)
+
+/* Transform flags (4-bit fields; a value a direction reads that is not
+ * listed gives -13; fields a direction does not read are ignored). */
+#define FT_FORWARD 0x1        /* bitmap plane to array */
+#define FT_INVERSE 0x2        /* array to bitmap plane */
+#define FT_PLANE_BLUE 0x10
+#define FT_PLANE_GREEN 0x20
+#define FT_PLANE_RED 0x30
+#define FT_PLANE_GREY 0x40
+#define FT_MAGNITUDE 0x100    /* inverse: |X| / P only */
+#define FT_PHASE 0x200        /* inverse: X / (|X| P); an element of magnitude 0 becomes 0 */
+#define FT_BOTH 0x300         /* inverse: X / P */
+#define FT_CLIP 0x1000        /* inverse: <0 and NaN to 0, >255 to 255, else truncated */
+#define FT_STRETCH 0x2000     /* inverse: trunc((v - m) * 255 / (M - m)), m, M the extremes */
+#define DFT_WHOLE 0x10000     /* Rz_DFTBitmap: the whole bitmap, pRange not read */
+#define DFT_RECT 0x20000      /* Rz_DFTBitmap: the rectangle pRange */
+#define DFT_COLUMNS_MINUS 0x100000
+#define DFT_COLUMNS_PLUS 0x200000
+#define DFT_ROWS_MINUS 0x1000000
+#define DFT_ROWS_PLUS 0x2000000
+
+/* Rz_FFTBitmap(bitmap, array, flags): forward computes, with P = W * H,
+ *   X(u, v) = sum over x, y of f(x, y) exp(-2 pi i (u x / W + v y / H))
+ * unscaled, with pi = 3.1415926535 in the twiddle factors (the same numbers
+ * as an iterative radix-2 transform, to about 1e-12 of the spectrum's sum
+ * of magnitudes). The inverse first scales the caller's array in place by
+ * the component flag (it stays scaled), then writes the real part of
+ * sum over u, v of X'(u, v) exp(+2 pi i (u x / W + v y / H)) by FT_CLIP or
+ * FT_STRETCH (M = m: factor 1, every value 0; NaN gives 0; infinities the
+ * nearer end; m and M ignore values that are not finite). Width and height
+ * must be powers of two, 2 or more (-13). Progress: 2 and 5 after the
+ * set-up, the first pass (rows; the inverse takes the columns first) 5..50,
+ * the second 50..100 (forward) or 50..90 and the write-back 90..100
+ * (inverse). The inverse leaves the array scaled also when the callback
+ * stops it; a refusal (bad argument, no memory) leaves it as it was.
+ *
+ * Rz_DFTBitmap(bitmap, array, pRange, flags): the same transform for any
+ * width and height (mixed radix; sizes with large prime factors are slower),
+ * with flags as above plus the extent: DFT_WHOLE, or DFT_RECT with pRange
+ * (left, top, right, bottom, all inclusive, 0 <= left <= right < width,
+ * 0 <= top <= bottom < height, else -13). The rectangle selects the output:
+ * forward, the spectrum elements (u, v) inside it (the array is cleared
+ * first, so every element outside it is 0); inverse, the pixels inside it
+ * (the sum runs over the whole array; only those pixels change, and
+ * FT_STRETCH takes m and M over them). With DFT_RECT the column field
+ * (DFT_COLUMNS_MINUS / PLUS) and the row field (DFT_ROWS_MINUS / PLUS) give
+ * the sign of the exponent of the forward transform along x and along y
+ * (the inverse uses the opposite signs, so forward and inverse with the
+ * same flags undo each other); at least one field must be set, and an
+ * unset field means PLUS. DFT_WHOLE uses MINUS for both: it equals
+ * Rz_FFTBitmap. A PLUS field mirrors the spectrum along that axis:
+ * X+(u) = X-((W - u) mod W).
+ *
+ * Rz_FTDisplayBitmap(bitmap, array, flags): draws the spectrum as 8-bit
+ * grey, centred: element (u, v) goes to column (u + W/2) mod W and row
+ * (v + H/2) mod H, so frequency 0 lands at (W/2, H/2) and frequencies rise
+ * to the right and downward (for odd sizes too). flags & 0xFF0F is
+ * FT_DISPLAY_MAGNITUDE with & 0xFFF0 FT_DISPLAY_LINEAR or FT_DISPLAY_LOG, or
+ * FT_DISPLAY_PHASE. Magnitude kinds: v = |X| or ln|X|, written as
+ * trunc(v * 255 / D), D the largest v; values below 0 (ln of magnitudes
+ * below 1, and of 0), NaN, and everything when D is not above 0 give 0.
+ * Phase: atan2(im, re) in radians stretched from its smallest m to its
+ * largest M over 0..255, trunc((p - m) * 255 / (M - m)); 0 when M = m.
+ * Progress 0..100 over the rows. */
+#define FT_DISPLAY_MAGNITUDE 0x1
+#define FT_DISPLAY_PHASE 0x2
+#define FT_DISPLAY_LINEAR 0x10
+#define FT_DISPLAY_LOG 0x20
+
+/* Rz_FrqFilterBitmap(array, prcRange, flags): zeroes the elements outside
+ * (FRQ_KEEP_INSIDE) or inside (FRQ_ZERO_INSIDE) a rectangle (left, top,
+ * right, bottom, inclusive; 0 <= left <= right < uWidth, 0 <= top <= bottom
+ * < uHeight, else -13). flags & 0xFF0F says where the rectangle lies:
+ * FRQ_ARRAY_COORDS in array coordinates, FRQ_CENTRED_COORDS in the centred
+ * picture of Rz_FTDisplayBitmap (frequency 0 in the middle; the rectangle
+ * is mapped back through the same shift). -814 null array, -789 size field.
+ * Progress 0..100 over the rows.
+ *
+ * Rz_FrqFilterMaskBitmap(bitmap, array, flags): the bitmap (same size as the
+ * array, any depth, read as 8-bit grey m in view 1, region ignored) is a
+ * mask over the centred spectrum: element (u, v) is multiplied by
+ * m / 255 (as m * 0.00392156862745098) where m is the mask value at column
+ * (u + W/2) mod W, row (v + H/2) mod H, and set to exactly 0 where m is 0.
+ * The array is checked before the bitmap. flags must be 0 (-13). Progress
+ * 0..100 over the rows; a stop leaves the rows done filtered. */
+#define FRQ_ARRAY_COORDS 0x1
+#define FRQ_CENTRED_COORDS 0x2
+#define FRQ_KEEP_INSIDE 0x10
+#define FRQ_ZERO_INSIDE 0x20
+
+/* ---- end of frequency domain ---- */
+
 #ifdef __cplusplus
 extern "C" {
 #endif

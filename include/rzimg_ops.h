@@ -82,3 +82,32 @@ RZ_OP(405, Rz_MinFilterBitmap, filters, RZ_OPF_INPLACE,
 RZ_OP(406, Rz_MedianFilterBitmap, filters, RZ_OPF_INPLACE,
       "Replaces every sample by the median of its n x n window (the lower middle for even n).",
       (RZ_BMP(pBitmap) RZ_U32(nSize, 1, 4294967295u, 3, "window side in pixels")))
+RZ_OP(800, Rz_AllocFTArray, frequency, RZ_OPF_CUSTOM,
+      "Allocates a zero-filled complex transform array of the bitmap's size.",
+      (RZ_BMP(pBitmap) RZ_PTR(FTARRAY **, ppFTArray, "receives the array")
+       RZ_U32(uStructSize, 28, 28, 28, "FTARRAY_SIZE")))
+RZ_OP(801, Rz_FreeFTArray, frequency, RZ_OPF_CUSTOM,
+      "Frees a transform array made by Rz_AllocFTArray.",
+      (RZ_PTR(FTARRAY *, pFTArray, "the array")))
+RZ_OP(802, Rz_FFTBitmap, frequency, RZ_OPF_CUSTOM,
+      "Fast Fourier transform of one plane into the array, or back (power-of-two sizes).",
+      (RZ_BMP(pBitmap) RZ_PTR(FTARRAY *, pFTArray, "the array, of the bitmap's size")
+       RZ_I32(uFFTFlags, -2147483647 - 1, 2147483647, 0x41, "FT_ direction, plane, component and write-back")))
+RZ_OP(803, Rz_DFTBitmap, frequency, RZ_OPF_CUSTOM,
+      "Fourier transform of one plane for any size, of the whole spectrum or a rectangle of it.",
+      (RZ_BMP(pBitmap) RZ_PTR(FTARRAY *, pFTArray, "the array, of the bitmap's size")
+       RZ_PTR(const int32_t *, pRange, "left, top, right, bottom (inclusive) with DFT_RECT")
+       RZ_I32(uDFTFlags, -2147483647 - 1, 2147483647, 0x10041, "FT_ and DFT_ flags")))
+RZ_OP(804, Rz_FTDisplayBitmap, frequency, RZ_OPF_CUSTOM,
+      "Draws the centred magnitude, log magnitude or phase of the array as 8-bit grey.",
+      (RZ_BMP(pBitmap) RZ_PTR(const FTARRAY *, pFTArray, "the array, of the bitmap's size")
+       RZ_U32(uDisplayFlags, 0, 4294967295u, 0x21, "FT_DISPLAY_ kind")))
+RZ_OP(805, Rz_FrqFilterBitmap, frequency, RZ_OPF_CUSTOM,
+      "Zeroes the spectrum inside or outside a rectangle.",
+      (RZ_PTR(FTARRAY *, pFTArray, "the array")
+       RZ_PTR(const int32_t *, prcRange, "left, top, right, bottom (inclusive)")
+       RZ_U32(uFilterFlags, 0, 4294967295u, 0x11, "FRQ_ coordinates and side")))
+RZ_OP(806, Rz_FrqFilterMaskBitmap, frequency, RZ_OPF_CUSTOM,
+      "Multiplies the spectrum by a centred 8-bit mask bitmap (m / 255).",
+      (RZ_BMP(pBitmap) RZ_PTR(FTARRAY *, pFTArray, "the array, of the bitmap's size")
+       RZ_U32(uMaskFlags, 0, 0, 0, "0")))

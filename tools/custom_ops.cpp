@@ -5,10 +5,14 @@
 // long as the bitmap's table is used as given, a shorter one is a curve of
 // evenly spaced control points in per-mille of full scale, interpolated.
 #include "tools/operations.h"
+#include "tools/bitmap.h"
+#include "tools/tool.h"
 
 #include <algorithm>
 #include <charconv>
 #include <climits>
+#include <cmath>
+#include <cstring>
 #include <cctype>
 #include <filesystem>
 #include <fstream>
@@ -348,6 +352,315 @@ bool ParseUserFilter(const rz::OpInfo &op, std::span<const std::string> words, P
     return true;
 }
 
+// ---- Frequency domain: each call transforms, works on the spectrum and
+// transforms back (or draws it), one plane at a time, so that a chain of
+// transform, filter and inverse is one command. Any size goes through the
+// DFT; fft insists on powers of two, as the export does.
+
+struct FrqOptions {
+    int32_t plane = 0; // 0: every plane (grey bitmaps have one)
+    int32_t component = FT_BOTH;
+    int32_t writeBack = FT_CLIP;
+    uint32_t display = FT_DISPLAY_MAGNITUDE | FT_DISPLAY_LOG;
+    bool haveRect = false, zeroInside = false, arrayCoords = false;
+    int32_t rect[4] = {0, 0, 0, 0};
+    int32_t radius = -1;
+    bool notchAuto = false;
+    int32_t notch[3] = {0, 0, 2}; // dx, dy, radius
+    bool haveNotch = false;
+    std::string maskPath;
+};
+
+// Name=value words (and bare flags) of the frequency operations; `allowed`
+// lists the names the operation takes.
+bool ParseFrqWords(const std::string &opName, std::span<const std::string> words, std::string_view allowed,
+                   FrqOptions &o, std::string &error) {
+    static const std::pair<const char *, int32_t> kPlanes[] = {
+        {"blue", FT_PLANE_BLUE}, {"green", FT_PLANE_GREEN}, {"red", FT_PLANE_RED}, {"grey", FT_PLANE_GREY}, {"all", 0}};
+    static const std::pair<const char *, int32_t> kComponents[] = {
+        {"magnitude", FT_MAGNITUDE}, {"phase", FT_PHASE}, {"both", FT_BOTH}};
+    static const std::pair<const char *, uint32_t> kKinds[] = {
+        {"magnitude", FT_DISPLAY_MAGNITUDE | FT_DISPLAY_LINEAR},
+        {"log", FT_DISPLAY_MAGNITUDE | FT_DISPLAY_LOG},
+        {"phase", FT_DISPLAY_PHASE}};
+    auto pick = [&](auto &table, std::string_view v, auto &out, const char *what) {
+        for (const auto &[n, val] : table)
+            if (v == n) {
+                out = val;
+                return true;
+            }
+        error = opName + ": unknown " + what + " '" + std::string(v) + "'";
+        return false;
+    };
+    for (const std::string &w : words) {
+        const size_t eq = w.find('=');
+        const std::string name = w.substr(0, eq);
+        const std::string_view value = eq == std::string::npos ? std::string_view() : std::string_view(w).substr(eq + 1);
+        if (allowed.find(" " + name + " ") == std::string_view::npos) {
+            error = opName + ": unexpected argument '" + w + "'; see 'rzimg help " + opName + "'";
+            return false;
+        }
+        std::vector<int64_t> nums;
+        if (name == "plane") {
+            if (!pick(kPlanes, value, o.plane, "plane")) return false;
+        } else if (name == "component") {
+            if (!pick(kComponents, value, o.component, "component")) return false;
+        } else if (name == "write") {
+            if (value != "clip" && value != "stretch") {
+                error = opName + ": write= takes clip or stretch";
+                return false;
+            }
+            o.writeBack = value == "clip" ? FT_CLIP : FT_STRETCH;
+        } else if (name == "kind") {
+            if (!pick(kKinds, value, o.display, "kind")) return false;
+        } else if (name == "zero-inside") {
+            o.zeroInside = true;
+        } else if (name == "array") {
+            o.arrayCoords = true;
+        } else if (name == "rect") {
+            if (!ParseIntList(value, nums, opName + ": rect", error)) return false;
+            if (nums.size() != 4) {
+                error = opName + ": rect= takes LEFT,TOP,RIGHT,BOTTOM (inclusive)";
+                return false;
+            }
+            for (int i = 0; i < 4; ++i) o.rect[i] = int32_t(nums[size_t(i)]);
+            o.haveRect = true;
+        } else if (name == "radius") {
+            if (!ParseIntList(value, nums, opName + ": radius", error)) return false;
+            if (nums.size() != 1 || nums[0] < 0) {
+                error = opName + ": radius= takes one whole number, 0 or more";
+                return false;
+            }
+            o.radius = int32_t(nums[0]);
+        } else if (name == "notch") {
+            o.haveNotch = true;
+            if (value == "auto") {
+                o.notchAuto = true;
+                continue;
+            }
+            if (!ParseIntList(value, nums, opName + ": notch", error)) return false;
+            if (nums.size() < 2 || nums.size() > 3 || (nums.size() == 3 && nums[2] < 0)) {
+                error = opName + ": notch= takes auto or DX,DY[,RADIUS]";
+                return false;
+            }
+            for (size_t i = 0; i < nums.size(); ++i) o.notch[i] = int32_t(nums[i]);
+        } else if (name == "mask") {
+            o.maskPath = std::string(value);
+        }
+    }
+    return true;
+}
+
+struct FtArrayOwner {
+    FTARRAY *a = nullptr;
+    ~FtArrayOwner() {
+        if (a) Rz_FreeFTArray(a);
+    }
+};
+
+bool IsGreyBitmap(const BitmapDesc *b) { return b->nColorOrder == KRN_ORDER_GRAY || KrnIsGrayscale(b); }
+
+// Forward, `work` on the spectrum, inverse, for each plane asked for.
+template <class Work>
+int32_t OnEachPlane(BitmapDesc *b, const FrqOptions &o, bool fft, const int32_t *inverseRect, Work &&work) {
+    FtArrayOwner arr;
+    int32_t st = Rz_AllocFTArray(b, &arr.a, FTARRAY_SIZE);
+    if (st != ST_SUCCESS) return st;
+    std::vector<int32_t> planes{o.plane};
+    if (o.plane == 0) planes = IsGreyBitmap(b) ? std::vector<int32_t>{FT_PLANE_GREY}
+                                               : std::vector<int32_t>{FT_PLANE_BLUE, FT_PLANE_GREEN, FT_PLANE_RED};
+    for (int32_t plane : planes) {
+        const int32_t inv = FT_INVERSE | plane | o.component | o.writeBack;
+        st = fft ? Rz_FFTBitmap(b, arr.a, FT_FORWARD | plane)
+                 : Rz_DFTBitmap(b, arr.a, nullptr, FT_FORWARD | plane | DFT_WHOLE);
+        if (st == ST_SUCCESS) st = work(arr.a);
+        if (st == ST_SUCCESS)
+            st = fft ? Rz_FFTBitmap(b, arr.a, inv)
+                     : Rz_DFTBitmap(b, arr.a, inverseRect, inv | (inverseRect ? DFT_RECT | DFT_ROWS_MINUS | DFT_COLUMNS_MINUS : DFT_WHOLE));
+        if (st != ST_SUCCESS) return st;
+    }
+    return ST_SUCCESS;
+}
+
+std::string FrqArgsText(const FrqOptions &o) {
+    static const char *const kPlaneNames[] = {"all", "blue", "green", "red", "grey"};
+    std::string s = std::string("plane=") + kPlaneNames[o.plane >> 4];
+    s += std::string(" component=") + (o.component == FT_MAGNITUDE ? "magnitude" : o.component == FT_PHASE ? "phase" : "both");
+    s += std::string(" write=") + (o.writeBack == FT_CLIP ? "clip" : "stretch");
+    return s;
+}
+
+bool ParseFFT(const rz::OpInfo &op, std::span<const std::string> words, PreparedCall &call, std::string &error) {
+    FrqOptions o;
+    const bool fft = std::string_view(op.name) == "Rz_FFTBitmap";
+    if (!ParseFrqWords(op.cliName(), words, fft ? " plane component write " : " plane component write rect ", o, error))
+        return false;
+    call.op = &op;
+    call.args = FrqArgsText(o);
+    if (o.haveRect) call.args += " rect=" + std::to_string(o.rect[0]) + "," + std::to_string(o.rect[1]) + "," +
+                                 std::to_string(o.rect[2]) + "," + std::to_string(o.rect[3]);
+    call.run = [o, fft](BitmapDesc *b, std::string &why) -> int32_t {
+        const int32_t st = OnEachPlane(b, o, fft, o.haveRect ? o.rect : nullptr, [](FTARRAY *) { return ST_SUCCESS; });
+        auto pow2 = [](int32_t n) { return n >= 2 && (n & (n - 1)) == 0; };
+        if (st == ST_INVALID_PARAMETER && fft && !(pow2(b->nWidth) && pow2(b->nHeight)))
+            why = "fft: width and height must be powers of two, this picture is " + std::to_string(b->nWidth) + "x" +
+                  std::to_string(b->nHeight) + " (dft takes any size)";
+        else if (st == ST_INVALID_PARAMETER && o.haveRect)
+            why = "dft: the rectangle must lie inside the " + std::to_string(b->nWidth) + "x" +
+                  std::to_string(b->nHeight) + " picture";
+        return st;
+    };
+    return true;
+}
+
+bool ParseFTDisplay(const rz::OpInfo &op, std::span<const std::string> words, PreparedCall &call,
+                    std::string &error) {
+    FrqOptions o;
+    o.plane = FT_PLANE_GREY;
+    if (!ParseFrqWords(op.cliName(), words, " kind plane ", o, error)) return false;
+    if (o.plane == 0) o.plane = FT_PLANE_GREY;
+    call.op = &op;
+    static const char *const kPlaneNames[] = {"all", "blue", "green", "red", "grey"};
+    call.args = std::string("kind=") +
+                (o.display == FT_DISPLAY_PHASE ? "phase" : (o.display & 0xF0) == FT_DISPLAY_LOG ? "log" : "magnitude") +
+                " plane=" + kPlaneNames[o.plane >> 4];
+    call.run = [o](BitmapDesc *b, std::string &) -> int32_t {
+        FtArrayOwner arr;
+        int32_t st = Rz_AllocFTArray(b, &arr.a, FTARRAY_SIZE);
+        if (st == ST_SUCCESS) st = Rz_DFTBitmap(b, arr.a, nullptr, FT_FORWARD | o.plane | DFT_WHOLE);
+        if (st == ST_SUCCESS) st = Rz_FTDisplayBitmap(b, arr.a, o.display);
+        return st;
+    };
+    return true;
+}
+
+bool ParseFrqFilter(const rz::OpInfo &op, std::span<const std::string> words, PreparedCall &call,
+                    std::string &error) {
+    FrqOptions o;
+    if (!ParseFrqWords(op.cliName(), words, " rect radius zero-inside array plane ", o, error)) return false;
+    if (o.haveRect == (o.radius >= 0)) {
+        error = op.cliName() + ": give rect=LEFT,TOP,RIGHT,BOTTOM or radius=N (a square about frequency 0)";
+        return false;
+    }
+    call.op = &op;
+    call.args = (o.haveRect ? "rect=" + std::to_string(o.rect[0]) + "," + std::to_string(o.rect[1]) + "," +
+                                  std::to_string(o.rect[2]) + "," + std::to_string(o.rect[3])
+                            : "radius=" + std::to_string(o.radius)) +
+                (o.zeroInside ? " zero-inside" : "") + (o.arrayCoords ? " array" : "");
+    call.run = [o](BitmapDesc *b, std::string &why) -> int32_t {
+        int32_t rect[4] = {o.rect[0], o.rect[1], o.rect[2], o.rect[3]};
+        uint32_t flags = (o.zeroInside ? FRQ_ZERO_INSIDE : FRQ_KEEP_INSIDE);
+        if (o.radius >= 0) {
+            // A square about frequency 0 of the centred picture.
+            rect[0] = std::max(0, b->nWidth / 2 - o.radius), rect[1] = std::max(0, b->nHeight / 2 - o.radius);
+            rect[2] = std::min(b->nWidth - 1, b->nWidth / 2 + o.radius);
+            rect[3] = std::min(b->nHeight - 1, b->nHeight / 2 + o.radius);
+            flags |= FRQ_CENTRED_COORDS;
+        } else {
+            flags |= o.arrayCoords ? FRQ_ARRAY_COORDS : FRQ_CENTRED_COORDS;
+        }
+        const int32_t st = OnEachPlane(b, o, false, nullptr, [&](FTARRAY *a) { return Rz_FrqFilterBitmap(a, rect, flags); });
+        if (st == ST_INVALID_PARAMETER && o.haveRect)
+            why = "frq-filter: the rectangle must lie inside the " + std::to_string(b->nWidth) + "x" +
+                  std::to_string(b->nHeight) + " spectrum";
+        return st;
+    };
+    return true;
+}
+
+// Draws the notch mask: 255 everywhere but discs of 0 at the given offsets
+// from the centre and their mirror images. notch=auto finds them: elements
+// outside the low frequencies that stand far above the spectrum around them.
+int32_t MakeNotchMask(BitmapDesc *b, const FTARRAY *spectrum, const FrqOptions &o, Bitmap &mask) {
+    const int32_t W = b->nWidth, H = b->nHeight;
+    int32_t st = KrnInitBitmap(mask.get(), BITMAPDESC_SIZE, W, H, 8);
+    if (st == KRN_OK) st = KrnAllocBitmap(mask.get());
+    if (st != KRN_OK) return st;
+    mask->nColorOrder = KRN_ORDER_GRAY;
+    mask->nDataKind = 1;
+    std::vector<uint8_t> m(size_t(W) * H, 255);
+    std::vector<std::pair<int32_t, int32_t>> centres; // offsets from frequency 0
+    if (o.notchAuto) {
+        std::vector<double> mag(size_t(W) * H);
+        const uint8_t *data = reinterpret_cast<const uint8_t *>(spectrum) + 12;
+        for (size_t i = 0; i < mag.size(); ++i) {
+            double z[2];
+            std::memcpy(z, data + 16 * i, 16);
+            mag[i] = std::hypot(z[0], z[1]);
+        }
+        const int32_t low = std::max(4, std::min(W, H) / 16);
+        double sum = 0;
+        size_t count = 0;
+        auto offset = [](int32_t i, int32_t n) { return i <= n / 2 ? i : i - n; };
+        for (int32_t v = 0; v < H; ++v)
+            for (int32_t u = 0; u < W; ++u)
+                if (std::abs(offset(u, W)) > low || std::abs(offset(v, H)) > low) sum += mag[size_t(v) * W + u], ++count;
+        const double threshold = 25.0 * (count ? sum / double(count) : 0.0);
+        for (int32_t v = 0; v < H; ++v)
+            for (int32_t u = 0; u < W; ++u) {
+                const int32_t du = offset(u, W), dv = offset(v, H);
+                if ((std::abs(du) > low || std::abs(dv) > low) && mag[size_t(v) * W + u] > threshold)
+                    centres.push_back({du, dv});
+            }
+    } else {
+        centres.push_back({o.notch[0], o.notch[1]});
+        centres.push_back({-o.notch[0], -o.notch[1]});
+    }
+    const int32_t r = o.notch[2];
+    for (auto [dx, dy] : centres)
+        for (int32_t y = -r; y <= r; ++y)
+            for (int32_t x = -r; x <= r; ++x)
+                if (x * x + y * y <= r * r) {
+                    const int32_t px = ((W / 2 + dx + x) % W + W) % W, py = ((H / 2 + dy + y) % H + H) % H;
+                    m[size_t(py) * W + px] = 0;
+                }
+    for (int32_t y = 0; y < H && st == KRN_OK; ++y)
+        st = KrnPutBitmapRowSpans(mask.get(), m.data() + size_t(y) * W, y, 0, uint32_t(W), nullptr, 0, KRN_PUT_NORMAL);
+    return st;
+}
+
+bool ParseFrqMask(const rz::OpInfo &op, std::span<const std::string> words, PreparedCall &call, std::string &error) {
+    FrqOptions o;
+    if (!ParseFrqWords(op.cliName(), words, " notch mask plane ", o, error)) return false;
+    if (o.haveNotch == !o.maskPath.empty()) {
+        error = op.cliName() + ": give notch=auto, notch=DX,DY[,RADIUS] or mask=FILE (a picture of the spectrum's size, "
+                               "centred like ft-display)";
+        return false;
+    }
+    call.op = &op;
+    call.args = o.maskPath.empty() ? (o.notchAuto ? std::string("notch=auto")
+                                                   : "notch=" + std::to_string(o.notch[0]) + "," +
+                                                         std::to_string(o.notch[1]) + "," + std::to_string(o.notch[2]))
+                                   : "mask=" + o.maskPath;
+    call.run = [o](BitmapDesc *b, std::string &why) -> int32_t {
+        Bitmap mask;
+        if (!o.maskPath.empty()) {
+            const int32_t st = Rz_LoadBitmap(o.maskPath.c_str(), mask.get(), BITMAPDESC_SIZE, 0);
+            if (st != ST_SUCCESS) {
+                why = "frq-filter-mask: cannot read the mask '" + o.maskPath + "': " + StatusText(st);
+                return st;
+            }
+            if (mask->nWidth != b->nWidth || mask->nHeight != b->nHeight) {
+                why = "frq-filter-mask: the mask is " + std::to_string(mask->nWidth) + "x" +
+                      std::to_string(mask->nHeight) + ", the picture " + std::to_string(b->nWidth) + "x" +
+                      std::to_string(b->nHeight);
+                return ST_INVALID_PARAMETER;
+            }
+        }
+        return OnEachPlane(b, o, false, nullptr, [&](FTARRAY *a) {
+            if (o.maskPath.empty()) {
+                mask.reset();
+                const int32_t st = MakeNotchMask(b, a, o, mask);
+                if (st != KRN_OK) return st;
+            }
+            return Rz_FrqFilterMaskBitmap(mask.get(), a, 0);
+        });
+    };
+    return true;
+}
+
+// ---- end of frequency domain ----
+
 const CustomEntry kCustom[] = {
     {"Rz_RemapBitmapIntensity", "TABLE [CHANNEL]",
      "TABLE is a comma list (0,200,500,800,1000) or a file of numbers (@file or a path;\n"
@@ -375,6 +688,32 @@ const CustomEntry kCustom[] = {
      "when that is not positive), the offset to 0 and the type to round (also\n"
      "truncate, or absolute for edge kernels).",
      "5x1 1,4,6,4,1", "pFilter", &ParseUserFilter},
+    {"Rz_FFTBitmap", "[plane=P] [component=C] [write=W]",
+     "Transforms each plane (blue, green, red, grey or all; grey pictures have one) to its\n"
+     "spectrum and back, keeping the magnitude, the phase or both (component=), written\n"
+     "clipped or stretched to 0..255 (write=clip|stretch). Width and height must be powers\n"
+     "of two. component=phase write=stretch shows the edges the phase carries.",
+     "component=phase write=stretch", "pFTArray uFFTFlags", &ParseFFT},
+    {"Rz_DFTBitmap", "[plane=P] [component=C] [write=W] [rect=L,T,R,B]",
+     "As fft for any size; rect= (inclusive) limits the pixels written back.",
+     "component=magnitude write=stretch", "pFTArray pRange uDFTFlags", &ParseFFT},
+    {"Rz_FTDisplayBitmap", "[kind=log|magnitude|phase] [plane=P]",
+     "Replaces the picture by its spectrum as 8-bit grey, frequency 0 in the middle.",
+     "kind=log", "pFTArray uDisplayFlags", &ParseFTDisplay},
+    {"Rz_FrqFilterBitmap", "rect=L,T,R,B | radius=N [zero-inside] [array] [plane=P]",
+     "Transforms, keeps only the rectangle of the spectrum (zero-inside: all but it) and\n"
+     "transforms back. The rectangle is in the centred picture of ft-display (frequency 0\n"
+     "at WIDTH/2, HEIGHT/2) unless 'array' is given; radius=N is the square of half-side N\n"
+     "about frequency 0: a low-pass filter (a high-pass one with zero-inside).",
+     "radius=24", "pFTArray prcRange uFilterFlags", &ParseFrqFilter},
+    {"Rz_FrqFilterMaskBitmap", "notch=auto | notch=DX,DY[,RADIUS] | mask=FILE [plane=P]",
+     "Transforms, multiplies the spectrum by a mask (255 keeps, 0 removes) and transforms\n"
+     "back: the cure for periodic noise such as scanner moire or stripes. notch=auto\n"
+     "removes the peaks that stand far above the spectrum outside the low frequencies;\n"
+     "notch=DX,DY,R removes discs of radius R (default 2) at (DX, DY) from frequency 0 and\n"
+     "their mirror images; mask=FILE uses a picture of the same size, centred like\n"
+     "ft-display.",
+     "notch=auto", "pFTArray uMaskFlags", &ParseFrqMask},
 };
 
 } // namespace

@@ -156,6 +156,31 @@ int32_t MakePhantom(Sample &s) {
     return KRN_OK;
 }
 
+// The phantom's slice as 8-bit grey with periodic stripes added, as a
+// scanner or a detector's mains hum leaves them: the frequency filters
+// remove them with a notch mask.
+int32_t MakeStriped(Sample &s) {
+    const int w = 256, h = 256;
+    int32_t st = NewBitmap(s.bitmap, w, h, 8);
+    if (st != KRN_OK) return st;
+    BitmapDesc *b = s.bitmap.get();
+    b->nColorOrder = KRN_ORDER_GRAY;
+    b->nDataKind = 1;
+    std::vector<uint8_t> row(KrnBitmapRowBytes(b));
+    for (int y = 0; y < h; ++y) {
+        for (int x = 0; x < w; ++x) {
+            const double v = PhantomAt(x + 0.5, y + 0.5) * 200.0 / 4095.0;
+            const double stripes = 24.0 * std::cos(2.0 * 3.1415926535 * (x / 8.0 + y / 32.0));
+            row[x] = static_cast<uint8_t>(std::clamp(v + 28.0 + stripes, 0.0, 255.0));
+        }
+        if ((st = PutRow(b, y, row)) != KRN_OK) return st;
+    }
+    s.key = "striped";
+    s.title = "striped slice";
+    s.note = "8-bit grey, stripes of 8 pixels across (frequency 32, 8)";
+    return KRN_OK;
+}
+
 // Unrotated page of glyph strokes on a canvas of `scale` samples per pixel.
 class Page {
   public:
@@ -318,6 +343,7 @@ int32_t MakeSamples(std::vector<Sample> &out) {
     if (st == KRN_OK) st = MakePhantom(out[1]);
     if (st == KRN_OK) st = MakeTextPage(out[2], 1, 3.0, 7);
     if (st == KRN_OK) st = MakeTextPage(out[3], 8, -2.0, 11);
+    if (st == KRN_OK) st = MakeStriped(out.emplace_back());
     return st;
 }
 

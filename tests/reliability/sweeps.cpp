@@ -24,8 +24,11 @@ struct Placement {
 };
 const Placement kPlacements[] = {{"whole", false, 1}, {"ellipse", true, 1}, {"ellipse_view6", true, 6}};
 
-Bitmap Prepare(const Layout &layout, const Placement &p, uint32_t seed) {
-    Bitmap b(layout, kWidth, kHeight, seed);
+int32_t CaseWidth(const ReliabilityCase &c) { return c.width ? c.width : kWidth; }
+int32_t CaseHeight(const ReliabilityCase &c) { return c.height ? c.height : kHeight; }
+
+Bitmap Prepare(const Layout &layout, const Placement &p, uint32_t seed, int32_t width, int32_t height) {
+    Bitmap b(layout, width, height, seed);
     if (p.view != 1) KrnChangeViewPerspective(nullptr, b.get(), BITMAPDESC_SIZE, p.view, 0);
     if (p.region) {
         const RzRect r{b->nWidth / 5, b->nHeight / 5, b->nWidth * 4 / 5 + 1, b->nHeight * 4 / 5 + 1};
@@ -51,7 +54,8 @@ struct Prepared {
     const Layout &layout;
     const Placement &placement;
     uint32_t seed;
-    Bitmap make() const { return Prepare(layout, placement, seed); }
+    int32_t width, height;
+    Bitmap make() const { return Prepare(layout, placement, seed, width, height); }
 };
 
 bool Contains(const std::vector<int32_t> &v, int32_t x) { return std::find(v.begin(), v.end(), x) != v.end(); }
@@ -75,17 +79,17 @@ Baseline RunBaseline(const ReliabilityCase &c, const Prepared &p) {
     return {st, rec.calls()};
 }
 
-template <class F> void ForEachBitmap(F &&f) {
+template <class F> void ForEachBitmap(const ReliabilityCase &c, F &&f) {
     uint32_t seed = 7;
     for (const Layout &layout : AllLayouts())
         for (const Placement &p : kPlacements) {
             SCOPED_TRACE(std::string(layout.name) + " / " + p.name);
-            f(Prepared{layout, p, seed++});
+            f(Prepared{layout, p, seed++, CaseWidth(c), CaseHeight(c)});
         }
 }
 
 void SweepAllocations(const ReliabilityCase &c) {
-    ForEachBitmap([&](const Prepared &prep) {
+    ForEachBitmap(c, [&](const Prepared &prep) {
         const Baseline base = RunBaseline(c, prep);
         const int32_t view = prep.make()->nViewPerspective;
         for (int64_t n = 0; n < 100000; ++n) {
@@ -106,7 +110,7 @@ void SweepAllocations(const ReliabilityCase &c) {
 }
 
 void SweepCancellation(const ReliabilityCase &c) {
-    ForEachBitmap([&](const Prepared &prep) {
+    ForEachBitmap(c, [&](const Prepared &prep) {
         const Baseline base = RunBaseline(c, prep);
         const int32_t view = prep.make()->nViewPerspective;
         for (int32_t k = 1; k <= base.calls; ++k) {
@@ -162,7 +166,7 @@ void SweepBadDescriptors(const ReliabilityCase &c) {
     const bool signedPath = (c.flags & RZ_OPF_SIGNED) != 0;
     for (const char *name : {"bgr24", "grey16", "pal8_colour", "grey8"}) {
         SCOPED_TRACE(name);
-        const Bitmap b(FindLayout(name), kWidth, kHeight, 3);
+        const Bitmap b(FindLayout(name), CaseWidth(c), CaseHeight(c), 3);
         const int32_t baseline = RunBaseline(c, b).status;
         for (uint32_t size : {BITMAPDESC_SIZE - 1, BITMAPDESC_SIZE + 1, 0u})
             ExpectSpoiled(c, b, 0, ST_BAD_STRUCT_SIZE, "structure size", [&](BitmapDesc &d) { d.uStructSize = size; });
@@ -187,7 +191,7 @@ void SweepBadDescriptors(const ReliabilityCase &c) {
         {
             // A region larger than the bitmap is clipped: same result as none.
             Bitmap big(b), plain(b);
-            const RzRect r{-50, -50, kWidth + 50, kHeight + 50};
+            const RzRect r{-50, -50, CaseWidth(c) + 50, CaseHeight(c) + 50};
             ASSERT_EQ(DisSetRegionRect(big.get(), &r, DIS_RGN_SET), 1);
             EXPECT_EQ(c.call(big.get()), baseline);
             c.call(plain.get());

@@ -27,13 +27,15 @@ struct ReliabilityCase {
     int32_t nullStatus = ST_NULL_POINTER;
     // Statuses a failed allocation may give (a nested step may map it).
     std::vector<int32_t> failureStatuses{ST_FAILURE};
+    // Size of the sweeps' bitmaps when the case needs its own (0: the default).
+    int32_t width = 0, height = 0;
 };
 
 std::vector<ReliabilityCase> &ReliabilityCases();
 
 struct ReliabilityRegistrar {
     ReliabilityRegistrar(const char *name, OpCall call, int32_t nullStatus = ST_NULL_POINTER,
-                         std::vector<int32_t> failureStatuses = {ST_FAILURE});
+                         std::vector<int32_t> failureStatuses = {ST_FAILURE}, int32_t width = 0, int32_t height = 0);
 };
 
 #define RZ_RELIABILITY_CASE_CAT2(a, b) a##b

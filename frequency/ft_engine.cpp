@@ -1,0 +1,435 @@
+// Mixed-radix Stockham transforms (self-sorting, so no bit reversal) on
+// kLanes sequences at once. Element e of lane l sits at [e * kLanes + l]:
+// each butterfly works on whole vectors of lanes, with no shuffles, and the
+// loops are compiled for the widest vectors the processor has. Radix 4 does
+// most of the work for powers of two; 2 and the odd primes (3, 5 and others,
+// with their conjugate pairs folded) cover every other length.
+//
+// The two-dimensional passes use the symmetry of real data: forward, two
+// real rows make one complex row and columns past W/2 are conjugates of
+// columns before it; inverse, only the conjugate-symmetric part of the
+// spectrum reaches the real result, so half the rows and half the column
+// transforms suffice.
+#include "frequency/ft_engine.h"
+
+#include "filters/filter_rows.h"
+#include "frame/status.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace rz::freq {
+
+using filt::Vectorised;
+
+int32_t Plan::init(int32_t length) {
+    n = length;
+    stages = 0;
+    int32_t rest = length;
+    while (rest % 4 == 0) radix[stages++] = 4, rest /= 4;
+    while (rest % 2 == 0) radix[stages++] = 2, rest /= 2;
+    for (int32_t f = 3; rest > 1;) {
+        if (int64_t(f) * f > rest) f = rest;
+        if (rest % f == 0) {
+            radix[stages++] = f;
+            rest /= f;
+        } else {
+            f += 2;
+        }
+    }
+    table = KrnArray<double>(size_t(length) * 2);
+    if (!table) return ST_FAILURE;
+    for (int32_t j = 0; j < length; ++j) {
+        const double a = 2.0 * kPi * j / length;
+        table[2 * size_t(j)] = std::cos(a);
+        table[2 * size_t(j) + 1] = std::sin(a);
+    }
+    return ST_SUCCESS;
+}
+
+int32_t Lanes::init(int32_t length) {
+    n = std::max(length, 1);
+    const size_t one = size_t(n) * kLanes;
+    block = KrnArray<double>(one * 4);
+    if (!block) return ST_FAILURE;
+    re = block.get();
+    im = re + one;
+    wre = im + one;
+    wim = wre + one;
+    return ST_SUCCESS;
+}
+
+void Lanes::clear() { std::fill(re, re + 2 * size_t(n) * kLanes, 0.0); }
+
+namespace {
+
+struct Stage {
+    const double *__restrict xr, *__restrict xi;
+    double *__restrict yr, *__restrict yi;
+    int32_t m;      // outputs per residue
+    int64_t len;    // doubles per element group (s * kLanes)
+    int32_t step;   // table step for the twiddles of this stage
+    const double *tw;
+    double sg;
+};
+
+RZ_FORCE_INLINE void Twiddle(const Stage &st, int64_t j, double &c, double &s) {
+    c = st.tw[2 * j];
+    s = st.sg * st.tw[2 * j + 1];
+}
+
+RZ_FORCE_INLINE void Radix2(const Stage &st) {
+    const int64_t L = st.len;
+    for (int32_t k = 0; k < st.m; ++k) {
+        double wr, wi;
+        Twiddle(st, int64_t(k) * st.step, wr, wi);
+        const double *__restrict ar = st.xr + k * L, *__restrict ai = st.xi + k * L;
+        const double *__restrict br = ar + st.m * L, *__restrict bi = ai + st.m * L;
+        double *__restrict y0r = st.yr + 2 * k * L, *__restrict y0i = st.yi + 2 * k * L;
+        double *__restrict y1r = y0r + L, *__restrict y1i = y0i + L;
+        for (int64_t j = 0; j < L; ++j) {
+            const double dr = ar[j] - br[j], di = ai[j] - bi[j];
+            y0r[j] = ar[j] + br[j];
+            y0i[j] = ai[j] + bi[j];
+            y1r[j] = dr * wr - di * wi;
+            y1i[j] = dr * wi + di * wr;
+        }
+    }
+}
+
+RZ_FORCE_INLINE void Radix4(const Stage &st) {
+    const int64_t L = st.len;
+    const int64_t M = int64_t(st.m) * L;
+    const double sg = st.sg;
+    for (int32_t k = 0; k < st.m; ++k) {
+        double w1r, w1i, w2r, w2i, w3r, w3i;
+        Twiddle(st, int64_t(k) * st.step, w1r, w1i);
+        Twiddle(st, 2 * int64_t(k) * st.step, w2r, w2i);
+        Twiddle(st, 3 * int64_t(k) * st.step, w3r, w3i);
+        const double *__restrict a0r = st.xr + k * L, *__restrict a0i = st.xi + k * L;
+        double *__restrict y0r = st.yr + 4 * k * L, *__restrict y0i = st.yi + 4 * k * L;
+        for (int64_t j = 0; j < L; ++j) {
+            const double t0r = a0r[j] + a0r[j + 2 * M], t0i = a0i[j] + a0i[j + 2 * M];
+            const double t1r = a0r[j] - a0r[j + 2 * M], t1i = a0i[j] - a0i[j + 2 * M];
+            const double t2r = a0r[j + M] + a0r[j + 3 * M], t2i = a0i[j + M] + a0i[j + 3 * M];
+            const double t3r = a0r[j + M] - a0r[j + 3 * M], t3i = a0i[j + M] - a0i[j + 3 * M];
+            y0r[j] = t0r + t2r;
+            y0i[j] = t0i + t2i;
+            const double b2r = t0r - t2r, b2i = t0i - t2i;
+            const double b1r = t1r - sg * t3i, b1i = t1i + sg * t3r;
+            const double b3r = t1r + sg * t3i, b3i = t1i - sg * t3r;
+            y0r[j + L] = b1r * w1r - b1i * w1i;
+            y0i[j + L] = b1r * w1i + b1i * w1r;
+            y0r[j + 2 * L] = b2r * w2r - b2i * w2i;
+            y0i[j + 2 * L] = b2r * w2i + b2i * w2r;
+            y0r[j + 3 * L] = b3r * w3r - b3i * w3i;
+            y0i[j + 3 * L] = b3r * w3i + b3i * w3r;
+        }
+    }
+}
+
+// An odd radix p: outputs t and p - t share the sums a_r + a_(p-r) and
+// differences a_r - a_(p-r). P is the radix when known at compile time.
+constexpr int32_t kMaxHalf = 32; // odd radices up to 65 keep their constants in registers or the stack
+
+template <int32_t P> RZ_FORCE_INLINE void RadixOdd(const Stage &st, int32_t p, int32_t n) {
+    if constexpr (P != 0) p = P;
+    const int32_t h = (p - 1) / 2;
+    const int64_t L = st.len;
+    const int64_t M = int64_t(st.m) * L;
+    const int64_t unit = n / p; // table step of 2 pi / p
+    for (int32_t k = 0; k < st.m; ++k) {
+        const double *__restrict ar = st.xr + k * L, *__restrict ai = st.xi + k * L;
+        double *__restrict yr = st.yr + int64_t(p) * k * L, *__restrict yi = st.yi + int64_t(p) * k * L;
+        // Output 0.
+        for (int64_t j = 0; j < L; ++j) {
+            double sr = ar[j], si = ai[j];
+            for (int32_t r = 1; r < p; ++r) sr += ar[j + r * M], si += ai[j + r * M];
+            yr[j] = sr;
+            yi[j] = si;
+        }
+        for (int32_t t = 1; t <= h; ++t) {
+            double w1r, w1i, w2r, w2i;
+            Twiddle(st, int64_t(k) * t * st.step, w1r, w1i);
+            Twiddle(st, int64_t(k) * (p - t) * st.step, w2r, w2i);
+            double *__restrict o1r = yr + t * L, *__restrict o1i = yi + t * L;
+            double *__restrict o2r = yr + (p - t) * L, *__restrict o2i = yi + (p - t) * L;
+            // cos and sin of 2 pi r t / p, r = 1..h, out of the loop over lanes.
+            double cs[kMaxHalf], sn[kMaxHalf];
+            const bool small = h <= kMaxHalf;
+            for (int32_t r = 1, idx = 0; small && r <= h; ++r) {
+                idx += t;
+                if (idx >= p) idx -= p;
+                cs[r - 1] = st.tw[2 * idx * unit];
+                sn[r - 1] = st.tw[2 * idx * unit + 1];
+            }
+            for (int64_t j = 0; j < L; ++j) {
+                double pr = ar[j], pi = ai[j], qr = 0, qi = 0;
+                int64_t idx = 0;
+                for (int32_t r = 1; r <= h; ++r) {
+                    double c, s;
+                    if (small) {
+                        c = cs[r - 1], s = sn[r - 1];
+                    } else {
+                        idx += t;
+                        if (idx >= p) idx -= p;
+                        c = st.tw[2 * idx * unit], s = st.tw[2 * idx * unit + 1];
+                    }
+                    const double *xr = ar + j + r * M, *xi = ai + j + r * M;
+                    const double *zr = ar + j + (p - r) * M, *zi = ai + j + (p - r) * M;
+                    pr += (*xr + *zr) * c;
+                    pi += (*xi + *zi) * c;
+                    qr += (*xr - *zr) * s;
+                    qi += (*xi - *zi) * s;
+                }
+                // b_t = P + sg i Q, b_(p-t) = P - sg i Q.
+                const double b1r = pr - st.sg * qi, b1i = pi + st.sg * qr;
+                const double b2r = pr + st.sg * qi, b2i = pi - st.sg * qr;
+                o1r[j] = b1r * w1r - b1i * w1i;
+                o1i[j] = b1r * w1i + b1i * w1r;
+                o2r[j] = b2r * w2r - b2i * w2i;
+                o2i[j] = b2r * w2i + b2i * w2r;
+            }
+        }
+    }
+}
+
+RZ_FORCE_INLINE void RunStages(const Plan &plan, double sg, double *&re, double *&im, double *&wre, double *&wim) {
+    int32_t ncur = plan.n;
+    int64_t s = 1;
+    for (int32_t i = 0; i < plan.stages; ++i) {
+        const int32_t p = plan.radix[i];
+        const int32_t m = ncur / p;
+        const Stage st{re, im, wre, wim, m, s * kLanes, plan.n / ncur, plan.table.get(), sg};
+        switch (p) {
+        case 4: Radix4(st); break;
+        case 2: Radix2(st); break;
+        case 3: RadixOdd<3>(st, 3, plan.n); break;
+        case 5: RadixOdd<5>(st, 5, plan.n); break;
+        default: RadixOdd<0>(st, p, plan.n); break;
+        }
+        std::swap(re, wre);
+        std::swap(im, wim);
+        ncur = m;
+        s *= p;
+    }
+}
+
+} // namespace
+
+void Transform(const Plan &plan, int32_t sign, Lanes &l) {
+    const double sg = sign < 0 ? -1.0 : 1.0;
+    Vectorised([&]() RZ_LAMBDA_INLINE { RunStages(plan, sg, l.re, l.im, l.wre, l.wim); });
+}
+
+namespace {
+
+// Columns are gathered kGroups * kLanes at a time, so that one sweep down
+// the rows reads a whole run of each row (a few cache lines, one page)
+// instead of kLanes columns: far fewer sweeps through a large array.
+constexpr int32_t kGroups = 8;
+
+class ColumnBlock {
+  public:
+    int32_t init(int32_t length) {
+        n_ = length;
+        // Stay within a few megabytes however long the columns are.
+        groups_ = int32_t(std::clamp<int64_t>((int64_t(4) << 20) / (int64_t(length) * kLanes * 16), 1, kGroups));
+        RZ_RETURN_IF_FAILED(work_.init(length));
+        data_ = KrnArray<double>(size_t(length) * kLanes * 2 * size_t(groups_));
+        return data_ ? ST_SUCCESS : ST_FAILURE;
+    }
+    int32_t columns() const { return groups_ * kLanes; }
+    // Element v of column c of the block.
+    double &re(int32_t c, int32_t v) { return data_[Offset(c, v)]; }
+    double &im(int32_t c, int32_t v) { return data_[Offset(c, v) + size_t(n_) * kLanes]; }
+    void clear() { std::fill(data_.get(), data_.get() + size_t(n_) * kLanes * 2 * size_t(groups_), 0.0); }
+    void transform(const Plan &plan, int32_t sign, int32_t count) {
+        const size_t one = size_t(n_) * kLanes;
+        for (int32_t g = 0; g * kLanes < count; ++g) {
+            double *re = data_.get() + 2 * one * size_t(g), *im = re + one;
+            work_.re = re, work_.im = im;
+            work_.wre = work_.block.get(), work_.wim = work_.wre + one;
+            Transform(plan, sign, work_);
+            if (work_.re != re) {
+                std::copy(work_.re, work_.re + one, re);
+                std::copy(work_.im, work_.im + one, im);
+            }
+        }
+    }
+
+  private:
+    size_t Offset(int32_t c, int32_t v) const {
+        return 2 * size_t(n_) * kLanes * size_t(c / kLanes) + size_t(v) * kLanes + size_t(c % kLanes);
+    }
+    Lanes work_;
+    KrnPtr<double[]> data_;
+    int32_t n_ = 0, groups_ = 1;
+};
+
+} // namespace
+
+int32_t ForwardReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY, RowLoader loadRow,
+                    PassReport report, const ArrayView &out) {
+    const int32_t W = pw.n, H = ph.n, Wc = W / 2 + 1;
+    Lanes lanes;
+    RZ_RETURN_IF_FAILED(lanes.init(std::max(W, H)));
+    KrnPtr<double[]> row = KrnArray<double>(size_t(W));
+    if (!row) return ST_FAILURE;
+
+    // Rows 2b and 2b + 1 of a group are lane b's real and imaginary parts.
+    for (int32_t y0 = 0; y0 < H; y0 += 2 * kLanes) {
+        for (int32_t b = 0; b < kLanes; ++b)
+            for (int32_t half = 0; half < 2; ++half) {
+                double *dst = (half ? lanes.im : lanes.re) + b;
+                const int32_t y = y0 + 2 * b + half;
+                if (y >= H) {
+                    for (int32_t x = 0; x < W; ++x) dst[size_t(x) * kLanes] = 0.0;
+                    continue;
+                }
+                RZ_RETURN_IF_FAILED(loadRow(y, row.get()));
+                for (int32_t x = 0; x < W; ++x) dst[size_t(x) * kLanes] = row[x];
+                RZ_RETURN_IF_FAILED(report(0, y + 1, H));
+            }
+        Transform(pw, signX, lanes);
+        // Z = A + iB: A(k) = (Z(k) + conj Z(-k)) / 2, B(k) = (Z(k) - conj Z(-k)) / 2i.
+        for (int32_t b = 0; b < kLanes && y0 + 2 * b < H; ++b) {
+            const int32_t ya = y0 + 2 * b, yb = ya + 1;
+            for (int32_t k = 0; k < Wc; ++k) {
+                const size_t i = size_t(k) * kLanes + b, j = size_t(k == 0 ? 0 : W - k) * kLanes + b;
+                const double zr = lanes.re[i], zi = lanes.im[i], wr = lanes.re[j], wi = lanes.im[j];
+                out.store(k, ya, 0.5 * (zr + wr), 0.5 * (zi - wi));
+                if (yb < H) out.store(k, yb, 0.5 * (zi + wi), 0.5 * (wr - zr));
+            }
+        }
+    }
+
+    ColumnBlock block;
+    RZ_RETURN_IF_FAILED(block.init(H));
+    for (int32_t u0 = 0; u0 < Wc; u0 += block.columns()) {
+        const int32_t nb = std::min(block.columns(), Wc - u0);
+        if (nb < block.columns()) block.clear();
+        for (int32_t v = 0; v < H; ++v)
+            for (int32_t c = 0; c < nb; ++c) out.load(u0 + c, v, block.re(c, v), block.im(c, v));
+        block.transform(ph, signY, nb);
+        // Each result also gives its mirror image, X(W - u, -v) = conj X(u, v),
+        // written while the row is at hand.
+        const int32_t firstMirrored = std::max(u0, 1), lastMirrored = std::min(u0 + nb, W - Wc + 1);
+        for (int32_t v = 0; v < H; ++v) {
+            const int32_t nv = v == 0 ? 0 : H - v;
+            for (int32_t c = 0; c < nb; ++c) out.store(u0 + c, v, block.re(c, v), block.im(c, v));
+            for (int32_t u = firstMirrored; u < lastMirrored; ++u)
+                out.store(W - u, nv, block.re(u - u0, v), -block.im(u - u0, v));
+        }
+        RZ_RETURN_IF_FAILED(report(1, u0 + nb, Wc));
+    }
+    return ST_SUCCESS;
+}
+
+int32_t InverseReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY, const ArrayView &in,
+                    const Component &comp, RealRows &out, PassReport report) {
+    const int32_t W = pw.n, H = ph.n, Wc = W / 2 + 1;
+    Lanes lanes;
+    RZ_RETURN_IF_FAILED(lanes.init(std::max(W, H)));
+    // Columns 0..W/2 of the column transforms of S = (X(u, v) + conj X(-u, -v)) / 2,
+    // row by row; the other columns are their conjugates. Row y of the real
+    // result later takes the place of row y here (W doubles in W/2 + 1 complex).
+    const size_t stride = size_t(Wc) * 2;
+    // One more row, of zeros, pairs with the last row of an odd height.
+    out.data = KrnArray<double>(KrnCheckedSize(stride, size_t(H) + 1, 1));
+    if (!out.data) return ST_FAILURE;
+    out.stride = stride;
+    double *C = out.data.get();
+    std::fill(C + size_t(H) * stride, C + size_t(H + 1) * stride, 0.0);
+
+    ColumnBlock block;
+    RZ_RETURN_IF_FAILED(block.init(H));
+    // The array is scaled in place as it is read: column u with its mirror
+    // image W - u, except the columns that are their own mirror images
+    // (0 and W/2), which are scaled once their block is read.
+    auto selfMirrored = [&](int32_t u) { return u == 0 || 2 * u == W; };
+    auto scaleColumn = [&](int32_t u) {
+        for (int32_t v = 0; v < H; ++v) {
+            double re, im;
+            in.load(u, v, re, im);
+            comp.apply(re, im);
+            in.store(u, v, re, im);
+        }
+    };
+    for (int32_t u0 = 0; u0 < Wc; u0 += block.columns()) {
+        const int32_t nb = std::min(block.columns(), Wc - u0);
+        if (nb < block.columns()) block.clear();
+        for (int32_t v = 0; v < H; ++v) {
+            const int32_t nv = v == 0 ? 0 : H - v;
+            for (int32_t c = 0; c < nb; ++c) {
+                const int32_t u = u0 + c, mu = u == 0 ? 0 : W - u;
+                double ar, ai, cr, ci;
+                in.load(u, v, ar, ai);
+                in.load(mu, nv, cr, ci);
+                comp.apply(ar, ai);
+                comp.apply(cr, ci);
+                if (!selfMirrored(u)) {
+                    in.store(u, v, ar, ai);
+                    in.store(mu, nv, cr, ci);
+                }
+                block.re(c, v) = 0.5 * (ar + cr);
+                block.im(c, v) = 0.5 * (ai - ci);
+            }
+        }
+        for (int32_t u = u0; u < u0 + nb; ++u)
+            if (selfMirrored(u)) scaleColumn(u);
+        block.transform(ph, signY, nb);
+        for (int32_t y = 0; y < H; ++y) {
+            double *dst = C + size_t(y) * stride + 2 * size_t(u0);
+            for (int32_t c = 0; c < nb; ++c) {
+                dst[2 * c] = block.re(c, y);
+                dst[2 * c + 1] = block.im(c, y);
+            }
+        }
+        const int32_t st = report(0, u0 + nb, Wc);
+        if (st != ST_SUCCESS) {
+            // Stopped: the rest of the array is scaled all the same.
+            for (int32_t u = u0 + nb; u < Wc; ++u) {
+                scaleColumn(u);
+                if (!selfMirrored(u)) scaleColumn(W - u);
+            }
+            return st;
+        }
+    }
+
+    // Rows y1, y2 are conjugate-symmetric in u, so C1 + i C2 transforms to
+    // c1 + i c2 with both real.
+    for (int32_t y0 = 0; y0 < H; y0 += 2 * kLanes) {
+        for (int32_t b = 0; b < kLanes; ++b) {
+            const int32_t y1 = std::min(y0 + 2 * b, H), y2 = std::min(y0 + 2 * b + 1, H);
+            const double *__restrict r1 = C + size_t(y1) * stride, *__restrict r2 = C + size_t(y2) * stride;
+            double *__restrict re = lanes.re + b, *__restrict im = lanes.im + b;
+            for (int32_t u = 0; u < Wc; ++u) {
+                re[size_t(u) * kLanes] = r1[2 * u] - r2[2 * u + 1];
+                im[size_t(u) * kLanes] = r1[2 * u + 1] + r2[2 * u];
+            }
+            // C(W - k) = conj C(k).
+            for (int32_t u = Wc; u < W; ++u) {
+                const int32_t k = W - u;
+                re[size_t(u) * kLanes] = r1[2 * k] + r2[2 * k + 1];
+                im[size_t(u) * kLanes] = r2[2 * k] - r1[2 * k + 1];
+            }
+        }
+        Transform(pw, signX, lanes);
+        for (int32_t b = 0; b < kLanes; ++b) {
+            const int32_t y1 = y0 + 2 * b, y2 = y1 + 1;
+            if (y1 < H) {
+                double *d = C + size_t(y1) * stride;
+                for (int32_t x = 0; x < W; ++x) d[x] = lanes.re[size_t(x) * kLanes + b];
+            }
+            if (y2 < H) {
+                double *d = C + size_t(y2) * stride;
+                for (int32_t x = 0; x < W; ++x) d[x] = lanes.im[size_t(x) * kLanes + b];
+            }
+        }
+        RZ_RETURN_IF_FAILED(report(1, std::min(H, y0 + 2 * kLanes), H));
+    }
+    return ST_SUCCESS;
+}
+
+} // namespace rz::freq
