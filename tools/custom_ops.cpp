@@ -5,6 +5,7 @@
 // long as the bitmap's table is used as given, a shorter one is a curve of
 // evenly spaced control points in per-mille of full scale, interpolated.
 #include "tools/operations.h"
+#include "tools/deep_grey.h"
 
 #include <algorithm>
 #include <charconv>
@@ -375,6 +376,15 @@ const CustomEntry kCustom[] = {
      "when that is not positive), the offset to 0 and the type to round (also\n"
      "truncate, or absolute for edge kernels).",
      "5x1 1,4,6,4,1", "pFilter", &ParseUserFilter},
+    // ---- Deep grey (deep_grey.cpp) ----
+    {"Rz_WindowLevelBitmap", "CENTER WIDTH | auto | bits [low=BIT] [high=BIT]",
+     "Shows 12/16-bit grey as 8-bit grey through a linear window: values at or below\n"
+     "CENTER - WIDTH/2 black, above CENTER + WIDTH/2 white (DICOM's VOI rule), in the\n"
+     "input's modality units when it is DICOM (rescale slope and intercept applied,\n"
+     "MONOCHROME1 inverted). 'auto' (the default) takes the file's DICOM window, 'bits'\n"
+     "the top 8 of the significant bits. low= and high= set the significant bits first.",
+     "1150 700", "nLowBit nHighBit pLUT uLUTLength uMode", &ParseWindowLevel},
+    // ---- end of deep grey ----
 };
 
 } // namespace
