@@ -53,6 +53,15 @@ void CopyString(DcmDataset *ds, const DcmTagKey &tag, char *out, size_t size) {
 // Reads the file and checks that it holds an image this loader takes.
 int32_t Open(const char *path, DcmFileFormat &ff, RzDicomInfo &info) {
     QuietDcmtk();
+    // The meta header names the transfer syntax: a compressed one is refused
+    // before the data set is parsed (its pixel data may not even parse).
+    DcmMetaInfo meta;
+    const char *uid = nullptr;
+    if (meta.loadFile(path).good() && meta.findAndGetString(DCM_TransferSyntaxUID, uid).good() && uid &&
+        DcmXfer(uid).isEncapsulated()) {
+        std::strncpy(info.szTransferSyntax, uid, sizeof info.szTransferSyntax - 1);
+        return RZ_FILE_DICOM_COMPRESSED;
+    }
     const OFCondition c = ff.loadFile(path, EXS_Unknown, EGL_noChange, 4096);
     if (c.bad())
         return RZ_FILE_CORRUPT;
