@@ -91,12 +91,10 @@ bool ParseWindowLevel(const rz::OpInfo &op, std::span<const std::string> words, 
     call.args = bits ? "bits" : numbers.empty() ? "auto" : "center=" + words[0] + " width=" + words[1];
     if (low != -2) call.args += " low=" + std::to_string(low);
     if (high != -2) call.args += " high=" + std::to_string(high);
-    call.run = [&op, numbers, bits, low, high](BitmapDesc *b, std::string &why) -> int32_t {
-        if (b->nColorOrder != KRN_ORDER_GRAY || (b->nBitsPerPixel != 12 && b->nBitsPerPixel != 16)) {
-            why = "window-level: needs 12 or 16-bit grey samples, not a " + std::to_string(b->nBitsPerPixel) +
-                  "-bit image";
+    call.run = [&op, numbers, bits, low, high](BitmapDesc *b, std::string &) -> int32_t {
+        // Other depths are refused as a format, so the gallery shows them as not applicable.
+        if (b->nColorOrder != KRN_ORDER_GRAY || (b->nBitsPerPixel != 12 && b->nBitsPerPixel != 16))
             return ST_BAD_PIXEL_FORMAT;
-        }
         const ChainInput &in = Input();
         const int32_t top = b->nBitsPerPixel - 1;
         const int32_t lo = std::max(low != -2 ? low : b->nLowBit, 0);
