@@ -239,7 +239,8 @@ typedef struct UserFilterKernel {
  * those units, select bins by their top k bits. Deep grey shown through a
  * display table (BMF_USE_LUT) is first folded through it into 256 bins: for
  * channel 0 the entry's grey (5 green + 2 red + blue + 4) / 8, else its red,
- * green or blue byte; the folded bins are still read as k-bit values. Other
+ * green or blue byte (values past the table take its last entry); the folded
+ * bins are still read as k-bit values. Other
  * bitmaps with a display table are measured on their samples. Values past
  * the last bin hold no pixels. The median is the last value before which
  * fewer than half (uPixelCount / 2, integer) of the range's pixels were

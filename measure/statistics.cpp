@@ -21,11 +21,12 @@ uint32_t Replicate(uint32_t b, uint32_t k, uint32_t s) {
 }
 
 // Folds the counts of display-table entries into 256 bins of the channel's
-// byte (channel 0: a 5:2:1 grey of green, red and blue).
+// byte (channel 0: a 5:2:1 grey of green, red and blue). Values past the
+// table show its last entry, as on screen.
 void FoldThroughTable(uint32_t *bins, uint32_t n, const RzRGBQuad *lut, uint32_t lutLength, uint32_t channel) {
     uint32_t folded[256] = {};
-    for (uint32_t v = 0; v < n && v < lutLength; ++v) {
-        const RzRGBQuad &e = lut[v];
+    for (uint32_t v = 0; v < n; ++v) {
+        const RzRGBQuad &e = lut[std::min(v, lutLength - 1)];
         uint32_t g;
         switch (channel) {
         case 1: g = e.rgbRed; break;
@@ -105,7 +106,7 @@ RZIMG_API int32_t RZAPI Rz_GetBitmapStatisticsInfo(BitmapDesc *bmp, StatisticsIn
         RZ_RETURN_IF_FAILED(Rz_GetBitmapHistogram(bmp, bins.get(), n, channel));
         if (scale.deep && (bmp->uFlags & BMF_USE_LUT)) {
             n = std::max(n, 256u);
-            if (bmp->pLUT) {
+            if (bmp->pLUT && bmp->nLUTLength > 0) {
                 FoldThroughTable(bins.get(), n, bmp->pLUT, bmp->nLUTLength, channel);
                 n = 256;
             }

@@ -279,22 +279,26 @@ TEST(Statistics, DeepValuesAreFullScale) {
 }
 
 TEST(Statistics, DeepGreyShownThroughATableIsFolded) {
-    Bitmap b(FindLayout("grey16_lut"), 8, 4, 21);
-    b->nLowBit = 8; // 256 bins, one per table entry
-    for (uint32_t i = 0; i < 256; ++i) b->pLUT[i] = {uint8_t(i / 2), uint8_t(255 - i), uint8_t(i), 0};
-    const Reference ref(b.get());
-    for (uint32_t channel = 0; channel <= 3; ++channel) {
-        std::vector<uint32_t> all;
-        ref.forEach(0, [&](uint32_t v) {
-            const RzRGBQuad &e = b->pLUT[v];
-            const uint32_t g = channel == 1 ? e.rgbRed : channel == 2 ? e.rgbGreen : channel == 3 ? e.rgbBlue
-                                                                       : (5u * e.rgbGreen + 2u * e.rgbRed + e.rgbBlue + 4) / 8;
-            all.push_back(g * 257); // folded bins read as 8-bit values in a 16-bit frame
-        });
-        StatisticsInfo got{};
-        ASSERT_EQ(Rz_GetBitmapStatisticsInfo(b.get(), &got, channel, 0, 65535), 1);
-        SCOPED_TRACE(channel);
-        ExpectStats(got, Expected(all, 0, 65535));
+    // Low bit 8: 256 bins, one per table entry; low bit 4: 4096 bins, those
+    // past the table showing its last entry.
+    for (int32_t low : {8, 4}) {
+        Bitmap b(FindLayout("grey16_lut"), 8, 4, 21);
+        b->nLowBit = low;
+        for (uint32_t i = 0; i < 256; ++i) b->pLUT[i] = {uint8_t(i / 2), uint8_t(255 - i), uint8_t(i), 0};
+        const Reference ref(b.get());
+        for (uint32_t channel = 0; channel <= 3; ++channel) {
+            std::vector<uint32_t> all;
+            ref.forEach(0, [&](uint32_t v) {
+                const RzRGBQuad &e = b->pLUT[std::min(v, 255u)];
+                const uint32_t g = channel == 1 ? e.rgbRed : channel == 2 ? e.rgbGreen : channel == 3 ? e.rgbBlue
+                                                                           : (5u * e.rgbGreen + 2u * e.rgbRed + e.rgbBlue + 4) / 8;
+                all.push_back(FullScale(g, ref.k, 16)); // folded bins read as k-bit values
+            });
+            StatisticsInfo got{};
+            ASSERT_EQ(Rz_GetBitmapStatisticsInfo(b.get(), &got, channel, 0, 65535), 1);
+            SCOPED_TRACE(channel);
+            ExpectStats(got, Expected(all, 0, 65535));
+        }
     }
 }
 
