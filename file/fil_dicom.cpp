@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cstring>
 #include <mutex>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace rzfil {
@@ -99,7 +100,7 @@ int32_t Open(const char *path, DcmFileFormat &ff, RzDicomInfo &info) {
 }
 
 // Frame `page` into the 16-bit target: words as stored, bytes widened.
-int32_t CopyFrame(DcmDataset *ds, const RzDicomInfo &info, int32_t page, LoadTarget &t) {
+int32_t CopyFrame(DcmDataset *ds, const RzDicomInfo &info, int32_t page, LoadTarget &t, uint64_t fileBytes) {
     DcmElement *e = nullptr;
     if (ds->findAndGetElement(DCM_PixelData, e).bad() || !e)
         return RZ_FILE_DICOM_NO_PIXELS;
@@ -107,6 +108,9 @@ int32_t CopyFrame(DcmDataset *ds, const RzDicomInfo &info, int32_t page, LoadTar
     const size_t frame = size_t(info.nWidth) * size_t(info.nHeight) * bytes;
     if (uint64_t(e->getLength()) < uint64_t(frame) * uint64_t(info.nFrames))
         return RZ_FILE_DICOM_NO_PIXELS;
+    // A declared length the file cannot hold is never allocated.
+    if (uint64_t(e->getLength()) > fileBytes)
+        return RZ_FILE_CORRUPT;
     const uint8_t *bytes8 = nullptr;
     const uint16_t *words = nullptr;
     OFCondition c = bytes == 2 ? e->getUint16Array(const_cast<Uint16 *&>(words))
@@ -162,7 +166,10 @@ int32_t LoadDicom(const char *path, int32_t page, LoadTarget *t, Shape &sh, RzDi
         return st;
     t->bmp.nLowBit = info.nHighBit - info.nBitsStored + 1;
     t->bmp.nHighBit = info.nHighBit;
-    return CopyFrame(ff.getDataset(), info, page, *t);
+    struct stat file {};
+    if (stat(path, &file) != 0)
+        return RZ_FILE_NOT_FOUND;
+    return CopyFrame(ff.getDataset(), info, page, *t, uint64_t(file.st_size));
 }
 
 int32_t SaveDicom(FILE *f, const BitmapDesc *b) {

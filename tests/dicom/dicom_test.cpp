@@ -202,7 +202,8 @@ TEST(Dicom, SavedFilesReadBackAndKeepTheirBits) {
 // Rewrites a byte string in a file (same length).
 void Patch(const std::string &path, const std::string &from, const std::string &to) {
     std::vector<uint8_t> b = ReadBytes(path);
-    auto at = std::search(b.begin(), b.end(), from.begin(), from.end());
+    const std::vector<uint8_t> pattern(from.begin(), from.end());
+    auto at = std::search(b.begin(), b.end(), pattern.begin(), pattern.end());
     ASSERT_NE(at, b.end()) << from;
     std::copy(to.begin(), to.end(), at);
     WriteBytes(path, b);
@@ -230,6 +231,12 @@ TEST(Dicom, DamagedFilesFailCleanly) {
          [&](const std::string &p) { auto b = ReadBytes(good); b.resize(size - 9); WriteBytes(p, b); }},
         {"huge declared size", RZ_FILE_TOO_LARGE,
          [&](const std::string &p) { DcmFileFormat ff = MakeFile(plain, px, 60000, 60000); Write(ff, p, plain.xfer); }},
+        {"pixel data longer than the file", RZ_FILE_CORRUPT,
+         [&](const std::string &p) {
+             std::filesystem::copy_file(good, p);
+             Patch(p, std::string("\xe0\x7f\x10\x00OW\x00\x00\x46\x00\x00\x00", 12),
+                   std::string("\xe0\x7f\x10\x00OW\x00\x00\xf0\xff\xff\x7f", 12));
+         }},
         {"compressed transfer syntax", RZ_FILE_DICOM_COMPRESSED,
          [&](const std::string &p) {
              std::filesystem::copy_file(good, p);
