@@ -71,6 +71,8 @@ int32_t Decode(const char *path, int32_t page, LoadTarget *t, Shape &sh) {
     if (st != ST_SUCCESS)
         return st;
     const int32_t fmt = Sniff(file.get());
+    if (fmt == RZ_FMT_UNKNOWN && IsDicom(file.get())) // DICOM: its own block
+        return LoadDicom(path, page, t, sh, nullptr);
     if (fmt == RZ_FMT_UNKNOWN)
         return RZ_FILE_FORMAT;
     if (fmt == RZ_FMT_TIFF) {
@@ -111,7 +113,8 @@ int32_t FormatFromName(const char *path) {
         int32_t fmt;
     } kNames[] = {{".png", RZ_FMT_PNG},  {".jpg", RZ_FMT_JPEG}, {".jpeg", RZ_FMT_JPEG}, {".jpe", RZ_FMT_JPEG},
                   {".jfif", RZ_FMT_JPEG}, {".tif", RZ_FMT_TIFF}, {".tiff", RZ_FMT_TIFF}, {".pbm", RZ_FMT_PBM},
-                  {".pgm", RZ_FMT_PGM},  {".ppm", RZ_FMT_PPM},  {".pnm", RZ_FMT_UNKNOWN}};
+                  {".pgm", RZ_FMT_PGM},  {".ppm", RZ_FMT_PPM},  {".pnm", RZ_FMT_UNKNOWN},
+                  {".dcm", RZ_FMT_DICOM}};
     for (const auto &n : kNames)
         if (EndsWith(path, len, n.ext))
             return n.fmt;
@@ -194,7 +197,7 @@ int32_t Save(const char *path, const BitmapDesc *b, const RzSaveOptions *o) {
     } else {
         pnmKind = fmt;
     }
-    if (fmt < RZ_FMT_PNG || fmt > RZ_FMT_PPM)
+    if ((fmt < RZ_FMT_PNG || fmt > RZ_FMT_PPM) && fmt != RZ_FMT_DICOM)
         return ST_INVALID_PARAMETER;
     const int quality = o && o->nQuality ? o->nQuality : 90;
     const int compression = o ? o->nCompression : RZ_TIFF_NONE;
@@ -218,6 +221,7 @@ int32_t Save(const char *path, const BitmapDesc *b, const RzSaveOptions *o) {
         switch (fmt) {
         case RZ_FMT_PNG: st = SavePng(f, b); break;
         case RZ_FMT_JPEG: st = SaveJpeg(f, b, quality); break;
+        case RZ_FMT_DICOM: st = SaveDicom(f, b); break;
         default: st = SavePnm(f, b, pnmKind); break;
         }
         if (st == ST_SUCCESS && !tmp.closeStream())
@@ -320,6 +324,9 @@ RZFIL_API const char *RZAPI Rz_FileStatusText(int32_t nStatus) {
     case RZ_FILE_TOO_LARGE: return "the image is larger than the pixel limit or than a bitmap can hold";
     case RZ_FILE_UNSUPPORTED: return "the format cannot hold this image's depth or kind";
     case RZ_FILE_BAD_PAGE: return "the file has no such page";
+    case RZ_FILE_DICOM_COMPRESSED: return "the DICOM file is compressed (a transfer syntax this library does not read)";
+    case RZ_FILE_DICOM_NO_PIXELS: return "the DICOM file has no pixel data, or less than its size needs";
+    case ST_EMPTY_REGION: return "the region holds no pixels";
     default: return nStatus > 0 ? "stopped by the status callback" : "unknown status";
     }
 }

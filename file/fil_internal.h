@@ -123,4 +123,13 @@ int32_t SaveJpeg(FILE *f, const BitmapDesc *b, int quality);
 int32_t SaveTiff(int fd, const char *name, const BitmapDesc *b, int compression);
 int32_t SavePnm(FILE *f, const BitmapDesc *b, int32_t format);
 
+// ---- DICOM (fil_dicom.cpp) ----
+// "DICM" after the 128-byte preamble.
+bool IsDicom(FILE *f);
+// By file name (the parser opens it itself); info, when not null, receives
+// what the header says even when the load fails after reading it.
+int32_t LoadDicom(const char *path, int32_t page, LoadTarget *t, Shape &shape, RzDicomInfo *info);
+int32_t SaveDicom(FILE *f, const BitmapDesc *b);
+// ---- end of DICOM ----
+
 } // namespace rzfil

@@ -89,6 +89,38 @@ RZFIL_API int64_t RZAPI Rz_SetFilePixelLimit(int64_t nPixels);
 /* A short English message for a status of this library or the image library. */
 RZFIL_API const char *RZAPI Rz_FileStatusText(int32_t nStatus);
 
+/* ---- DICOM ----
+ * Uncompressed DICOM files (little or big-endian, explicit or implicit VR,
+ * with the "DICM" preamble) of one grey sample a pixel (MONOCHROME1/2),
+ * 8 or 16 bits allocated, load as 16-bit grey: nLowBit = High Bit - Bits
+ * Stored + 1, nHighBit = High Bit, BMF_SIGNED for Pixel Representation 1
+ * (the samples keep their stored words; the significant bits are the
+ * two's-complement value). Frames are pages. Saving (".dcm") writes 8, 12
+ * and 16-bit grey as explicit little-endian Secondary Capture with the bit
+ * range and sign; other bitmaps give RZ_FILE_UNSUPPORTED. */
+#define RZ_FMT_DICOM 20
+#define RZ_FILE_DICOM_COMPRESSED (-420) /* a compressed transfer syntax, not read here */
+#define RZ_FILE_DICOM_NO_PIXELS (-421)  /* no pixel data, or less than the image needs */
+
+/* What a DICOM file says about its samples and their display. */
+typedef struct RzDicomInfo {
+    uint32_t uStructSize; /* sizeof(RzDicomInfo) */
+    int32_t nWidth, nHeight, nFrames;
+    int32_t nBitsAllocated, nBitsStored, nHighBit;
+    int32_t bSigned;            /* Pixel Representation 1 */
+    int32_t bHasRescale;        /* Rescale Slope / Intercept present (else 1 and 0) */
+    double dRescaleSlope, dRescaleIntercept;
+    int32_t bHasWindow;         /* first Window Center / Width present */
+    double dWindowCenter, dWindowWidth; /* in rescaled (modality) units */
+    char szPhotometric[20];     /* MONOCHROME1, MONOCHROME2, ... */
+    char szTransferSyntax[68];  /* UID */
+} RzDicomInfo;
+
+/* Fills pInfo from a DICOM file without decoding pixels. RZ_FILE_FORMAT
+ * when the file is not DICOM. */
+RZFIL_API int32_t RZAPI Rz_GetDicomInfo(const char *pszPath, RzDicomInfo *pInfo);
+/* ---- end of DICOM ---- */
+
 #ifdef __cplusplus
 }
 #endif

@@ -313,6 +313,90 @@ typedef struct FTARRAY {
 #define FRQ_ZERO_INSIDE 0x20
 
 /* ---- end of frequency domain ---- */
+/* ---- Deep grey and measurement: window levelling, bit range, scaling,
+ * histograms and statistics ---- */
+
+/* The region (or the bitmap) holds no pixel to measure. */
+#define ST_EMPTY_REGION (-144)
+
+/* Rz_GetMinMaxBits(pBitmap, pnLowBit, pnHighBit): the lowest and highest bit
+ * set in any raw sample of the region of a grey bitmap (nColorOrder 2; other
+ * orders -13); 12/16-bit samples are read as stored, whatever nLowBit and
+ * nHighBit say. All samples 0 give 0 and 0. An empty region reports 0 and
+ * 100 and gives ST_EMPTY_REGION with both 0. Outputs may be null; they are
+ * written on every path after the descriptor checks (0 and 0 before any
+ * row was read). A null bitmap is -814.
+ *
+ * Rz_WindowLevelBitmap(pBitmap, nLowBit, nHighBit, pLUT, uLUTLength, uMode):
+ * a null bitmap or one without pixels gives -2 (not -814); order not grey or
+ * uMode not 0/1: -13. The significant bits become max(nLowBit, 0) ..
+ * nHighBit (the top bit when nHighBit < 0) and are stored in the bitmap
+ * before they are checked: a range upside down or past the sample gives -13
+ * and stays. A count without a table is -13. Any other display table is
+ * released; the given one is copied (unless it is the bitmap's own) and
+ * becomes pLUT with BMF_USE_LUT. An all-grey table (or none) reduces the
+ * bitmap to 8-bit grey through the window and the table's red bytes
+ * (KrnApplyBitmapLUT); a table with colour makes it 24-bit colour through
+ * them (KrnConvertBitmap; uMode 1 asks for blue first, 0 for red first).
+ * Sample value v (the significant bits, offset by half the range when
+ * BMF_SIGNED) shows entry min(v, uLUTLength - 1). When a later step fails
+ * the new bits and table stay with the bitmap. No progress is reported.
+ *
+ * Rz_MultiplyBitmap(pBitmap, uFactor): table[i] = min((i * uFactor) / 100,
+ * max) by the tone tables' size rule, with i * uFactor in unsigned 32-bit
+ * arithmetic (it wraps for huge factors); signed samples are re-indexed.
+ * No range check on the factor. A display table of 0 entries is -13.
+ *
+ * Rz_GetBitmapHistogram(pBitmap, pHistogram, uBins, uChannel): zeroes the
+ * bins and counts the region's samples. Bins: 65536 for 48/64-bit colour;
+ * 2^k for 12/16-bit grey with k = nHighBit - nLowBit + 1 significant bits
+ * (nLowBit -1 counts as 0), each sample counted by its significant value,
+ * offset by 2^(k-1) when BMF_SIGNED (so the bins run from the most negative
+ * value up); 256 for everything else (8-bit grey signed likewise offset by
+ * 128). Palettised pixels count their palette colour. A grey bitmap counts
+ * each pixel once whatever the channel; colour counts blue, green and red
+ * for channel 0 (three counts a pixel) or the one channel chosen; the
+ * fourth channel is never counted. -13: null pHistogram, uBins not the
+ * bitmap's, channel above 3. -2: a 12/16-bit bit range upside down or past
+ * the sample. An empty region leaves every bin 0 and succeeds. Progress 0..100.
+ *
+ * Rz_GetMinMaxVal(pBitmap, pnMin, pnMax): the smallest and largest sample of
+ * the region over all channels (never the fourth), on the histogram's
+ * scale: 12/16-bit grey as significant values, signed (two's complement of
+ * k bits) when BMF_SIGNED; palettised pixels by their colour. One pointer
+ * may be null; both null is -13. An empty region gives ST_EMPTY_REGION and
+ * leaves the outputs alone.
+ *
+ * Rz_GetBitmapStatisticsInfo(pBitmap, pInfo, uChannel, uStart, uEnd): see
+ * StatisticsInfo. Checks: null -814; size -789; a nHighBit of -1 is written
+ * back as nBitsPerPixel - 1; BMF_SIGNED -1360; null pInfo, uEnd < uStart or
+ * uChannel > 3: -13. It measures the histogram above (channel 0 the master
+ * histogram). Deep grey (12/16-bit grey) is measured on full-scale values:
+ * bin b (k bits) stands for its bit pattern repeated over 12 or 16 bits (an
+ * 8-bit bin in a 16-bit frame is b * 257), and uStart / uEnd, given in
+ * those units, select bins by their top k bits. Deep grey shown through a
+ * display table (BMF_USE_LUT) is first folded through it into 256 bins: for
+ * channel 0 the entry's grey (5 green + 2 red + blue + 4) / 8, else its red,
+ * green or blue byte (values past the table take its last entry); the folded
+ * bins are still read as k-bit values. Other
+ * bitmaps with a display table are measured on their samples. Values past
+ * the last bin hold no pixels. The median is the last value before which
+ * fewer than half (uPixelCount / 2, integer) of the range's pixels were
+ * counted; with one pixel in range it stays 0. Progress 0..100 (the
+ * histogram's). */
+typedef struct StatisticsInfo {
+    uint32_t uFirst;      /* not read or written */
+    uint32_t uStdDev;     /* standard deviation x 100, truncated */
+    uint32_t uMean;       /* mean x 100, truncated */
+    uint32_t uMedian;     /* median value */
+    uint32_t uMax;        /* highest value in the range that occurs */
+    uint32_t uMin;        /* lowest value in the range that occurs */
+    uint32_t uPixelCount; /* counts whose value lies in the range */
+    uint32_t uTotalCount; /* counts of the whole histogram */
+    uint32_t uPercent;    /* uPixelCount / uTotalCount in hundredths of a percent, truncated */
+} StatisticsInfo;
+
+/* ---- end of deep grey and measurement ---- */
 
 #ifdef __cplusplus
 extern "C" {

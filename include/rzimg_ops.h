@@ -38,6 +38,20 @@ RZ_OP(106, Rz_RemapBitmapIntensity, tone, RZ_OPF_CUSTOM,
       (RZ_BMP(pBitmap) RZ_PTR(const uint32_t *, pTable, "one entry per input value")
        RZ_U32(uCount, 1, 65536, 256, "table entries")
        RZ_U32(uChannel, 0, 3, 0, "0 all, 1 red, 2 green, 3 blue")))
+RZ_OP(120, Rz_GetMinMaxBits, tone, RZ_OPF_CUSTOM | RZ_OPF_SIGNED,
+      "Finds the lowest and highest bit set in any grey sample of the region.",
+      (RZ_BMP(pBitmap) RZ_PTR(int32_t *, pnLowBit, "lowest bit used, or null")
+       RZ_PTR(int32_t *, pnHighBit, "highest bit used, or null")))
+RZ_OP(121, Rz_WindowLevelBitmap, tone, RZ_OPF_CUSTOM | RZ_OPF_SIGNED | RZ_OPF_NULL_NO_BITMAP,
+      "Sets the significant bits and display table of grey samples and reduces the image through them.",
+      (RZ_BMP(pBitmap) RZ_I32(nLowBit, -2147483647 - 1, 2147483647, 4, "lowest significant bit (below 0: 0)")
+       RZ_I32(nHighBit, -2147483647 - 1, 2147483647, 11, "highest significant bit (below 0: the top bit)")
+       RZ_PTR(const RzRGBQuad *, pLUT, "display table (blue, green, red, reserved), or null")
+       RZ_U32(uLUTLength, 0, 4294967295u, 0, "entries in pLUT")
+       RZ_U32(uMode, 0, 1, 0, "colour tables: 0 red first, 1 blue first")))
+RZ_OP(122, Rz_MultiplyBitmap, tone, RZ_OPF_INPLACE | RZ_OPF_SIGNED,
+      "Multiplies every sample by a factor in hundredths, clamped to the top.",
+      (RZ_BMP(pBitmap) RZ_U32(uFactor, 0, 4294967295u, 150, "hundredths")))
 RZ_OP(300, Rz_ChangeBitmapHue, colour, RZ_OPF_INPLACE | RZ_OPF_NULL_NO_BITMAP,
       "Rotates the hue of every pixel or palette entry (ratio-hue HSV, 256 steps a turn).",
       (RZ_BMP(pBitmap) RZ_I32(nAngle, -2147483647 - 1, 2147483647, 120, "degrees")))
@@ -111,3 +125,18 @@ RZ_OP(806, Rz_FrqFilterMaskBitmap, frequency, RZ_OPF_CUSTOM,
       "Multiplies the spectrum by a centred 8-bit mask bitmap (m / 255).",
       (RZ_BMP(pBitmap) RZ_PTR(FTARRAY *, pFTArray, "the array, of the bitmap's size")
        RZ_U32(uMaskFlags, 0, 0, 0, "0")))
+RZ_OP(900, Rz_GetBitmapHistogram, measure, RZ_OPF_CUSTOM | RZ_OPF_SIGNED,
+      "Counts the region's samples of one channel, or of all, into bins.",
+      (RZ_BMP(pBitmap) RZ_PTR(uint32_t *, pHistogram, "uBins counts, filled")
+       RZ_U32(uBins, 1, 65536, 256, "bins: 256; 65536 for 48/64 bits; 2^k for k significant grey bits")
+       RZ_U32(uChannel, 0, 3, 0, "0 all, 1 red, 2 green, 3 blue")))
+RZ_OP(901, Rz_GetMinMaxVal, measure, RZ_OPF_CUSTOM | RZ_OPF_SIGNED,
+      "Finds the smallest and largest sample of the region, over all channels.",
+      (RZ_BMP(pBitmap) RZ_PTR(int32_t *, pnMin, "smallest sample, or null")
+       RZ_PTR(int32_t *, pnMax, "largest sample, or null")))
+RZ_OP(902, Rz_GetBitmapStatisticsInfo, measure, RZ_OPF_CUSTOM,
+      "Count, share, minimum, maximum, median, mean and deviation of a value range of one channel.",
+      (RZ_BMP(pBitmap) RZ_PTR(StatisticsInfo *, pInfo, "result record")
+       RZ_U32(uChannel, 0, 3, 0, "0 all, 1 red, 2 green, 3 blue")
+       RZ_U32(uStart, 0, 4294967295u, 0, "first value of the range, in sample units")
+       RZ_U32(uEnd, 0, 4294967295u, 255, "last value of the range, in sample units")))

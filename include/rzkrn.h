@@ -73,6 +73,8 @@ typedef struct RzPoint {
 #define KRN_ORDER_RGB 0
 #define KRN_ORDER_BGR 1
 #define KRN_ORDER_GRAY 2
+/* Another name for blue first, accepted by KrnConvertBitmap for colour targets. */
+#define KRN_ORDER_BGR_ALT 4
 
 /* Status values shared with the image library. */
 #define KRN_OK 1
@@ -305,7 +307,8 @@ RZKRN_API int32_t RZAPI KrnGetBitRange(int32_t nBitsPerPixel, int32_t nStorageBi
  * red-green-blue levels for 8..3 bits; grey for 1 and 2). 12/16-bit targets
  * are grey with the full bit range. A new fourth channel is opaque. A signed
  * grey source is offset to unsigned, except into 12/16-bit grey. -11 for an
- * unknown depth, -13 for an order outside 0..2, -12 for colour with order 2. */
+ * unknown depth, -13 for an order outside 0..2 (4 is blue first for colour), -12
+ * for colour with order 2. */
 RZKRN_API int32_t RZAPI KrnConvertBitmap(BitmapDesc *pDest, BitmapDesc *pSrc, uint32_t uStructSize,
                                          int32_t nBitsPerPixel, int32_t nColorOrder, int32_t nReserved1,
                                          int32_t nReserved2);

@@ -411,6 +411,8 @@ RZKRN_API int32_t RZAPI KrnConvertBitmap(BitmapDesc *pDest, BitmapDesc *pSrc, ui
         return st;
     if (!IsKnownDepth(nBitsPerPixel))
         return KRN_BAD_BITS;
+    if (nColorOrder == KRN_ORDER_BGR_ALT && nBitsPerPixel >= 24)
+        nColorOrder = KRN_ORDER_BGR;
     if (nColorOrder < KRN_ORDER_RGB || nColorOrder > KRN_ORDER_GRAY)
         return KRN_INVALID_PARAMETER;
     if (nBitsPerPixel >= 24 && nColorOrder == KRN_ORDER_GRAY)

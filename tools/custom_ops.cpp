@@ -7,6 +7,7 @@
 #include "tools/operations.h"
 #include "tools/bitmap.h"
 #include "tools/tool.h"
+#include "tools/deep_grey.h"
 
 #include <algorithm>
 #include <charconv>
@@ -714,6 +715,15 @@ const CustomEntry kCustom[] = {
      "their mirror images; mask=FILE uses a picture of the same size, centred like\n"
      "ft-display.",
      "notch=auto", "pFTArray uMaskFlags", &ParseFrqMask},
+    // ---- Deep grey (deep_grey.cpp) ----
+    {"Rz_WindowLevelBitmap", "CENTER WIDTH | auto | bits [low=BIT] [high=BIT]",
+     "Shows 12/16-bit grey as 8-bit grey through a linear window: values at or below\n"
+     "CENTER - WIDTH/2 black, above CENTER + WIDTH/2 white (DICOM's VOI rule), in the\n"
+     "input's modality units when it is DICOM (rescale slope and intercept applied,\n"
+     "MONOCHROME1 inverted). 'auto' (the default) takes the file's DICOM window, 'bits'\n"
+     "the top 8 of the significant bits. low= and high= set the significant bits first.",
+     "1150 700", "nLowBit nHighBit pLUT uLUTLength uMode", &ParseWindowLevel},
+    // ---- end of deep grey ----
 };
 
 } // namespace

@@ -118,7 +118,8 @@ struct Row {
     std::vector<Cell> cells;
 };
 
-Cell RunOne(const PreparedCall &call, const Sample &sample, const fs::path &dir) {
+// `variant` tells apart result files of one operation run with other arguments.
+Cell RunOne(const PreparedCall &call, const Sample &sample, const fs::path &dir, const std::string &variant = "") {
     Cell cell;
     const int64_t blocksBefore = KrnMemOutstanding();
     {
@@ -143,7 +144,7 @@ Cell RunOne(const PreparedCall &call, const Sample &sample, const fs::path &dir)
         } else if (st != ST_SUCCESS && st != ST_NOTHING_TO_DO) {
             cell.kind = Cell::Failed;
             cell.text = StatusText(st);
-        } else if ((st = SaveResult(work.get(), dir, call.op->cliName() + "__" + sample.key, cell.saved)) != KRN_OK) {
+        } else if ((st = SaveResult(work.get(), dir, call.op->cliName() + variant + "__" + sample.key, cell.saved)) != KRN_OK) {
             cell.kind = Cell::Failed;
             cell.text = "cannot save the result: " + StatusText(st);
         }
@@ -237,6 +238,43 @@ td img{max-width:220px;max-height:170px;display:block;image-rendering:auto}
            "itself.</small></p>\n</body></html>\n";
 }
 
+// ---- Deep grey: the phantom as a DICOM file, and a second window ----
+// Writes a 12/16-bit grey sample as DICOM and reads it back; any difference
+// in samples or bit range is a failure.
+int32_t DicomRoundTrip(Sample &sample, const fs::path &dir) {
+    const std::string name = "sample-" + sample.key + ".dcm", path = (dir / name).string();
+    int32_t st = Rz_SaveBitmap(path.c_str(), sample.bitmap.get(), nullptr);
+    if (st != KRN_OK) return st;
+    Bitmap back;
+    if ((st = Rz_LoadBitmap(path.c_str(), back.get(), BITMAPDESC_SIZE, 0)) != KRN_OK) return st;
+    const BitmapDesc *a = sample.bitmap.get(), *b = back.get();
+    if (b->nWidth != a->nWidth || b->nHeight != a->nHeight || b->nLowBit != a->nLowBit ||
+        b->nHighBit != a->nHighBit || b->nBitsPerPixel != a->nBitsPerPixel)
+        return RZ_FILE_CORRUPT;
+    std::vector<uint8_t> ra(KrnBitmapRowBytes(a)), rb(ra.size());
+    for (int32_t y = 0; y < a->nHeight; ++y) {
+        KrnGetBitmapRow(a, ra.data(), y, 0, static_cast<uint32_t>(ra.size()));
+        KrnGetBitmapRow(b, rb.data(), y, 0, static_cast<uint32_t>(rb.size()));
+        if (ra != rb) return RZ_FILE_CORRUPT;
+    }
+    sample.note += "; also written as " + name + " (DICOM) and read back identical";
+    return KRN_OK;
+}
+
+// Window levelling shows a second window (bone) below the default one.
+void AddSecondWindow(std::vector<Row> &rows, const std::vector<Sample> &samples, const fs::path &dir) {
+    const rz::OpInfo *op = rz::FindOperation("Rz_WindowLevelBitmap");
+    auto first = std::find_if(rows.begin(), rows.end(), [op](const Row &r) { return r.op == op; });
+    PreparedCall call;
+    std::string error;
+    const std::vector<std::string> words{"3000", "2400"};
+    if (!op || first == rows.end() || !PrepareCall(*op, words, call, error)) return;
+    Row row{op, call.args, {}, {}};
+    for (const Sample &s : samples) row.cells.push_back(RunOne(call, s, dir, "-2"));
+    rows.insert(first + 1, std::move(row));
+}
+// ---- end of deep grey ----
+
 } // namespace
 
 int RunDemo(const std::string &dirName, bool quiet) {
@@ -252,6 +290,13 @@ int RunDemo(const std::string &dirName, bool quiet) {
     if (int32_t st = MakeSamples(samples); st != KRN_OK) {
         std::cerr << "rzimg: cannot make the sample images: " << StatusText(st) << '\n';
         return kExitFailure;
+    }
+    for (Sample &s : samples) {
+        const bool deep = s.bitmap->nColorOrder == KRN_ORDER_GRAY && s.bitmap->nBitsPerPixel >= 12;
+        if (int32_t st = deep ? DicomRoundTrip(s, dir) : KRN_OK; st != KRN_OK) {
+            std::cerr << "rzimg: the sample '" << s.key << "' does not survive DICOM: " << StatusText(st) << '\n';
+            return kExitFailure;
+        }
     }
     std::vector<Saved> originals(samples.size());
     for (size_t i = 0; i < samples.size(); ++i) {
@@ -313,6 +358,7 @@ int RunDemo(const std::string &dirName, bool quiet) {
         rows.push_back(std::move(row));
     }
 
+    AddSecondWindow(rows, samples, dir);
     const fs::path index = dir / "index.html";
     const fs::path temp = dir / "index.html.tmp";
     {

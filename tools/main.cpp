@@ -5,6 +5,7 @@
 // up to the next operation name. All arguments are checked before the input
 // is read, and the output is written only after the whole chain succeeded.
 #include "tools/bitmap.h"
+#include "tools/deep_grey.h"
 #include "tools/operations.h"
 #include "tools/progress.h"
 #include "tools/tool.h"
@@ -27,11 +28,14 @@ const char kUsage[] =
     "       rzimg list                 every operation with its arguments and ranges\n"
     "       rzimg help OPERATION       one operation in detail\n"
     "       rzimg info FILE...         size, depth, format and pages of image files\n"
+    "       rzimg stats [OPTIONS] FILE [CHANNEL] [START END]\n"
+    "                                  count, share, min, max, median, mean and deviation\n"
+    "                                  of a value range (12/16-bit grey in full-scale units)\n"
     "       rzimg demo [DIR]           sample images, every operation, DIR/index.html\n"
     "                                  (DIR defaults to ./demo-out)\n"
     "\n"
     "Arguments are positional in the order 'rzimg help OPERATION' shows, optional\n"
-    "from the right, or name=value. Files: PNG, JPEG, TIFF, PBM/PGM/PPM, chosen by\n"
+    "from the right, or name=value. Files: PNG, JPEG, TIFF, PBM/PGM/PPM, DICOM (.dcm), chosen by\n"
     "the output's extension.\n"
     "\n"
     "options:\n"
@@ -178,9 +182,24 @@ bool HasImageExtension(const std::string &path) {
     if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) return false;
     std::string ext = path.substr(dot + 1);
     for (char &c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    for (const char *known : {"png", "jpg", "jpeg", "tif", "tiff", "pbm", "pgm", "ppm", "pnm"})
+    for (const char *known : {"png", "jpg", "jpeg", "tif", "tiff", "pbm", "pgm", "ppm", "pnm", "dcm"})
         if (ext == known) return true;
     return false;
+}
+
+// The --region / --ellipse shapes as the bitmap's region.
+int ApplyShapes(const Options &opt, Bitmap &bitmap, const std::string &input) {
+    for (size_t s = 0; s < opt.shapes.size(); ++s) {
+        const Shape &shape = opt.shapes[s];
+        const RzRect &r = shape.rect;
+        if (r.left >= bitmap->nWidth || r.top >= bitmap->nHeight || r.right <= 0 || r.bottom <= 0)
+            return Usage(shape.text + " lies outside the " + std::to_string(bitmap->nWidth) + "x" +
+                         std::to_string(bitmap->nHeight) + " image '" + input + "'");
+        int32_t combine = s == 0 ? DIS_RGN_SET : DIS_RGN_OR;
+        int32_t st = shape.ellipse ? DisSetRegionEllipse(bitmap.get(), &r, combine) : DisSetRegionRect(bitmap.get(), &r, combine);
+        if (st != KRN_OK) return Failure("cannot set " + shape.text + ": " + StatusText(st));
+    }
+    return kExitOk;
 }
 
 int RunChain(const Options &opt) {
@@ -210,16 +229,8 @@ int RunChain(const Options &opt) {
     int32_t st = Rz_LoadBitmap(input.c_str(), bitmap.get(), BITMAPDESC_SIZE, opt.page);
     if (st != KRN_OK) return Failure("cannot load '" + input + "': " + StatusText(st));
 
-    for (size_t s = 0; s < opt.shapes.size(); ++s) {
-        const Shape &shape = opt.shapes[s];
-        const RzRect &r = shape.rect;
-        if (r.left >= bitmap->nWidth || r.top >= bitmap->nHeight || r.right <= 0 || r.bottom <= 0)
-            return Usage(shape.text + " lies outside the " + std::to_string(bitmap->nWidth) + "x" +
-                         std::to_string(bitmap->nHeight) + " image '" + input + "'");
-        int32_t combine = s == 0 ? DIS_RGN_SET : DIS_RGN_OR;
-        st = shape.ellipse ? DisSetRegionEllipse(bitmap.get(), &r, combine) : DisSetRegionRect(bitmap.get(), &r, combine);
-        if (st != KRN_OK) return Failure("cannot set " + shape.text + ": " + StatusText(st));
-    }
+    SetChainInput(input);
+    if (int code = ApplyShapes(opt, bitmap, input); code != kExitOk) return code;
 
     {
         Progress progress(!opt.quiet, static_cast<int>(calls.size()));
@@ -294,6 +305,7 @@ const char *FormatName(int32_t f) {
     case RZ_FMT_PBM: return "PBM";
     case RZ_FMT_PGM: return "PGM";
     case RZ_FMT_PPM: return "PPM";
+    case RZ_FMT_DICOM: return "DICOM";
     default: return "unknown format";
     }
 }
@@ -319,9 +331,23 @@ int Info(const std::vector<std::string> &files) {
             std::cout << ", colour" << (info.nColorOrder == KRN_ORDER_RGB ? " (red first)" : " (blue first)");
         if (info.nSignificantBits > 0 && info.nSignificantBits != info.nBitsPerPixel)
             std::cout << ", " << info.nSignificantBits << " significant bits";
-        std::cout << ", " << info.nPages << (info.nPages == 1 ? " page" : " pages") << '\n';
+        std::cout << ", " << info.nPages << (info.nPages == 1 ? " page" : " pages");
+        if (info.nFormat == RZ_FMT_DICOM) std::cout << DicomDetails(f);
+        std::cout << '\n';
     }
     return status;
+}
+
+// `rzimg stats FILE [CHANNEL] [START END]`, inside the --region shapes.
+int Stats(const Options &opt) {
+    if (opt.positional.empty()) return Usage("stats needs a FILE");
+    const std::string &input = opt.positional.front();
+    Bitmap bitmap;
+    int32_t st = Rz_LoadBitmap(input.c_str(), bitmap.get(), BITMAPDESC_SIZE, opt.page);
+    if (st != KRN_OK) return Failure("cannot load '" + input + "': " + StatusText(st));
+    if (int code = ApplyShapes(opt, bitmap, input); code != kExitOk) return code;
+    return PrintStatistics(std::cout, bitmap.get(), input,
+                           std::vector<std::string>(opt.positional.begin() + 1, opt.positional.end()));
 }
 
 int Main(int argc, char **argv) {
@@ -334,7 +360,7 @@ int Main(int argc, char **argv) {
         std::cout << kUsage;
         return kExitOk;
     }
-    bool sub = command == "list" || command == "help" || command == "info" || command == "demo";
+    bool sub = command == "list" || command == "help" || command == "info" || command == "demo" || command == "stats";
     Options opt;
     std::string error;
     if (!ParseOptions(argc, argv, sub ? 2 : 1, opt, error)) return Usage(error);
@@ -344,6 +370,7 @@ int Main(int argc, char **argv) {
     }
     if (command == "help") return Help(opt.positional);
     if (command == "info") return Info(opt.positional);
+    if (command == "stats") return Stats(opt);
     if (command == "demo") {
         if (opt.positional.size() > 1) return Usage("demo takes one DIR at most");
         return RunDemo(opt.positional.empty() ? "demo-out" : opt.positional[0], opt.quiet);

@@ -44,4 +44,23 @@ struct ReliabilityRegistrar {
     static ::rz::test::ReliabilityRegistrar RZ_RELIABILITY_CASE_CAT(rz_reliability_, __LINE__)( \
         #name, __VA_ARGS__)
 
+// ---- Deep grey: several significant-bit ranges in one sweep ----
+// Calls `call` once. On a transposed view (one of the sweep's placements),
+// 12/16-bit grey is given significant bits 3..9 or 3..13 for the call and
+// `alt` is true, so the sweeps cover a narrow range and another channel or
+// argument set without a second progress sequence.
+template <class Call> int32_t WithNarrowBits(BitmapDesc *b, Call &&call) {
+    const bool alt = b && b->uStructSize == BITMAPDESC_SIZE && b->nViewPerspective >= 5;
+    const bool deep = alt && b->nColorOrder == KRN_ORDER_GRAY && (b->nBitsPerPixel == 12 || b->nBitsPerPixel == 16);
+    if (!deep) return call(b, alt);
+    const int32_t low = b->nLowBit, high = b->nHighBit;
+    b->nLowBit = 3;
+    b->nHighBit = b->nBitsPerPixel == 12 ? 9 : 13;
+    const int32_t st = call(b, alt);
+    b->nLowBit = low;
+    b->nHighBit = high;
+    return st;
+}
+// ---- end of deep grey ----
+
 } // namespace rz::test

@@ -409,4 +409,61 @@ TEST_F(ToolTest, DemoShowsEveryOperation) {
     EXPECT_EQ(info.nColorOrder, KRN_ORDER_GRAY);
 }
 
+// ---- Deep grey: DICOM, window levelling and statistics from the command line ----
+
+TEST_F(ToolTest, WindowLevelStatsAndInfoOnDicom) {
+    // 12 significant bits in 16: 0, 1000 and 2000 in three columns.
+    Bmp b;
+    ASSERT_EQ(KrnInitBitmap(&b.d, BITMAPDESC_SIZE, 3, 2, 16), 1);
+    ASSERT_EQ(KrnAllocBitmap(&b.d), 1);
+    b.d.nHighBit = 11;
+    for (int x = 0; x < 3; ++x)
+        for (int y = 0; y < 2; ++y) ASSERT_EQ(KrnSetPixel(&b.d, x, y, uint64_t(1000 * x)), 1);
+    const std::string ct = path("ct.dcm");
+    ASSERT_EQ(Rz_SaveBitmap(ct.c_str(), &b.d, nullptr), 1);
+
+    Result r = Run({"info", ct});
+    EXPECT_EQ(r.code, 0);
+    EXPECT_NE(r.out.find("DICOM, 3 x 2, 16 bits"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("bits 0..11 unsigned, no window"), std::string::npos) << r.out;
+
+    // Centre 1000, width 1001: 0 black, 2000 white, 1000 at (0.5005 * 255) rounded.
+    r = Run({"--quiet", ct, "window-level", "1000", "1001", path("w.png")});
+    ASSERT_EQ(r.code, 0) << r.err;
+    Bmp w;
+    Load(path("w.png"), w);
+    uint64_t v[3];
+    for (int x = 0; x < 3; ++x) KrnGetPixel(&w.d, x, 1, &v[x]);
+    RzRGBQuad pal[256];
+    KrnGetBitmapPalette(&w.d, 0, 256, pal); // 8-bit PNG grey loads with the grey ramp
+    EXPECT_EQ(pal[v[0]].rgbRed, 0);
+    EXPECT_EQ(pal[v[1]].rgbRed, 128);
+    EXPECT_EQ(pal[v[2]].rgbRed, 255);
+    // Without a window the top 8 significant bits: 1000 >> 4 = 62.
+    r = Run({"--quiet", ct, "window-level", "bits", path("b.png")});
+    ASSERT_EQ(r.code, 0) << r.err;
+    Bmp bits;
+    Load(path("b.png"), bits);
+    KrnGetPixel(&bits.d, 1, 0, &v[0]);
+    EXPECT_EQ(v[0], 62u);
+
+    // Two pixels of the first two columns: values in 16-bit full-scale units (1000 -> 16003).
+    r = Run({"stats", "--region", "0,0,2,1", ct});
+    ASSERT_EQ(r.code, 0) << r.err;
+    EXPECT_NE(r.out.find("count   2 of 2 (100.00 %)"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("max     16003"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("mean    8001.50"), std::string::npos) << r.out;
+
+    r = Run({ct, "window-level", "40", path("x.png")});
+    EXPECT_EQ(r.code, 2);
+    EXPECT_NE(r.err.find("CENTER WIDTH"), std::string::npos) << r.err;
+    r = Run({"stats", ct, "purple"});
+    EXPECT_EQ(r.code, 2);
+    r = Run({input_, "window-level", "40", "400", path("x.png")});
+    EXPECT_EQ(r.code, 1);
+    EXPECT_FALSE(fs::exists(path("x.png")));
+}
+
+// ---- end of deep grey ----
+
 } // namespace
