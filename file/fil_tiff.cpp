@@ -282,10 +282,11 @@ int32_t ReadBlocks(TIFF *tif, const Layout &lay, const Shape &sh, LoadTarget &t)
                 }
             }
         }
-        for (uint32_t r = 0; r < rows; ++r)
+        for (uint32_t r = 0; r < rows; ++r) {
             ScanlineInto(lay, band.get() + r * lineBytes, t.row(by + r), n, rowBytes);
-        if (const int32_t ps = progress.step(by + rows, sh.height); ps != ST_SUCCESS)
-            return ps;
+            if (const int32_t ps = progress.step(by + r + 1, sh.height); ps != ST_SUCCESS)
+                return ps;
+        }
     }
     return ST_SUCCESS;
 }
