@@ -30,7 +30,8 @@ const char kUsage[] =
     "       rzimg help OPERATION       one operation in detail\n"
     "       rzimg info FILE...         size, depth, format and pages of image files\n"
     "       rzimg demo [DIR]           sample images, every operation, DIR/index.html\n"
-    "                                  (DIR defaults to ./demo-out)\n"
+    "                                  (DIR defaults to ./demo-out); with\n"
+    "                                  --images FOLDER, the pictures in FOLDER\n"
     "\n"
     "Arguments are positional in the order 'rzimg help OPERATION' shows, optional\n"
     "from the right, or name=value. Files: PNG, JPEG, TIFF, PBM/PGM/PPM, chosen by\n"
@@ -92,6 +93,7 @@ struct Options {
     bool quiet = false;
     int page = 0;
     int quality = 0;
+    std::string images; // demo: the user's pictures
     std::vector<Shape> shapes;
     std::vector<std::string> positional;
 };
@@ -162,6 +164,9 @@ bool ParseOptions(int argc, char **argv, int first, Options &opt, std::string &e
             if (!takeValue() || !ParseRect(name, value, s.rect, error)) return false;
             s.text = name + " " + value;
             opt.shapes.push_back(s);
+        } else if (name == "--images") {
+            if (!takeValue()) return false;
+            opt.images = value;
         } else if (name == "--page" || name == "--quality") {
             int64_t v;
             if (!takeValue()) return false;
@@ -434,8 +439,9 @@ int Main(int argc, char **argv) {
     if (command == "info") return Info(opt.positional);
     if (command == "demo") {
         if (opt.positional.size() > 1) return Usage("demo takes one DIR at most");
-        return RunDemo(opt.positional.empty() ? "demo-out" : opt.positional[0], opt.quiet);
+        return RunDemo(opt.positional.empty() ? "demo-out" : opt.positional[0], opt.quiet, opt.images);
     }
+    if (!opt.images.empty()) return Usage("--images is for 'rzimg demo'");
     return RunChain(opt);
 }
 

@@ -569,4 +569,21 @@ TEST_F(ToolTest, RefusalsPagesInfoAndNotesInAUsersWords) {
     EXPECT_EQ(r.err, "rzimg: note: '" + path("c.pgm") + "' holds grey only; colours are converted to grey as (77 red + 150 green + 29 blue) / 256\n");
 }
 
+// The gallery on the user's own pictures: files that do not load are named
+// and skipped; results stand beside their originals, timed.
+TEST_F(ToolTest, DemoRunsOnTheUsersPictures) {
+    fs::create_directories(path("pics"));
+    MakeInput(path("pics/mine.png"), 12, 9);
+    std::ofstream(path("pics/notes.txt")) << "not a picture";
+    Result r = Run({"demo", path("demo"), "--images", path("pics"), "--quiet"});
+    ASSERT_EQ(r.code, 0) << r.err;
+    EXPECT_NE(r.err.find("skipping '" + path("pics/notes.txt") + "'"), std::string::npos) << r.err;
+    const std::string html = ReadFile(path("demo/index.html"));
+    EXPECT_NE(html.find("<th>mine.png</th>"), std::string::npos);
+    EXPECT_NE(html.find("<figcaption>before</figcaption>"), std::string::npos);
+    EXPECT_EQ(html.find(":hover"), std::string::npos);
+    EXPECT_TRUE(html.find(" \u00b5s<") != std::string::npos || html.find(" ms<") != std::string::npos);
+    EXPECT_EQ(Run({input_, "invert", path("o.png"), "--images", path("pics")}).code, 2);
+}
+
 } // namespace
