@@ -105,7 +105,9 @@ void ReadExtras(JpegRead *r, Shape &sh) {
             r->exif = m->data + 6;
             r->exifBytes = m->data_length - 6;
         }
-    if (jpeg_read_icc_profile(c, &r->icc, &r->iccBytes) && r->icc)
+    // A profile of inks no longer describes the RGB the inks load as.
+    const bool inks = c->jpeg_color_space == JCS_CMYK || c->jpeg_color_space == JCS_YCCK;
+    if (!inks && jpeg_read_icc_profile(c, &r->icc, &r->iccBytes) && r->icc)
         sh.iccBytes = r->iccBytes;
     sh.exifBytes = r->exifBytes;
     sh.orientation = ExifOrientation(r->exif, r->exifBytes);

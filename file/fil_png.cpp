@@ -228,8 +228,12 @@ int32_t WriteSteps(PngWrite *wr) {
                      png_uint_32(std::lround(m.in(KRN_RES_CM, m.resY) * scale)),
                      aspect ? PNG_RESOLUTION_UNKNOWN : PNG_RESOLUTION_METER);
     }
+    // A profile libpng finds unfit for the picture (a colour profile on grey,
+    // say) is left out rather than failing the save.
+    png_set_benign_errors(s->png, 1);
     if (m.iccBytes)
         png_set_iCCP(s->png, s->info, "ICC profile", PNG_COMPRESSION_TYPE_BASE, m.icc, m.iccBytes);
+    png_set_benign_errors(s->png, 0);
     if (m.exifBytes)
         png_set_eXIf_1(s->png, s->info, m.exifBytes, m.exif);
     png_write_info(s->png, s->info);

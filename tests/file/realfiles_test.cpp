@@ -637,6 +637,11 @@ TEST(Metadata, OrientationResolutionProfileAndExifTravel) {
     Loaded j(dir.path("o8.jpg"));
     ASSERT_EQ(j.status, ST_SUCCESS);
     EXPECT_EQ(std::tuple(j.d.nViewPerspective, j.d.nWidth, j.d.nHeight), std::tuple(6, 3, 5));
+    // A colour profile on a grey picture is left out of a PNG, not fatal.
+    Bitmap grey(FindLayout("pal8_grey"), 3, 2, 1);
+    ASSERT_EQ(KrnSetBitmapMetadata(grey.get(), KRN_META_ICC, icc.data(), uint32_t(icc.size())), KRN_OK);
+    ASSERT_EQ(Save(dir.path("g.png"), grey.get()), ST_SUCCESS);
+    EXPECT_TRUE(ReadPngFacts(dir.path("g.png")).icc.empty());
 }
 
 // Metadata follows the bitmap through the kernel's copies and conversions
