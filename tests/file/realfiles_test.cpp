@@ -19,8 +19,10 @@ namespace rz::test {
 namespace {
 
 struct PngSpec {
-    uint32_t w = 0, h = 0;
-    int depth = 8, type = PNG_COLOR_TYPE_RGB;
+    PngSpec(uint32_t width, uint32_t height, int bits, int colourType)
+        : w(width), h(height), depth(bits), type(colourType) {}
+    uint32_t w, h;
+    int depth, type;
     std::vector<std::vector<uint8_t>> rows; // PNG's byte layout
     std::vector<png_color> palette;
     std::vector<uint8_t> alphas; // palette tRNS
@@ -142,122 +144,84 @@ int ExifOrientationOf(const std::vector<uint8_t> &e) {
 
 // ---- Transparency. ----
 
-// Each case is worked out from the PNG rules: tRNS gives palette entries
-// their alpha (entries past the list opaque) or names the one grey / RGB
-// value that is fully transparent.
+// Each file is written from samples v(x, y); what a pixel must show follows
+// the PNG rules: tRNS gives palette entries their alpha (entries past the
+// list opaque) or names the one grey / RGB value that is transparent.
 TEST(Transparency, PngTrnsLoadsAsAlphaAndTravelsThroughPngAndTiff) {
     TempDir dir;
     const uint32_t w = 7, h = 5;
-    auto idx = [](uint32_t x, uint32_t y, uint32_t n) { return (x * 3 + y * 5) % n; };
     const std::vector<png_color> pal = {{200, 10, 20}, {0, 255, 0}, {5, 6, 7}, {90, 80, 70}};
-    struct Case {
+    const struct {
         const char *name;
-        PngSpec spec;
-        std::function<Rgba(uint32_t, uint32_t)> want;
-    };
-    std::vector<Case> cases;
-    {
-        PngSpec s{w, h, 8, PNG_COLOR_TYPE_PALETTE};
-        s.palette = pal;
-        s.alphas = {0, 128};
-        for (uint32_t y = 0; y < h; ++y)
-            for (uint32_t x = 0; x < w; ++x)
-                s.rows.resize(h), s.rows[y].push_back(uint8_t(idx(x, y, 4)));
-        cases.push_back({"palette8", s, [&](uint32_t x, uint32_t y) {
-                             const uint32_t i = idx(x, y, 4), a = i == 0 ? 0 : i == 1 ? 128 : 255;
-                             return Rgba{pal[i].red * 257u, pal[i].green * 257u, pal[i].blue * 257u, a * 257};
-                         }});
-    }
-    {
-        PngSpec s{w, h, 2, PNG_COLOR_TYPE_PALETTE};
-        s.palette = pal;
-        s.alphas = {255, 255, 7};
-        s.rows.assign(h, std::vector<uint8_t>((w * 2 + 7) / 8));
-        for (uint32_t y = 0; y < h; ++y)
-            for (uint32_t x = 0; x < w; ++x)
-                s.rows[y][x / 4] |= uint8_t(idx(x, y, 4) << (6 - 2 * (x % 4)));
-        cases.push_back({"palette2", s, [&](uint32_t x, uint32_t y) {
-                             const uint32_t i = idx(x, y, 4), a = i == 2 ? 7 : 255;
-                             return Rgba{pal[i].red * 257u, pal[i].green * 257u, pal[i].blue * 257u, a * 257};
-                         }});
-    }
-    {
-        PngSpec s{w, h, 8, PNG_COLOR_TYPE_GRAY};
-        s.key = true;
-        s.keyColour.gray = 50;
-        s.rows.assign(h, {});
-        for (uint32_t y = 0; y < h; ++y)
-            for (uint32_t x = 0; x < w; ++x)
-                s.rows[y].push_back(uint8_t(idx(x, y, 4) * 25 + 25)); // 25, 50, 75, 100
-        cases.push_back({"grey8", s, [&](uint32_t x, uint32_t y) {
-                             const uint32_t g = idx(x, y, 4) * 25 + 25;
-                             return Rgba{g * 257, g * 257, g * 257, g == 50 ? 0u : 65535u};
-                         }});
-    }
-    {
-        PngSpec s{w, h, 2, PNG_COLOR_TYPE_GRAY};
-        s.key = true;
-        s.keyColour.gray = 1; // the level shown as 85
-        s.rows.assign(h, std::vector<uint8_t>((w * 2 + 7) / 8));
-        for (uint32_t y = 0; y < h; ++y)
-            for (uint32_t x = 0; x < w; ++x)
-                s.rows[y][x / 4] |= uint8_t(idx(x, y, 4) << (6 - 2 * (x % 4)));
-        cases.push_back({"grey2", s, [&](uint32_t x, uint32_t y) {
-                             const uint32_t l = idx(x, y, 4);
-                             return Rgba{l * 85 * 257, l * 85 * 257, l * 85 * 257, l == 1 ? 0u : 65535u};
-                         }});
-    }
-    {
-        PngSpec s{w, h, 16, PNG_COLOR_TYPE_RGB};
-        s.key = true;
-        s.keyColour.red = 1000, s.keyColour.green = 2000, s.keyColour.blue = 3000;
-        s.rows.assign(h, {});
-        auto rgb = [&](uint32_t x, uint32_t y) {
-            const uint32_t k = idx(x, y, 3);
-            return std::array<uint32_t, 3>{1000 * (k + 1), 2000 * (k + 1), 3000};
-        };
-        for (uint32_t y = 0; y < h; ++y)
-            for (uint32_t x = 0; x < w; ++x)
-                for (uint32_t c : rgb(x, y))
-                    s.rows[y].insert(s.rows[y].end(), {uint8_t(c >> 8), uint8_t(c)});
-        cases.push_back({"rgb16", s, [=](uint32_t x, uint32_t y) {
-                             const auto c = rgb(x, y);
-                             return Rgba{c[0], c[1], c[2], c[0] == 1000 ? 0u : 65535u};
-                         }});
-    }
-    for (const Case &c : cases) {
+        int depth, type;
+        std::vector<uint8_t> alphas; // palette
+        uint16_t key;                // grey, or red with green 2 * key and blue 3000
+    } cases[] = {{"palette8", 8, PNG_COLOR_TYPE_PALETTE, {0, 128}, 0},
+                 {"palette2", 2, PNG_COLOR_TYPE_PALETTE, {255, 255, 7}, 0},
+                 {"grey8", 8, PNG_COLOR_TYPE_GRAY, {}, 2},
+                 {"grey2", 2, PNG_COLOR_TYPE_GRAY, {}, 1},
+                 {"rgb16", 16, PNG_COLOR_TYPE_RGB, {}, 2000}};
+    for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
+        const bool rgb = c.type == PNG_COLOR_TYPE_RGB;
+        auto v = [&](uint32_t x, uint32_t y) { return uint32_t((x * 3 + y * 5) % 4) * (rgb ? 1000 : 1); };
+        PngSpec s{w, h, c.depth, c.type};
+        s.rows.assign(h, std::vector<uint8_t>(rgb ? w * 6 : (w * c.depth + 7) / 8));
+        for (uint32_t y = 0; y < h; ++y)
+            for (uint32_t x = 0; x < w; ++x) {
+                if (rgb)
+                    for (uint32_t k = 0; k < 3; ++k) {
+                        const uint32_t sample = k == 2 ? 3000 : v(x, y) * (k + 1);
+                        s.rows[y][6 * x + 2 * k] = uint8_t(sample >> 8), s.rows[y][6 * x + 2 * k + 1] = uint8_t(sample);
+                    }
+                else
+                    s.rows[y][x * c.depth / 8] |= uint8_t(v(x, y) << (8 - c.depth - int(x * c.depth % 8)));
+            }
+        if (c.type == PNG_COLOR_TYPE_PALETTE)
+            s.palette = pal, s.alphas = c.alphas;
+        else
+            s.key = true, s.keyColour.gray = s.keyColour.red = c.key, s.keyColour.green = 2 * c.key,
+            s.keyColour.blue = 3000;
+        auto want = [&](uint32_t x, uint32_t y) {
+            const uint32_t i = v(x, y);
+            if (rgb)
+                return Rgba{i, 2 * i, 3000, i == c.key ? 0u : 65535u};
+            if (c.type == PNG_COLOR_TYPE_GRAY) {
+                const uint32_t g = i * 255 / ((1u << c.depth) - 1) * 257;
+                return Rgba{g, g, g, i == c.key ? 0u : 65535u};
+            }
+            const uint32_t a = i < c.alphas.size() ? c.alphas[i] : 255;
+            return Rgba{pal[i].red * 257u, pal[i].green * 257u, pal[i].blue * 257u, a * 257};
+        };
         const std::string in = dir.path(std::string(c.name) + ".png");
-        WritePng(in, c.spec);
+        WritePng(in, s);
         RzFileInfo info;
         ASSERT_EQ(Info(in, &info), ST_SUCCESS);
         EXPECT_TRUE(info.bAlpha);
         Loaded got(in);
         ASSERT_EQ(got.status, ST_SUCCESS);
-        EXPECT_EQ(got.d.nBitsPerPixel, c.spec.depth == 16 ? 64 : 32);
-        for (uint32_t y = 0; y < h; ++y)
-            for (uint32_t x = 0; x < w; ++x)
-                ASSERT_EQ(Look(&got.d, int32_t(x), int32_t(y)), c.want(x, y)) << x << "," << y;
+        EXPECT_EQ(got.d.nBitsPerPixel, c.depth == 16 ? 64 : 32);
         // PNG and TIFF keep it; libpng and libtiff see the same alpha.
-        for (const char *ext : {".png", ".tif"}) {
-            const std::string out = dir.path(std::string("out_") + c.name + ext);
-            ASSERT_EQ(Save(out, &got.d), ST_SUCCESS);
-            Loaded back(out);
-            ASSERT_EQ(back.status, ST_SUCCESS);
-            for (uint32_t y = 0; y < h; ++y)
-                for (uint32_t x = 0; x < w; ++x)
-                    ASSERT_EQ(Look(&back.d, int32_t(x), int32_t(y)), c.want(x, y)) << ext;
-        }
-        const auto peer = PeerPngPixels(dir.path(std::string("out_") + c.name + ".png"), PNG_FORMAT_RGBA);
+        const std::string png = dir.path(std::string("out_") + c.name + ".png"),
+                          tif = dir.path(std::string("out_") + c.name + ".tif");
+        ASSERT_EQ(Save(png, &got.d), ST_SUCCESS);
+        ASSERT_EQ(Save(tif, &got.d), ST_SUCCESS);
+        Loaded backPng(png), backTif(tif);
+        const auto peer = PeerPngPixels(png, PNG_FORMAT_RGBA);
         ASSERT_EQ(peer.size(), size_t(w) * h * 4);
-        TIFF *t = TIFFOpen(dir.path(std::string("out_") + c.name + ".tif").c_str(), "r");
+        TIFF *t = TIFFOpen(tif.c_str(), "r");
         ASSERT_TRUE(t);
-        std::vector<uint32_t> tif(w * h);
-        ASSERT_TRUE(TIFFReadRGBAImageOriented(t, w, h, tif.data(), ORIENTATION_TOPLEFT, 0));
+        std::vector<uint32_t> peerTif(w * h);
+        ASSERT_TRUE(TIFFReadRGBAImageOriented(t, w, h, peerTif.data(), ORIENTATION_TOPLEFT, 0));
         TIFFClose(t);
         for (uint32_t i = 0; i < w * h; ++i) {
-            EXPECT_EQ(peer[4 * i + 3], c.want(i % w, i / w).a >> 8);
-            EXPECT_EQ(TIFFGetA(tif[i]), c.want(i % w, i / w).a >> 8);
+            const int32_t x = int32_t(i % w), y = int32_t(i / w);
+            const Rgba want1 = want(x, y);
+            ASSERT_EQ(Look(&got.d, x, y), want1) << x << "," << y;
+            ASSERT_EQ(Look(&backPng.d, x, y), want1);
+            ASSERT_EQ(Look(&backTif.d, x, y), want1);
+            ASSERT_EQ(peer[4 * i + 3], want1.a >> 8);
+            ASSERT_EQ(TIFFGetA(peerTif[i]), want1.a >> 8);
         }
         // JPEG and PNM cannot hold it: a save says so beforehand.
         for (const char *ext : {".jpg", ".ppm", ".png"}) {
@@ -268,10 +232,8 @@ TEST(Transparency, PngTrnsLoadsAsAlphaAndTravelsThroughPngAndTiff) {
     }
     // A fourth channel that is opaque everywhere is nothing to lose.
     Bitmap opaque(FindLayout("bgr32"), 3, 2, 0);
-    for (int32_t x = 0; x < 3; ++x)
-        opaque.setPixel(x, 1, 0xFF000000u | uint32_t(x));
-    for (int32_t x = 0; x < 3; ++x)
-        opaque.setPixel(x, 0, 0xFF000000u);
+    for (int32_t i = 0; i < 6; ++i)
+        opaque.setPixel(i % 3, i / 3, 0xFF000000u | uint32_t(i));
     uint32_t notes = 99;
     ASSERT_EQ(Rz_GetSaveNotes(dir.path("o.jpg").c_str(), opaque.get(), nullptr, &notes), ST_SUCCESS);
     EXPECT_EQ(notes, 0u);
@@ -567,7 +529,7 @@ TEST(Metadata, OrientationResolutionProfileAndExifTravel) {
         s.ppm = 11811; // 300 dpi
         s.icc = icc;
         s.exif = ExifBlock(o);
-        const std::string in = dir.path("o" + std::to_string(o) + ".png");
+        const std::string in = dir.path(std::to_string(o) + "o.png");
         WritePng(in, s);
         RzFileInfo info;
         ASSERT_EQ(Info(in, &info), ST_SUCCESS);
