@@ -2,7 +2,8 @@
 // 0..100 to (i * 100 + p) / n. The SIGINT / SIGTERM handler only sets a
 // flag, which the callback turns into a stop value; it stays installed, so a
 // second Ctrl-C does not kill the process halfway through a save and leave
-// its temporary file behind (loads and saves ask the callback every row).
+// its temporary file behind (loads and saves ask the callback every row). A
+// third one ends the process at once, for a step that never asks.
 #include "tools/progress.h"
 
 #include <csignal>
@@ -16,7 +17,15 @@ namespace {
 
 volatile std::sig_atomic_t g_interrupted = 0;
 
-extern "C" void OnInterrupt(int) { g_interrupted = 1; }
+// A third signal is the user's last word: leave at once.
+extern "C" void OnInterrupt(int) {
+    g_interrupted = g_interrupted + 1;
+    if (g_interrupted >= 3) {
+        static const char kMessage[] = "\nrzimg: stopped at once\n";
+        (void)!write(STDERR_FILENO, kMessage, sizeof kMessage - 1);
+        _exit(130);
+    }
+}
 
 constexpr int kSignals[] = {SIGINT, SIGTERM};
 struct sigaction g_previousActions[2];
