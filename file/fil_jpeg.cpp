@@ -94,7 +94,9 @@ constexpr uint8_t kExifHeader[6] = {'E', 'x', 'i', 'f', 0, 0};
 // Density, profile and EXIF found in the header's markers.
 void ReadExtras(JpegRead *r, Shape &sh) {
     j_decompress_ptr c = &r->cinfo;
-    if (c->saw_JFIF_marker && c->X_density && c->Y_density && c->density_unit <= 2) {
+    // Unit 0 with equal values (libjpeg's default 1:1) says nothing.
+    const bool square = c->density_unit == 0 && c->X_density == c->Y_density;
+    if (c->saw_JFIF_marker && c->X_density && c->Y_density && c->density_unit <= 2 && !square) {
         sh.resX = c->X_density;
         sh.resY = c->Y_density;
         sh.resUnit = c->density_unit == 1 ? KRN_RES_INCH : c->density_unit == 2 ? KRN_RES_CM : KRN_RES_NONE;

@@ -56,7 +56,7 @@ struct PngRead {
 void ReadExtras(png_structp png, png_infop info, Shape &sh) {
     png_uint_32 rx = 0, ry = 0;
     int unit = 0;
-    if (png_get_pHYs(png, info, &rx, &ry, &unit) && rx && ry) {
+    if (png_get_pHYs(png, info, &rx, &ry, &unit) && rx && ry && (unit == PNG_RESOLUTION_METER || rx != ry)) {
         if (unit == PNG_RESOLUTION_METER) {
             // Per metre as stored; a whole number of dots per inch reads as such.
             const double ix = rx * 0.0254, iy = ry * 0.0254;

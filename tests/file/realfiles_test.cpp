@@ -599,6 +599,9 @@ TEST(Metadata, OrientationResolutionProfileAndExifTravel) {
     Loaded j(dir.path("o8.jpg"));
     ASSERT_EQ(j.status, ST_SUCCESS);
     EXPECT_EQ(std::tuple(j.d.nViewPerspective, j.d.nWidth, j.d.nHeight), std::tuple(6, 3, 5));
+    double x = 0, y = 0;
+    int32_t unit = 0;
+    EXPECT_EQ(KrnGetBitmapResolution(&j.d, &x, &y, &unit), 0); // libjpeg's 1:1 JFIF says nothing
     // A colour profile on a grey picture is left out of a PNG, not fatal.
     Bitmap grey(FindLayout("pal8_grey"), 3, 2, 1);
     ASSERT_EQ(KrnSetBitmapMetadata(grey.get(), KRN_META_ICC, icc.data(), uint32_t(icc.size())), KRN_OK);
