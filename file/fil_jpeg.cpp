@@ -180,8 +180,12 @@ int32_t ReadSteps(JpegRead *r) {
         if (ps != ST_SUCCESS)
             return ps;
     }
+    // Before finishing: the saved markers live in libjpeg's image pool.
+    const int32_t st = ApplyMetadata(*r->target, sh, r->icc, sh.iccBytes, r->exif, r->exifBytes);
+    if (st != ST_SUCCESS)
+        return st;
     jpeg_finish_decompress(c);
-    return ApplyMetadata(*r->target, sh, r->icc, sh.iccBytes, r->exif, r->exifBytes);
+    return ST_SUCCESS;
 }
 
 struct JpegWrite {
