@@ -264,6 +264,7 @@ TEST(GreyPalettes, SaveAsGreyThroughThePaletteInEveryGreyFormat) {
         SCOPED_TRACE(c.name);
         Bitmap b(FindLayout(c.bits == 1 ? "pal1_grey" : "pal8_grey"), w, h, 0);
         if (c.bits != 1 && c.bits != 8) {
+            KrnFreeBitmap(b.get());
             ASSERT_EQ(KrnInitBitmap(b.get(), BITMAPDESC_SIZE, w, h, c.bits), KRN_OK);
             ASSERT_EQ(KrnAllocBitmap(b.get()), KRN_OK);
         }
