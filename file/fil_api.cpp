@@ -6,13 +6,17 @@
 // only on success, so a failed load leaves the caller's descriptor as it was.
 // A save writes a uniquely named file in the target's folder, syncs it and
 // renames it over the target; any failure unlinks the temporary, so the
-// target is either the old file or the complete new one.
+// target is either the old file or the complete new one. A target that is a
+// symbolic link is followed first, so the link stays and its file is
+// replaced; the replacement takes the old file's permissions.
 #include "fil_internal.h"
 
 #include <atomic>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <fcntl.h>
+#include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -147,8 +151,12 @@ class TempFile {
             snprintf(name + dirLen, len - dirLen + 64, ".%s.%ld-%u.tmp", target + dirLen, long(getpid()),
                      g_tempCounter.fetch_add(1, std::memory_order_relaxed));
             fd_ = open(name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-            if (fd_ >= 0)
+            if (fd_ >= 0) {
+                struct stat old {};
+                if (stat(target, &old) == 0 && S_ISREG(old.st_mode))
+                    fchmod(fd_, old.st_mode & 07777);
                 return ST_SUCCESS;
+            }
             if (errno != EEXIST)
                 break;
         }
@@ -185,9 +193,10 @@ class TempFile {
     bool kept_ = false;
 };
 
-int32_t Save(const char *path, const BitmapDesc *b, const RzSaveOptions *o) {
-    int32_t fmt = o ? o->nFormat : RZ_FMT_UNKNOWN;
-    int32_t pnmKind = RZ_FMT_UNKNOWN;
+// The output format from the options or the name; pnmKind is the PNM kind
+// asked for (RZ_FMT_UNKNOWN: the one that fits).
+int32_t OutputFormat(const char *path, const RzSaveOptions *o, int32_t &fmt, int32_t &pnmKind) {
+    fmt = o ? o->nFormat : RZ_FMT_UNKNOWN;
     if (fmt == RZ_FMT_UNKNOWN) {
         const int32_t named = FormatFromName(path);
         if (named < 0)
@@ -197,8 +206,33 @@ int32_t Save(const char *path, const BitmapDesc *b, const RzSaveOptions *o) {
     } else {
         pnmKind = fmt;
     }
-    if ((fmt < RZ_FMT_PNG || fmt > RZ_FMT_PPM) && fmt != RZ_FMT_DICOM)
-        return ST_INVALID_PARAMETER;
+    return (fmt < RZ_FMT_PNG || fmt > RZ_FMT_PPM) && fmt != RZ_FMT_DICOM ? ST_INVALID_PARAMETER : ST_SUCCESS;
+}
+
+// Follows symbolic links to the file a save replaces (which may not exist).
+int32_t ResolveTarget(const char *path, std::string &out) {
+    out = path;
+    for (int hops = 0; hops < 40; ++hops) {
+        struct stat st {};
+        if (lstat(out.c_str(), &st) != 0 || !S_ISLNK(st.st_mode))
+            return ST_SUCCESS;
+        char link[PATH_MAX];
+        const ssize_t n = readlink(out.c_str(), link, sizeof link - 1);
+        if (n <= 0)
+            return RZ_FILE_WRITE;
+        std::string next(link, size_t(n));
+        const size_t slash = out.rfind('/');
+        if (next[0] != '/' && slash != std::string::npos)
+            next = out.substr(0, slash + 1) + next;
+        out = std::move(next);
+    }
+    return RZ_FILE_WRITE; // a loop of links
+}
+
+int32_t Save(const char *name, const BitmapDesc *b, const RzSaveOptions *o) {
+    int32_t fmt = RZ_FMT_UNKNOWN, pnmKind = RZ_FMT_UNKNOWN;
+    if (const int32_t named = OutputFormat(name, o, fmt, pnmKind); named != ST_SUCCESS)
+        return named;
     const int quality = o && o->nQuality ? o->nQuality : 90;
     const int compression = o ? o->nCompression : RZ_TIFF_NONE;
     if (quality < 1 || quality > 100 || compression < RZ_TIFF_NONE || compression > RZ_TIFF_G4)
@@ -208,7 +242,12 @@ int32_t Save(const char *path, const BitmapDesc *b, const RzSaveOptions *o) {
         return st;
     if (!b->pData)
         return ST_NO_BITMAP;
+    std::string target;
+    if ((st = ResolveTarget(name, target)) != ST_SUCCESS)
+        return st;
+    const char *path = target.c_str();
 
+    Progress progress;
     TempFile tmp;
     if ((st = tmp.create(path)) != ST_SUCCESS)
         return st;
@@ -229,7 +268,50 @@ int32_t Save(const char *path, const BitmapDesc *b, const RzSaveOptions *o) {
     }
     if (st != ST_SUCCESS)
         return st;
+    // Last word before the old file is replaced.
+    if ((st = progress.check()) != ST_SUCCESS)
+        return st;
     return tmp.commit(path);
+}
+
+int32_t SaveNotes(const char *path, const BitmapDesc *b, const RzSaveOptions *o, uint32_t &notes) {
+    int32_t fmt = RZ_FMT_UNKNOWN, pnmKind = RZ_FMT_UNKNOWN;
+    int32_t st = OutputFormat(path, o, fmt, pnmKind);
+    if (st != ST_SUCCESS)
+        return st;
+    SavePlan plan;
+    st = fmt == RZ_FMT_PNG || fmt == RZ_FMT_TIFF || fmt == RZ_FMT_JPEG ? PlanFor(b, CapsFor(fmt), plan)
+                                                                        : PlanPnm(b, pnmKind, plan);
+    if (st != ST_SUCCESS)
+        return st;
+    notes = plan.notes;
+    const void *p = nullptr;
+    uint32_t icc = 0, exif = 0;
+    KrnGetBitmapMetadata(b, KRN_META_ICC, &p, &icc);
+    KrnGetBitmapMetadata(b, KRN_META_EXIF, &p, &exif);
+    const bool pnm = fmt != RZ_FMT_PNG && fmt != RZ_FMT_TIFF && fmt != RZ_FMT_JPEG;
+    if ((icc && pnm) || (exif && (pnm || fmt == RZ_FMT_TIFF)))
+        notes |= RZ_SAVE_NOTE_METADATA;
+    return ST_SUCCESS;
+}
+
+void FillInfo(const Shape &sh, RzFileInfo *pInfo) {
+    pInfo->nFormat = sh.format;
+    pInfo->nWidth = sh.width > INT32_MAX ? INT32_MAX : int32_t(sh.width);
+    pInfo->nHeight = sh.height > INT32_MAX ? INT32_MAX : int32_t(sh.height);
+    if (ViewForOrientation(sh.orientation) >= 5) // as it loads: in the upright view
+        std::swap(pInfo->nWidth, pInfo->nHeight);
+    pInfo->nBitsPerPixel = sh.bits;
+    pInfo->nPages = sh.pages;
+    pInfo->nColorOrder = sh.bits == 12 || sh.bits == 16 ? KRN_ORDER_GRAY : KRN_ORDER_BGR;
+    pInfo->nSignificantBits = sh.sigBits ? sh.sigBits : sh.bits;
+    pInfo->dXResolution = sh.resX;
+    pInfo->dYResolution = sh.resY;
+    pInfo->nResolutionUnit = sh.resUnit;
+    pInfo->nOrientation = sh.orientation;
+    pInfo->nIccBytes = sh.iccBytes;
+    pInfo->nExifBytes = sh.exifBytes;
+    pInfo->bAlpha = sh.alpha || sh.bits == 32 || sh.bits == 64;
 }
 
 } // namespace
@@ -273,24 +355,41 @@ RZFIL_API int32_t RZAPI Rz_SaveBitmap(const char *pszPath, const BitmapDesc *pBi
     }
 }
 
-RZFIL_API int32_t RZAPI Rz_GetFileInfo(const char *pszPath, RzFileInfo *pInfo) {
+RZFIL_API int32_t RZAPI Rz_GetFilePageInfo(const char *pszPath, int32_t nPage, RzFileInfo *pInfo) {
     if (!pszPath || !pInfo)
         return ST_NULL_POINTER;
     if (pInfo->uStructSize != sizeof(RzFileInfo))
         return ST_BAD_STRUCT_SIZE;
     try {
         Shape sh;
-        const int32_t st = Decode(pszPath, 0, nullptr, sh);
+        const int32_t st = nPage < 0 ? RZ_FILE_BAD_PAGE : Decode(pszPath, nPage, nullptr, sh);
+        if (st == RZ_FILE_BAD_PAGE && nPage != 0) {
+            Shape first;
+            if (Decode(pszPath, 0, nullptr, first) == ST_SUCCESS)
+                pInfo->nPages = first.pages;
+        }
         if (st != ST_SUCCESS)
             return st;
-        pInfo->nFormat = sh.format;
-        pInfo->nWidth = sh.width > INT32_MAX ? INT32_MAX : int32_t(sh.width);
-        pInfo->nHeight = sh.height > INT32_MAX ? INT32_MAX : int32_t(sh.height);
-        pInfo->nBitsPerPixel = sh.bits;
-        pInfo->nPages = sh.pages;
-        pInfo->nColorOrder = sh.bits == 12 || sh.bits == 16 ? KRN_ORDER_GRAY : KRN_ORDER_BGR;
-        pInfo->nSignificantBits = sh.sigBits ? sh.sigBits : sh.bits;
+        FillInfo(sh, pInfo);
         return ST_SUCCESS;
+    } catch (...) {
+        return ST_FAILURE;
+    }
+}
+
+RZFIL_API int32_t RZAPI Rz_GetFileInfo(const char *pszPath, RzFileInfo *pInfo) {
+    return Rz_GetFilePageInfo(pszPath, 0, pInfo);
+}
+
+RZFIL_API int32_t RZAPI Rz_GetSaveNotes(const char *pszPath, const BitmapDesc *pBitmap, const RzSaveOptions *pOptions,
+                                        uint32_t *pNotes) {
+    if (!pszPath || !pBitmap || !pNotes)
+        return ST_NULL_POINTER;
+    if (pOptions && pOptions->uStructSize != sizeof(RzSaveOptions))
+        return ST_BAD_STRUCT_SIZE;
+    try {
+        *pNotes = 0;
+        return SaveNotes(pszPath, pBitmap, pOptions, *pNotes);
     } catch (...) {
         return ST_FAILURE;
     }
@@ -322,11 +421,15 @@ RZFIL_API const char *RZAPI Rz_FileStatusText(int32_t nStatus) {
     case RZ_FILE_CORRUPT: return "the file is truncated or damaged";
     case RZ_FILE_WRITE: return "cannot write the output file";
     case RZ_FILE_TOO_LARGE: return "the image is larger than the pixel limit or than a bitmap can hold";
-    case RZ_FILE_UNSUPPORTED: return "the format cannot hold this image's depth or kind";
+    case RZ_FILE_UNSUPPORTED: return "the output format cannot hold this image's depth or kind";
     case RZ_FILE_BAD_PAGE: return "the file has no such page";
     case RZ_FILE_DICOM_COMPRESSED: return "the DICOM file is compressed (a transfer syntax this library does not read)";
     case RZ_FILE_DICOM_NO_PIXELS: return "the DICOM file has no pixel data, or less than its size needs";
     case ST_EMPTY_REGION: return "the region holds no pixels";
+    case RZ_FILE_FLOAT_SAMPLES: return "this file's sample format (floating point) is not supported";
+    case RZ_FILE_SAMPLE_LAYOUT:
+        return "this file's sample layout (bits per sample, channels or colour kind) is not supported";
+    case RZ_FILE_COMPRESSION: return "this file's compression method is not supported";
     default: return nStatus > 0 ? "stopped by the status callback" : "unknown status";
     }
 }

@@ -106,6 +106,59 @@ int32_t SetTargetPalette(LoadTarget &t, const uint8_t (*rgb)[3], int count) {
     return KrnSetPaletteForDepth(&t.bmp, q, count, t.bmp.nBitsPerPixel, 0);
 }
 
+FormatCaps CapsFor(int32_t format) {
+    FormatCaps c;
+    switch (format) {
+    case RZ_FMT_PNG: c.palette = c.greyLow = c.grey16 = c.rgb16 = c.alpha = true; break;
+    case RZ_FMT_TIFF: c.palette = c.greyLow = c.grey16 = c.rgb16 = c.alpha = c.signedGrey = true; break;
+    case RZ_FMT_JPEG: break; // grey and RGB at 8 bits
+    case RZ_FMT_PPM: c.rgb16 = c.rgbOnly = true; break;
+    case RZ_FMT_PGM:
+    case RZ_FMT_PBM: c.greyLow = c.grey16 = c.greyOnly = true; break;
+    default: c.greyLow = c.grey16 = c.rgb16 = true; break; // PNM of the fitting kind
+    }
+    return c;
+}
+
+bool UsesAlpha(const BitmapDesc *b) {
+    const int bits = b->nBitsPerPixel;
+    if ((bits != 32 && bits != 64) || KrnValidateBitmap(b) != KRN_OK)
+        return false;
+    const size_t channel = bits / 32; // bytes
+    const size_t px = bits / 8;
+    for (int64_t y = 0; y < b->nStoredHeight; ++y) {
+        const uint8_t *row = b->pData + size_t(y) * b->nStride;
+        for (int64_t x = 0; x < b->nStoredWidth; ++x) {
+            const uint8_t *a = row + size_t(x) * px + 3 * channel;
+            if (a[0] != 0xFF || (channel == 2 && a[1] != 0xFF))
+                return true;
+        }
+    }
+    return false;
+}
+
+namespace {
+
+// Every palette entry is grey; *levels tells whether each is also a level
+// of the depth's own ramp, so the samples can stay at that depth.
+bool PaletteIsGrey(const BitmapDesc *b, bool *levels) {
+    if (!b->pPalette)
+        return false;
+    const int count = 1 << b->nBitsPerPixel;
+    const uint32_t top = uint32_t(count - 1);
+    *levels = true;
+    for (int i = 0; i < count; ++i) {
+        const RzRGBQuad &e = b->pPalette[i];
+        if (e.rgbRed != e.rgbGreen || e.rgbRed != e.rgbBlue)
+            return false;
+        if ((uint32_t(e.rgbRed) * top) % 255 != 0)
+            *levels = false;
+    }
+    return true;
+}
+
+} // namespace
+
 int32_t PlanFor(const BitmapDesc *b, const FormatCaps &caps, SavePlan &plan) {
     int32_t st = KrnValidateBitmap(b);
     if (st != KRN_OK)
@@ -118,10 +171,16 @@ int32_t PlanFor(const BitmapDesc *b, const FormatCaps &caps, SavePlan &plan) {
     plan.height = b->nHeight;
     const int bits = b->nBitsPerPixel;
     if (bits <= 8) {
-        const bool grey = b->nColorOrder == KRN_ORDER_GRAY || KrnIsGrayscale(b);
-        if (grey && !caps.rgbOnly) {
+        bool levels = false;
+        const bool samples = b->nColorOrder == KRN_ORDER_GRAY;
+        const bool grey = samples || PaletteIsGrey(b, &levels);
+        plan.rawGrey = samples || KrnIsGrayscale(b);
+        if ((grey || caps.greyOnly) && !caps.rgbOnly) {
             plan.kind = Kind::Grey;
-            plan.bits = (bits == 8 || (IsPackedDepth(bits) && caps.greyLow)) ? bits : 8;
+            const bool keepDepth = IsPackedDepth(bits) && (bits == 8 || caps.greyLow) && (plan.rawGrey || levels);
+            plan.bits = keepDepth ? bits : 8;
+            if (!grey)
+                plan.notes |= RZ_SAVE_NOTE_GREY;
         } else if (caps.palette && b->pPalette && !grey) {
             plan.kind = Kind::Index;
             plan.bits = IsPackedDepth(bits) ? bits : 8;
@@ -150,9 +209,18 @@ int32_t PlanFor(const BitmapDesc *b, const FormatCaps &caps, SavePlan &plan) {
             plan.sigBits = 16;
         return ST_SUCCESS;
     }
-    plan.kind = Kind::Rgb;
-    plan.channels = (bits == 32 || bits == 64) && caps.alpha ? 4 : 3;
-    plan.bits = (bits == 48 || bits == 64) && caps.rgb16 ? 16 : 8;
+    const bool wide = bits == 48 || bits == 64, four = bits == 32 || bits == 64;
+    if (caps.greyOnly) {
+        plan.kind = Kind::Grey;
+        plan.bits = wide && caps.grey16 ? 16 : 8;
+        plan.notes |= RZ_SAVE_NOTE_GREY;
+    } else {
+        plan.kind = Kind::Rgb;
+        plan.channels = four && caps.alpha ? 4 : 3;
+        plan.bits = wide && caps.rgb16 ? 16 : 8;
+    }
+    if (four && plan.channels != 4 && UsesAlpha(b))
+        plan.notes |= RZ_SAVE_NOTE_ALPHA;
     plan.sigBits = plan.bits;
     return ST_SUCCESS;
 }
@@ -184,14 +252,29 @@ int32_t PlanRow(const SavePlan &p, int64_t y, uint8_t *scratch, uint8_t *out) {
                                    grayMode, b->nLowBit, b->nHighBit);
     };
     if (bits <= 8) {
-        if (p.kind != Kind::Rgb && p.bits == bits) {
+        if ((p.kind == Kind::Index || p.rawGrey) && p.kind != Kind::Rgb && p.bits == bits) {
             std::memcpy(out, scratch, PlanRowBytes(p));
             return ST_SUCCESS;
         }
         if (p.kind == Kind::Index)
             return convert(0, KRN_GRAY_RAW);
-        if (p.kind == Kind::Grey)
-            return convert(0, KRN_GRAY_NONE);
+        if (p.kind == Kind::Grey) {
+            // Through the palette to 8-bit grey, then packed to levels of a
+            // lower depth's ramp when the plan kept it.
+            if (p.bits == 8)
+                return convert(0, KRN_GRAY_NONE);
+            uint8_t *grey = scratch + 2 * n + 8; // past the stored row, at most n bytes here
+            st = KrnConvertRowBuffer(scratch, grey, w, bits, 0, b->nColorOrder, 1, b->pPalette, KRN_TO_WORK,
+                                     KRN_GRAY_NONE, b->nLowBit, b->nHighBit);
+            if (st != KRN_OK)
+                return st;
+            const uint32_t top = (1u << p.bits) - 1;
+            const int per = 8 / p.bits;
+            std::memset(out, 0, PlanRowBytes(p));
+            for (size_t x = 0; x < n; ++x)
+                out[x / per] |= uint8_t(((grey[x] * top + 127) / 255) << (8 - p.bits - int(x % per) * p.bits));
+            return ST_SUCCESS;
+        }
         st = convert(24, KRN_GRAY_NONE);
         SwapRB8(out, n);
         return st;
@@ -218,6 +301,8 @@ int32_t PlanRow(const SavePlan &p, int64_t y, uint8_t *scratch, uint8_t *out) {
             v[x] = uint16_t(((v[x] >> shift) & mask) << up);
         return ST_SUCCESS;
     }
+    if (p.kind == Kind::Grey)
+        return convert(p.bits == 16 ? 16 : 0, KRN_GRAY_NONE);
     const bool bgr = b->nColorOrder == KRN_ORDER_BGR;
     const bool four = p.channels == 4;
     switch (bits) {
@@ -241,6 +326,92 @@ int32_t PlanRow(const SavePlan &p, int64_t y, uint8_t *scratch, uint8_t *out) {
     default: return ST_BAD_BITS;
     }
     return ST_SUCCESS;
+}
+
+int32_t ViewForOrientation(int32_t orientation) {
+    static const int32_t kView[9] = {1, 1, 2, 3, 4, 5, 8, 7, 6};
+    return orientation >= 1 && orientation <= 8 ? kView[orientation] : 1;
+}
+
+namespace {
+
+uint32_t Read(const uint8_t *p, int bytes, bool big) {
+    uint32_t v = 0;
+    for (int i = 0; i < bytes; ++i)
+        v |= uint32_t(p[big ? i : bytes - 1 - i]) << (8 * (bytes - 1 - i));
+    return v;
+}
+
+} // namespace
+
+int32_t ExifOrientation(const uint8_t *exif, size_t n, size_t *where) {
+    if (where)
+        *where = 0;
+    if (!exif || n < 8 || !((exif[0] == 'I' && exif[1] == 'I') || (exif[0] == 'M' && exif[1] == 'M')))
+        return 1;
+    const bool big = exif[0] == 'M';
+    const uint32_t ifd = Read(exif + 4, 4, big);
+    if (ifd > n - 2)
+        return 1;
+    const uint32_t count = Read(exif + ifd, 2, big);
+    for (uint32_t i = 0; i < count; ++i) {
+        const size_t e = size_t(ifd) + 2 + size_t(i) * 12;
+        if (e + 12 > n)
+            break;
+        // Tag 0x112, type SHORT, one value held in the entry itself.
+        if (Read(exif + e, 2, big) == 0x112 && Read(exif + e + 2, 2, big) == 3 && Read(exif + e + 4, 4, big) == 1) {
+            const uint32_t v = Read(exif + e + 8, 2, big);
+            if (v < 1 || v > 8)
+                return 1;
+            if (where)
+                *where = e + 8;
+            return int32_t(v);
+        }
+    }
+    return 1;
+}
+
+int32_t ApplyMetadata(LoadTarget &t, const Shape &s, const void *icc, uint32_t iccBytes, const void *exif,
+                      uint32_t exifBytes) {
+    int32_t st = KRN_OK;
+    if (s.resX > 0 && s.resY > 0)
+        st = KrnSetBitmapResolution(&t.bmp, s.resX, s.resY, s.resUnit);
+    if (st == KRN_OK && iccBytes)
+        st = KrnSetBitmapMetadata(&t.bmp, KRN_META_ICC, icc, iccBytes);
+    if (st == KRN_OK && exifBytes)
+        st = KrnSetBitmapMetadata(&t.bmp, KRN_META_EXIF, exif, exifBytes);
+    if (st == KRN_OK && s.orientation != 1)
+        st = KrnChangeViewPerspective(nullptr, &t.bmp, BITMAPDESC_SIZE, ViewForOrientation(s.orientation), 0);
+    return st == KRN_INVALID_PARAMETER ? ST_SUCCESS : st; // a nonsensical resolution is dropped, not fatal
+}
+
+int32_t SaveMeta::read(const BitmapDesc *b) {
+    KrnGetBitmapResolution(b, &resX, &resY, &resUnit);
+    const void *p = nullptr;
+    KrnGetBitmapMetadata(b, KRN_META_ICC, &p, &iccBytes);
+    icc = static_cast<const uint8_t *>(p);
+    uint32_t n = 0;
+    if (KrnGetBitmapMetadata(b, KRN_META_EXIF, &p, &n) == 1 && n) {
+        exif = static_cast<uint8_t *>(KrnMemAlloc(n));
+        if (!exif)
+            return ST_FAILURE;
+        std::memcpy(exif, p, n);
+        exifBytes = n;
+        size_t where = 0;
+        ExifOrientation(exif, n, &where);
+        if (where) {
+            const bool big = exif[0] == 'M';
+            exif[where + (big ? 0 : 1)] = 0;
+            exif[where + (big ? 1 : 0)] = 1;
+        }
+    }
+    return ST_SUCCESS;
+}
+
+double SaveMeta::in(int32_t unit, double v) const {
+    if (resUnit == unit || resUnit == KRN_RES_NONE)
+        return v;
+    return unit == KRN_RES_INCH ? v * 2.54 : v / 2.54;
 }
 
 } // namespace rzfil

@@ -39,6 +39,12 @@ struct Shape {
     int32_t sigBits = 0;   // 16-bit grey: significant bits
     int32_t pages = 1;
     bool isSigned = false; // 16-bit grey with signed samples
+    // What the file says beside the pixels (also reported by Rz_GetFileInfo).
+    double resX = 0, resY = 0; // 0: none
+    int32_t resUnit = KRN_RES_NONE;
+    int32_t orientation = 1;   // TIFF / EXIF orientation, 1..8
+    uint32_t iccBytes = 0, exifBytes = 0;
+    bool alpha = false;        // a fourth channel or transparency
 };
 
 int64_t PixelLimit();
@@ -51,6 +57,63 @@ int32_t CheckShape(const Shape &s);
 int32_t MakeTarget(LoadTarget &t, const Shape &s);
 // Palette of a 1..8-bit target: count entries in file order red, green, blue.
 int32_t SetTargetPalette(LoadTarget &t, const uint8_t (*rgb)[3], int count);
+
+// Progress of a load or save through the caller's kernel status callback,
+// read once at the start. step() reports whole percentages as they change.
+class Progress {
+  public:
+    Progress() { fn_ = KrnGetStatusCallback(&user_); }
+    // ST_SUCCESS, or the callback's stop value.
+    int32_t step(int64_t done, int64_t total) {
+        if (!fn_ || total <= 0)
+            return ST_SUCCESS;
+        const int32_t percent = int32_t(done >= total ? 100 : done * 100 / total);
+        if (percent == last_)
+            return ST_SUCCESS;
+        last_ = percent;
+        const int32_t r = fn_(percent, user_);
+        return r == 1 ? ST_SUCCESS : r;
+    }
+    // Asks once more (at 100) whether to go on.
+    int32_t check() {
+        const int32_t r = fn_ ? fn_(100, user_) : 1;
+        return r == 1 ? ST_SUCCESS : r;
+    }
+
+  private:
+    RZSTATUSCALLBACK fn_ = nullptr;
+    void *user_ = nullptr;
+    int32_t last_ = -1;
+};
+
+// What a file carries beside the pixels, handed to the loaded bitmap: the
+// resolution and orientation from the shape, the blocks as given.
+int32_t ApplyMetadata(LoadTarget &t, const Shape &s, const void *icc, uint32_t iccBytes, const void *exif,
+                      uint32_t exifBytes);
+// The kernel view that shows a picture stored with this TIFF / EXIF
+// orientation upright (the kernel's 6 and 8 turn the other way).
+int32_t ViewForOrientation(int32_t orientation);
+// Orientation tag of a TIFF-structured EXIF block, 1 when absent or bad;
+// *where gets the value's offset (0 when absent).
+int32_t ExifOrientation(const uint8_t *exif, size_t n, size_t *where = nullptr);
+// Metadata of the bitmap being saved: resolution, profile, and the EXIF
+// block with its orientation set to 1 (pixels are written as the view shows
+// them). The EXIF copy is a kernel block owned by the record.
+struct SaveMeta {
+    double resX = 0, resY = 0;
+    int32_t resUnit = KRN_RES_NONE;
+    const uint8_t *icc = nullptr;
+    uint32_t iccBytes = 0;
+    uint8_t *exif = nullptr;
+    uint32_t exifBytes = 0;
+    SaveMeta() = default;
+    SaveMeta(const SaveMeta &) = delete;
+    SaveMeta &operator=(const SaveMeta &) = delete;
+    ~SaveMeta() { KrnMemFree(exif); }
+    int32_t read(const BitmapDesc *b);
+    // Resolution converted to a unit (KRN_RES_INCH / KRN_RES_CM).
+    double in(int32_t unit, double v) const;
+};
 
 // Kernel-allocated buffer.
 class Scratch {
@@ -90,6 +153,8 @@ struct SavePlan {
     const BitmapDesc *src = nullptr;
     int64_t width = 0, height = 0;
     bool scaledToTop = false; // grey 16: values shifted up to the top bits (PNG)
+    bool rawGrey = false;     // 1..8 bits: stored samples are already the grey levels
+    uint32_t notes = 0;       // RZ_SAVE_NOTE_ bits
 };
 
 // What a format can take; PlanFor picks the nearest plan or refuses.
@@ -101,7 +166,14 @@ struct FormatCaps {
     bool alpha = false;        // keeps a fourth channel
     bool signedGrey = false;   // signed 16-bit grey
     bool rgbOnly = false;      // grey and indices become colour
+    bool greyOnly = false;     // colour becomes grey (PGM, PBM)
 };
+
+// Caps of a format; pnmKind picks PBM / PGM / PPM or, RZ_FMT_UNKNOWN, the
+// PNM kind that fits the bitmap.
+FormatCaps CapsFor(int32_t format);
+// Whether a 32/64-bit bitmap's fourth channel is anywhere below opaque.
+bool UsesAlpha(const BitmapDesc *b);
 
 int32_t PlanFor(const BitmapDesc *b, const FormatCaps &caps, SavePlan &plan);
 // Bytes of one output row.
@@ -122,6 +194,9 @@ int32_t SavePng(FILE *f, const BitmapDesc *b);
 int32_t SaveJpeg(FILE *f, const BitmapDesc *b, int quality);
 int32_t SaveTiff(int fd, const char *name, const BitmapDesc *b, int compression);
 int32_t SavePnm(FILE *f, const BitmapDesc *b, int32_t format);
+// The plan SavePnm uses for a format (PBM / PGM / PPM, or RZ_FMT_UNKNOWN for
+// the kind that fits), and the kind chosen.
+int32_t PlanPnm(const BitmapDesc *b, int32_t &format, SavePlan &p);
 
 // ---- DICOM (fil_dicom.cpp) ----
 // "DICM" after the 128-byte preamble.

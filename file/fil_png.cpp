@@ -12,6 +12,7 @@
 
 #include <png.h>
 
+#include <cmath>
 #include <csetjmp>
 
 namespace rzfil {
@@ -48,7 +49,40 @@ struct PngRead {
     PngState st;
     LoadTarget *target;
     Shape *shape;
+    Progress progress;
 };
+
+// Resolution, orientation and block sizes into the shape.
+void ReadExtras(png_structp png, png_infop info, Shape &sh) {
+    png_uint_32 rx = 0, ry = 0;
+    int unit = 0;
+    if (png_get_pHYs(png, info, &rx, &ry, &unit) && rx && ry && (unit == PNG_RESOLUTION_METER || rx != ry)) {
+        if (unit == PNG_RESOLUTION_METER) {
+            // Per metre as stored; a whole number of dots per inch reads as such.
+            const double ix = rx * 0.0254, iy = ry * 0.0254;
+            const bool inch = std::fabs(ix - std::round(ix)) < 0.02 && std::fabs(iy - std::round(iy)) < 0.02;
+            sh.resX = inch ? std::round(ix) : rx / 100.0;
+            sh.resY = inch ? std::round(iy) : ry / 100.0;
+            sh.resUnit = inch ? KRN_RES_INCH : KRN_RES_CM;
+        } else {
+            sh.resX = rx;
+            sh.resY = ry;
+            sh.resUnit = KRN_RES_NONE;
+        }
+    }
+    png_charp name = nullptr;
+    int compression = 0;
+    png_bytep profile = nullptr;
+    png_uint_32 profileBytes = 0;
+    if (png_get_iCCP(png, info, &name, &compression, &profile, &profileBytes))
+        sh.iccBytes = profileBytes;
+    png_bytep exif = nullptr;
+    png_uint_32 exifBytes = 0;
+    if (png_get_eXIf_1(png, info, &exifBytes, &exif) && exifBytes) {
+        sh.exifBytes = exifBytes;
+        sh.orientation = ExifOrientation(exif, exifBytes);
+    }
+}
 
 // No locals with destructors: a longjmp lands here.
 int32_t ReadSteps(PngRead *r) {
@@ -83,15 +117,24 @@ int32_t ReadSteps(PngRead *r) {
     case PNG_COLOR_TYPE_RGB_ALPHA: sh.bits = depth == 16 ? 64 : 32; break;
     default: return RZ_FILE_CORRUPT;
     }
+    // Transparency becomes a fourth channel, so the picture loads as colour.
+    const bool trns = png_get_valid(s->png, s->info, PNG_INFO_tRNS) != 0;
+    if (trns) {
+        sh.bits = depth == 16 ? 64 : 32;
+        sh.order = KRN_ORDER_BGR;
+        sh.sigBits = 0;
+    }
+    sh.alpha = trns || (type & PNG_COLOR_MASK_ALPHA) != 0;
     if (sh.sigBits == 0)
         sh.sigBits = sh.bits;
+    ReadExtras(s->png, s->info, sh);
     if (!r->target)
         return ST_SUCCESS;
 
     const int32_t checked = MakeTarget(*r->target, sh);
     if (checked != KRN_OK)
         return checked;
-    if (type == PNG_COLOR_TYPE_PALETTE) {
+    if (type == PNG_COLOR_TYPE_PALETTE && !trns) {
         png_colorp pal = nullptr;
         int count = 0;
         if (!png_get_PLTE(s->png, s->info, &pal, &count))
@@ -106,18 +149,26 @@ int32_t ReadSteps(PngRead *r) {
         if (ps != KRN_OK)
             return ps;
     }
-    if (type == PNG_COLOR_TYPE_GRAY_ALPHA)
+    if (trns)
+        png_set_expand(s->png); // palette to RGB, low grey depths to 8 bits, tRNS to alpha
+    if (type == PNG_COLOR_TYPE_GRAY_ALPHA || (trns && !(type & PNG_COLOR_MASK_COLOR)))
         png_set_gray_to_rgb(s->png);
-    if (type & PNG_COLOR_MASK_COLOR || type == PNG_COLOR_TYPE_GRAY_ALPHA)
+    if (type & PNG_COLOR_MASK_COLOR || type == PNG_COLOR_TYPE_GRAY_ALPHA || trns)
         png_set_bgr(s->png);
     if (depth == 16)
         png_set_swap(s->png);
     const int passes = png_set_interlace_handling(s->png);
     png_read_update_info(s->png, s->info);
     for (int pass = 0; pass < passes; ++pass)
-        for (png_uint_32 y = 0; y < h; ++y)
+        for (png_uint_32 y = 0; y < h; ++y) {
             png_read_row(s->png, r->target->row(y), nullptr);
-    png_read_end(s->png, nullptr);
+            const int32_t ps = r->progress.step(int64_t(pass) * h + y + 1, int64_t(passes) * h);
+            if (ps != ST_SUCCESS)
+                return ps;
+        }
+    png_read_end(s->png, s->info);
+    if (sh.exifBytes == 0) // an eXIf chunk may follow the pixels
+        ReadExtras(s->png, s->info, sh);
 
     if (sh.bits == 16 && sh.sigBits < 16) {
         const unsigned down = 16 - unsigned(sh.sigBits);
@@ -127,14 +178,22 @@ int32_t ReadSteps(PngRead *r) {
                 v[x] = uint16_t(v[x] >> down);
         }
     }
-    return ST_SUCCESS;
+    png_charp name = nullptr;
+    int compression = 0;
+    png_bytep profile = nullptr, exif = nullptr;
+    png_uint_32 profileBytes = 0, exifBytes = 0;
+    png_get_iCCP(s->png, s->info, &name, &compression, &profile, &profileBytes);
+    png_get_eXIf_1(s->png, s->info, &exifBytes, &exif);
+    return ApplyMetadata(*r->target, sh, profile, profile ? profileBytes : 0, exif, exif ? exifBytes : 0);
 }
 
 struct PngWrite {
     PngState st;
     const SavePlan *plan;
+    const SaveMeta *meta;
     uint8_t *row;
     uint8_t *scratch;
+    Progress progress;
 };
 
 int32_t WriteSteps(PngWrite *wr) {
@@ -161,14 +220,32 @@ int32_t WriteSteps(PngWrite *wr) {
         sig.gray = png_byte(p.sigBits);
         png_set_sBIT(s->png, s->info, &sig);
     }
+    const SaveMeta &m = *wr->meta;
+    if (m.resX > 0) {
+        const bool aspect = m.resUnit == KRN_RES_NONE;
+        const double scale = aspect ? 1 : 100;
+        png_set_pHYs(s->png, s->info, png_uint_32(std::lround(m.in(KRN_RES_CM, m.resX) * scale)),
+                     png_uint_32(std::lround(m.in(KRN_RES_CM, m.resY) * scale)),
+                     aspect ? PNG_RESOLUTION_UNKNOWN : PNG_RESOLUTION_METER);
+    }
+    // A profile libpng finds unfit for the picture (a colour profile on grey,
+    // say) is left out rather than failing the save.
+    png_set_benign_errors(s->png, 1);
+    if (m.iccBytes)
+        png_set_iCCP(s->png, s->info, "ICC profile", PNG_COMPRESSION_TYPE_BASE, m.icc, m.iccBytes);
+    png_set_benign_errors(s->png, 0);
+    if (m.exifBytes)
+        png_set_eXIf_1(s->png, s->info, m.exifBytes, m.exif);
     png_write_info(s->png, s->info);
     if (p.bits == 16)
         png_set_swap(s->png); // plan rows are host order: little-endian
     for (int64_t y = 0; y < p.height; ++y) {
-        const int32_t rs = PlanRow(p, y, wr->scratch, wr->row);
+        int32_t rs = PlanRow(p, y, wr->scratch, wr->row);
         if (rs != ST_SUCCESS)
             return rs;
         png_write_row(s->png, wr->row);
+        if ((rs = wr->progress.step(y + 1, p.height)) != ST_SUCCESS)
+            return rs;
     }
     png_write_end(s->png, s->info);
     return ST_SUCCESS;
@@ -191,11 +268,12 @@ int32_t LoadPng(FILE *f, LoadTarget *t, Shape &shape) {
 }
 
 int32_t SavePng(FILE *f, const BitmapDesc *b) {
-    FormatCaps caps;
-    caps.palette = caps.greyLow = caps.grey16 = caps.rgb16 = caps.alpha = true;
     SavePlan plan;
-    int32_t st = PlanFor(b, caps, plan);
+    int32_t st = PlanFor(b, CapsFor(RZ_FMT_PNG), plan);
     if (st != ST_SUCCESS)
+        return st;
+    SaveMeta meta;
+    if ((st = meta.read(b)) != ST_SUCCESS)
         return st;
     plan.scaledToTop = true;
     Scratch row(PlanRowBytes(plan)), scratch(PlanScratchBytes(plan));
@@ -205,6 +283,7 @@ int32_t SavePng(FILE *f, const BitmapDesc *b) {
     wr.st.file = f;
     wr.st.writing = true;
     wr.plan = &plan;
+    wr.meta = &meta;
     wr.row = row.get();
     wr.scratch = scratch.get();
     wr.st.png = png_create_write_struct_2(PNG_LIBPNG_VER_STRING, &wr.st, PngError, PngWarning, &wr.st, PngAlloc,

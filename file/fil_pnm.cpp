@@ -187,31 +187,34 @@ int32_t LoadPnm(FILE *f, LoadTarget *t, Shape &sh) {
     if (!samples || !bytes)
         return ST_FAILURE;
     uint16_t *v = reinterpret_cast<uint16_t *>(samples.get());
+    Progress progress;
     for (int64_t y = 0; y < sh.height; ++y) {
         if ((st = ReadSamples(in, h, v, count, bytes.get())) != ST_SUCCESS)
             return st;
         StoreRow(h, sh, v, t->row(y), n);
+        if ((st = progress.step(y + 1, sh.height)) != ST_SUCCESS)
+            return st;
     }
     return ST_SUCCESS;
 }
 
-int32_t SavePnm(FILE *f, const BitmapDesc *b, int32_t format) {
-    FormatCaps caps;
-    caps.greyLow = caps.grey16 = caps.rgb16 = true;
-    SavePlan p;
-    int32_t st = PlanFor(b, caps, p);
+int32_t PlanPnm(const BitmapDesc *b, int32_t &format, SavePlan &p) {
+    int32_t st = PlanFor(b, CapsFor(format), p);
     if (st != ST_SUCCESS)
         return st;
     if (format == RZ_FMT_UNKNOWN)
         format = p.kind == Kind::Rgb ? RZ_FMT_PPM : p.bits == 1 ? RZ_FMT_PBM : RZ_FMT_PGM;
-    if (format == RZ_FMT_PPM && p.kind != Kind::Rgb) {
-        caps.rgbOnly = true;
-        if ((st = PlanFor(b, caps, p)) != ST_SUCCESS)
-            return st;
-    }
-    if ((format == RZ_FMT_PBM && (p.kind != Kind::Grey || p.bits != 1)) ||
-        (format == RZ_FMT_PGM && p.kind != Kind::Grey))
+    // PBM holds black and white only: a grey plan of one bit.
+    if (format == RZ_FMT_PBM && (p.kind != Kind::Grey || p.bits != 1))
         return RZ_FILE_UNSUPPORTED;
+    return ST_SUCCESS;
+}
+
+int32_t SavePnm(FILE *f, const BitmapDesc *b, int32_t format) {
+    SavePlan p;
+    int32_t st = PlanPnm(b, format, p);
+    if (st != ST_SUCCESS)
+        return st;
     const size_t n = size_t(p.width);
     const int kind = format == RZ_FMT_PBM ? 4 : format == RZ_FMT_PGM ? 5 : 6;
     const uint32_t maxval = p.bits == 16 ? (1u << p.sigBits) - 1 : (1u << p.bits) - 1;
@@ -223,6 +226,7 @@ int32_t SavePnm(FILE *f, const BitmapDesc *b, int32_t format) {
     Scratch row(planBytes > outBytes ? planBytes : outBytes), out(outBytes), scratch(PlanScratchBytes(p));
     if (!row || !out || !scratch)
         return ST_FAILURE;
+    Progress progress;
     for (int64_t y = 0; y < p.height; ++y) {
         if ((st = PlanRow(p, y, scratch.get(), row.get())) != ST_SUCCESS)
             return st;
@@ -246,6 +250,8 @@ int32_t SavePnm(FILE *f, const BitmapDesc *b, int32_t format) {
         }
         if (!Put(f, o, outBytes))
             return RZ_FILE_WRITE;
+        if ((st = progress.step(y + 1, p.height)) != ST_SUCCESS)
+            return st;
     }
     return ST_SUCCESS;
 }

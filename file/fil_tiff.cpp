@@ -84,7 +84,7 @@ struct Layout {
 };
 
 // Fills the shape and the way rows convert. Kinds that only the RGBA reader
-// handles give RZ_FILE_UNSUPPORTED with viaRgba set.
+// handles give RZ_FILE_SAMPLE_LAYOUT with viaRgba set.
 int32_t Describe(TIFF *tif, Shape &sh, Layout &lay, bool &viaRgba) {
     uint32_t w = 0, h = 0;
     if (!TIFFGetField(tif, TIFFTAG_IMAGEWIDTH, &w) || !TIFFGetField(tif, TIFFTAG_IMAGELENGTH, &h))
@@ -101,12 +101,14 @@ int32_t Describe(TIFF *tif, Shape &sh, Layout &lay, bool &viaRgba) {
     uint16_t compression = COMPRESSION_NONE;
     TIFFGetFieldDefaulted(tif, TIFFTAG_COMPRESSION, &compression);
     if (!TIFFIsCODECConfigured(compression))
-        return RZ_FILE_UNSUPPORTED;
+        return RZ_FILE_COMPRESSION;
     const uint16_t bps = lay.bps, spp = lay.spp, ph = lay.photometric;
     const bool packedBps = bps == 1 || bps == 2 || bps == 4 || bps == 8;
+    if (fmt == SAMPLEFORMAT_IEEEFP || fmt == SAMPLEFORMAT_COMPLEXIEEEFP)
+        return RZ_FILE_FLOAT_SAMPLES;
     if (fmt != SAMPLEFORMAT_UINT && !(fmt == SAMPLEFORMAT_INT && bps == 16 && spp == 1 &&
                                       (ph == PHOTOMETRIC_MINISBLACK || ph == PHOTOMETRIC_MINISWHITE)))
-        return RZ_FILE_UNSUPPORTED;
+        return RZ_FILE_SAMPLE_LAYOUT;
     if ((ph == PHOTOMETRIC_MINISBLACK || ph == PHOTOMETRIC_MINISWHITE) && spp == 1 && (packedBps || bps == 16)) {
         lay.invert = ph == PHOTOMETRIC_MINISWHITE;
         if (bps == 16) {
@@ -136,7 +138,28 @@ int32_t Describe(TIFF *tif, Shape &sh, Layout &lay, bool &viaRgba) {
     }
     char message[1024];
     viaRgba = TIFFRGBAImageOK(tif, message) != 0;
-    return RZ_FILE_UNSUPPORTED;
+    return RZ_FILE_SAMPLE_LAYOUT;
+}
+
+// Resolution, orientation and profile size into the shape.
+void DescribeExtras(TIFF *tif, Shape &sh) {
+    float x = 0, y = 0;
+    uint16_t unit = RESUNIT_INCH;
+    if (TIFFGetField(tif, TIFFTAG_XRESOLUTION, &x) && TIFFGetField(tif, TIFFTAG_YRESOLUTION, &y) && x > 0 &&
+        y > 0) {
+        TIFFGetFieldDefaulted(tif, TIFFTAG_RESOLUTIONUNIT, &unit);
+        sh.resX = x;
+        sh.resY = y;
+        sh.resUnit = unit == RESUNIT_CENTIMETER ? KRN_RES_CM : unit == RESUNIT_NONE ? KRN_RES_NONE : KRN_RES_INCH;
+    }
+    uint16_t orientation = ORIENTATION_TOPLEFT;
+    if (TIFFGetField(tif, TIFFTAG_ORIENTATION, &orientation) && orientation >= 1 && orientation <= 8)
+        sh.orientation = orientation;
+    uint32_t n = 0;
+    void *icc = nullptr;
+    if (TIFFGetField(tif, TIFFTAG_ICCPROFILE, &n, &icc) && icc)
+        sh.iccBytes = n;
+    sh.alpha = sh.bits == 32 || sh.bits == 64;
 }
 
 // One contiguous scanline (samples in file order, host-order words) into a
@@ -204,6 +227,7 @@ int32_t ReadPalette(TIFF *tif, LoadTarget &t, int bps) {
 }
 
 int32_t ReadBlocks(TIFF *tif, const Layout &lay, const Shape &sh, LoadTarget &t) {
+    Progress progress;
     const bool tiled = TIFFIsTiled(tif) != 0;
     uint32_t bw = uint32_t(sh.width), bh = 0;
     if (tiled) {
@@ -215,7 +239,7 @@ int32_t ReadBlocks(TIFF *tif, const Layout &lay, const Shape &sh, LoadTarget &t)
     if (bw == 0 || bh == 0)
         return RZ_FILE_CORRUPT;
     if (tiled && (size_t(bw) * lay.bps * (lay.planar == PLANARCONFIG_SEPARATE ? 1 : lay.spp)) % 8 != 0)
-        return RZ_FILE_UNSUPPORTED;
+        return RZ_FILE_SAMPLE_LAYOUT;
     if (bh > sh.height)
         bh = uint32_t(sh.height);
     if (int64_t(bw) * bh > PixelLimit() || bw > uint32_t(INT32_MAX) / 8)
@@ -258,8 +282,11 @@ int32_t ReadBlocks(TIFF *tif, const Layout &lay, const Shape &sh, LoadTarget &t)
                 }
             }
         }
-        for (uint32_t r = 0; r < rows; ++r)
+        for (uint32_t r = 0; r < rows; ++r) {
             ScanlineInto(lay, band.get() + r * lineBytes, t.row(by + r), n, rowBytes);
+            if (const int32_t ps = progress.step(by + r + 1, sh.height); ps != ST_SUCCESS)
+                return ps;
+        }
     }
     return ST_SUCCESS;
 }
@@ -268,9 +295,10 @@ int32_t ReadBlocks(TIFF *tif, const Layout &lay, const Shape &sh, LoadTarget &t)
 int32_t ReadRgba(TIFF *tif, Shape &sh, LoadTarget &t) {
     char message[1024];
     if (!TIFFRGBAImageOK(tif, message))
-        return RZ_FILE_UNSUPPORTED;
+        return RZ_FILE_SAMPLE_LAYOUT;
     sh.bits = 24;
     sh.order = KRN_ORDER_BGR;
+    Progress progress;
     const int32_t made = MakeTarget(t, sh);
     if (made != KRN_OK)
         return made;
@@ -287,8 +315,8 @@ int32_t ReadRgba(TIFF *tif, Shape &sh, LoadTarget &t) {
         return ST_FAILURE;
     TIFFRGBAImage img;
     if (!TIFFRGBAImageBegin(&img, tif, 0, message))
-        return RZ_FILE_UNSUPPORTED;
-    img.req_orientation = ORIENTATION_TOPLEFT;
+        return RZ_FILE_SAMPLE_LAYOUT;
+    img.req_orientation = img.orientation; // rows as stored; the view turns them
     int32_t st = ST_SUCCESS;
     for (uint32_t y = 0; y < sh.height && st == ST_SUCCESS; y += rps) {
         const uint32_t rows = uint32_t(sh.height - y) < rps ? uint32_t(sh.height - y) : rps;
@@ -307,6 +335,8 @@ int32_t ReadRgba(TIFF *tif, Shape &sh, LoadTarget &t) {
                 d[3 * x + 2] = uint8_t(TIFFGetR(s[x]));
             }
         }
+        if (st == ST_SUCCESS)
+            st = progress.step(y + rows, sh.height);
     }
     TIFFRGBAImageEnd(&img);
     return st;
@@ -333,32 +363,42 @@ int32_t LoadTiff(int fd, const char *name, int32_t page, LoadTarget *t, Shape &s
     if (viaRgba) {
         sh.bits = 24;
         sh.order = KRN_ORDER_BGR;
-        if (!t)
-            return ST_SUCCESS;
-        const int32_t checked = CheckShape(sh);
-        return checked != ST_SUCCESS ? checked : ReadRgba(tif, sh, *t);
+        st = ST_SUCCESS;
     }
     if (st != ST_SUCCESS)
         return st;
+    DescribeExtras(tif, sh);
     if (sh.sigBits == 0)
         sh.sigBits = sh.bits;
     if (!t)
         return ST_SUCCESS;
-    if ((st = MakeTarget(*t, sh)) != KRN_OK)
-        return st;
-    if (lay.photometric == PHOTOMETRIC_PALETTE && (st = ReadPalette(tif, *t, lay.bps)) != KRN_OK)
-        return st;
-    st = ReadBlocks(tif, lay, sh, *t);
+    if (viaRgba) {
+        st = CheckShape(sh);
+        if (st == ST_SUCCESS)
+            st = ReadRgba(tif, sh, *t);
+    } else {
+        if ((st = MakeTarget(*t, sh)) != KRN_OK)
+            return st;
+        if (lay.photometric == PHOTOMETRIC_PALETTE && (st = ReadPalette(tif, *t, lay.bps)) != KRN_OK)
+            return st;
+        st = ReadBlocks(tif, lay, sh, *t);
+    }
     if (st == ST_SUCCESS && errors.any)
         st = RZ_FILE_CORRUPT;
-    return st;
+    if (st != ST_SUCCESS)
+        return st;
+    uint32_t iccBytes = 0;
+    void *icc = nullptr;
+    TIFFGetField(tif, TIFFTAG_ICCPROFILE, &iccBytes, &icc);
+    return ApplyMetadata(*t, sh, icc, icc ? iccBytes : 0, nullptr, 0);
 }
 
 int32_t SaveTiff(int fd, const char *name, const BitmapDesc *b, int compression) {
-    FormatCaps caps;
-    caps.palette = caps.greyLow = caps.grey16 = caps.rgb16 = caps.alpha = caps.signedGrey = true;
     SavePlan p;
-    int32_t st = PlanFor(b, caps, p);
+    SaveMeta meta;
+    int32_t st = PlanFor(b, CapsFor(RZ_FMT_TIFF), p);
+    if (st == ST_SUCCESS)
+        st = meta.read(b);
     if (st != ST_SUCCESS) {
         close(fd);
         return st;
@@ -412,12 +452,24 @@ int32_t SaveTiff(int fd, const char *name, const BitmapDesc *b, int compression)
         }
         TIFFSetField(tif, TIFFTAG_COLORMAP, map[0], map[1], map[2]);
     }
+    if (meta.resX > 0) {
+        TIFFSetField(tif, TIFFTAG_XRESOLUTION, float(meta.resX));
+        TIFFSetField(tif, TIFFTAG_YRESOLUTION, float(meta.resY));
+        TIFFSetField(tif, TIFFTAG_RESOLUTIONUNIT, meta.resUnit == KRN_RES_CM     ? RESUNIT_CENTIMETER
+                                                  : meta.resUnit == KRN_RES_INCH ? RESUNIT_INCH
+                                                                                 : RESUNIT_NONE);
+    }
+    if (meta.iccBytes)
+        TIFFSetField(tif, TIFFTAG_ICCPROFILE, meta.iccBytes, meta.icc);
     TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, TIFFDefaultStripSize(tif, 0));
+    Progress progress;
     for (int64_t y = 0; y < p.height; ++y) {
         if ((st = PlanRow(p, y, scratch.get(), row.get())) != ST_SUCCESS)
             return st;
         if (TIFFWriteScanline(tif, row.get(), uint32_t(y), 0) < 0)
             return RZ_FILE_WRITE;
+        if ((st = progress.step(y + 1, p.height)) != ST_SUCCESS)
+            return st;
     }
     if (!h.finish() || errors.any)
         return RZ_FILE_WRITE;

@@ -37,8 +37,12 @@ extern "C" {
 #define RZ_FILE_CORRUPT (-402)      /* truncated or damaged data */
 #define RZ_FILE_WRITE (-403)        /* cannot write the output */
 #define RZ_FILE_TOO_LARGE (-404)    /* over the pixel limit, or dimensions the kernel cannot hold */
-#define RZ_FILE_UNSUPPORTED (-405)  /* the format cannot hold this bitmap's depth */
+#define RZ_FILE_UNSUPPORTED (-405)  /* saving: the output format cannot hold this bitmap's depth or kind */
 #define RZ_FILE_BAD_PAGE (-406)     /* no such page */
+/* Loading: files of a kind this library does not decode. */
+#define RZ_FILE_FLOAT_SAMPLES (-410) /* floating-point samples */
+#define RZ_FILE_SAMPLE_LAYOUT (-411) /* bits per sample, channels or colour kind */
+#define RZ_FILE_COMPRESSION (-412)   /* a compression method the codecs lack */
 
 #define RZ_FMT_UNKNOWN 0
 #define RZ_FMT_PNG 1
@@ -64,6 +68,13 @@ typedef struct RzFileInfo {
     int32_t nPages;
     int32_t nColorOrder;   /* as it would load */
     int32_t nSignificantBits; /* 16-bit grey: bits in use, else nBitsPerPixel */
+    /* Beside the pixels (see "Metadata" above Rz_LoadBitmap). */
+    double dXResolution, dYResolution; /* 0 when the file gives none */
+    int32_t nResolutionUnit;           /* KRN_RES_ */
+    int32_t nOrientation;              /* TIFF / EXIF orientation 1..8 (1 when none) */
+    uint32_t nIccBytes;                /* size of the colour profile, 0 when none */
+    uint32_t nExifBytes;               /* size of the EXIF block, 0 when none */
+    int32_t bAlpha;                    /* nonzero: loads with a fourth channel (alpha or transparency) */
 } RzFileInfo;
 
 typedef struct RzSaveOptions {
@@ -73,16 +84,55 @@ typedef struct RzSaveOptions {
     int32_t nCompression; /* TIFF: RZ_TIFF_ */
 } RzSaveOptions;
 
-/* nPage counts from 0 (only TIFF has more than one). On failure *pBitmap
+/* Transparency: PNG tRNS (palette, grey or RGB) loads as alpha, so such a
+ * file loads as 32-bit colour (64-bit for 16-bit samples); PNG and TIFF keep
+ * the fourth channel on save, JPEG and PNM drop it.
+ *
+ * Grey: a 1..8-bit bitmap whose palette entries are all grey (in any order,
+ * an edited ramp included) saves as grey through its palette: grey PNG,
+ * TIFF and JPEG, PGM, and PBM when every entry is black or white. Packed
+ * depths stay packed when every entry is a level of the depth's ramp.
+ * Formats that hold only grey (PGM, PBM) take colour converted with the
+ * kernel's weight (R*77 + G*150 + B*29 + 128) >> 8.
+ *
+ * Metadata: resolution (PNG pHYs, TIFF X/YResolution, JPEG JFIF density),
+ * the ICC profile (PNG iCCP, TIFF tag 34675, JPEG APP2) and the EXIF block
+ * (PNG eXIf, JPEG APP1) load into the bitmap's kernel metadata
+ * (KrnGetBitmapResolution, KrnGetBitmapMetadata) and are written back where
+ * the output format holds them (no EXIF in TIFF, nothing in PNM). PNG's
+ * pixels per metre load as dots per inch when they are a whole number of
+ * dots per inch to within 0.02, else per centimetre. The TIFF or EXIF
+ * orientation sets the view perspective, so the bitmap shows the picture
+ * upright with no pixel moved (orientation 6 is view 8 and 8 is view 6, the
+ * others keep their numbers); since saving writes what the view shows, a
+ * saved EXIF block gets orientation 1.
+ *
+ * Progress and cancelling: loads and saves report progress through the
+ * kernel's status callback of the calling thread; any value other than 1
+ * stops them and is returned as the status (a stopped save leaves no file).
+ *
+ * nPage counts from 0 (only TIFF has more than one). On failure *pBitmap
  * is left as it was; no pixel memory is allocated for a picture over the
  * pixel limit. */
 RZFIL_API int32_t RZAPI Rz_LoadBitmap(const char *pszPath, BitmapDesc *pBitmap, uint32_t uStructSize, int32_t nPage);
 /* Writes to a temporary file beside the target and renames it, so a failure
- * leaves no partial output. pOptions may be null. */
+ * leaves no partial output and an existing file keeps its permissions. When
+ * the target is a symbolic link the file it points to is replaced and the
+ * link stays (as most tools do). pOptions may be null. */
 RZFIL_API int32_t RZAPI Rz_SaveBitmap(const char *pszPath, const BitmapDesc *pBitmap, const RzSaveOptions *pOptions);
 /* Describes the first page (and counts the pages) without decoding pixels;
  * succeeds also for pictures over the pixel limit. */
 RZFIL_API int32_t RZAPI Rz_GetFileInfo(const char *pszPath, RzFileInfo *pInfo);
+/* The same for page nPage (from 0); RZ_FILE_BAD_PAGE past the last, with
+ * nPages filled. */
+RZFIL_API int32_t RZAPI Rz_GetFilePageInfo(const char *pszPath, int32_t nPage, RzFileInfo *pInfo);
+
+/* What a save would change, without writing: RZ_SAVE_NOTE_ bits in *pNotes. */
+#define RZ_SAVE_NOTE_ALPHA 0x1u    /* a fourth channel in use is dropped */
+#define RZ_SAVE_NOTE_GREY 0x2u     /* colour is converted to grey */
+#define RZ_SAVE_NOTE_METADATA 0x4u /* the colour profile or EXIF block is dropped */
+RZFIL_API int32_t RZAPI Rz_GetSaveNotes(const char *pszPath, const BitmapDesc *pBitmap,
+                                        const RzSaveOptions *pOptions, uint32_t *pNotes);
 /* Largest pixel count a load accepts (default 2^28); returns the old value.
  * nPixels <= 0 only returns the current value. */
 RZFIL_API int64_t RZAPI Rz_SetFilePixelLimit(int64_t nPixels);

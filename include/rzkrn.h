@@ -121,7 +121,11 @@ typedef struct BitmapDesc {
         uint8_t *pData;     /* 80: pixel memory (kernel); 8-aligned like the other pointers */
         uint64_t _pDataSlot;
     };
-    uint8_t aReserved88[16]; /* 88..103 */
+    union {
+        void *pMetadata;    /* 88: resolution, colour profile, EXIF (kernel; see KrnSetBitmapResolution) */
+        uint64_t _pMetadataSlot;
+    };
+    uint8_t aReserved96[8]; /* 96..103 */
     int32_t nLowBit;        /* 104 */
     int32_t nHighBit;       /* 108: -1 means nBitsPerPixel - 1 */
     RzRGBQuad *pLUT;        /* 112: display table */
@@ -335,6 +339,35 @@ RZKRN_API void RZAPI KrnRestoreBitmapState(BitmapDesc *pBitmap, uint32_t uState)
 RZKRN_API void RZAPI KrnReleaseBitmapAccess(BitmapDesc *pBitmap);
 /* Marks the bitmap changed (increments nChangeCount). */
 RZKRN_API void RZAPI KrnBitmapChanged(BitmapDesc *pBitmap);
+
+
+/* ---- Metadata carried with a bitmap: resolution, colour profile, EXIF. ----
+ * Kept in one kernel block that the descriptor points to (pMetadata, in the
+ * bytes the documented fields leave free, so the record stays 164 bytes).
+ * KrnFreeBitmap releases it; KrnCopyBitmap, KrnConvertBitmap and
+ * KrnChangeViewPerspective with a destination copy it. Like the palette, a
+ * descriptor copied byte for byte shares the block: release only one of the
+ * two. Operations never read or change it. */
+#define KRN_RES_NONE 0 /* no unit: the two values give the pixel aspect ratio only */
+#define KRN_RES_INCH 1 /* dots per inch */
+#define KRN_RES_CM 2   /* dots per centimetre */
+/* x and y above 0 (and below 1e9) in the unit; x = y = 0 removes the
+ * resolution. -13 for other values or an unknown unit, -1 out of memory. */
+RZKRN_API int32_t RZAPI KrnSetBitmapResolution(BitmapDesc *pBitmap, double dX, double dY, int32_t nUnit);
+/* 1 with the values, or 0 (outputs 0, unit KRN_RES_NONE) when the bitmap has
+ * none; negative for a bad descriptor or null outputs. */
+RZKRN_API int32_t RZAPI KrnGetBitmapResolution(const BitmapDesc *pBitmap, double *pX, double *pY, int32_t *pUnit);
+/* Opaque blocks kept as they came from a file. ICC: the profile as stored
+ * in a file. EXIF: the TIFF-structured block after a JPEG's "Exif\0\0"
+ * header (byte order mark first). */
+#define KRN_META_ICC 1
+#define KRN_META_EXIF 2
+/* Copies nSize bytes (at most 64 MiB); nSize 0 removes the block. */
+RZKRN_API int32_t RZAPI KrnSetBitmapMetadata(BitmapDesc *pBitmap, int32_t nKind, const void *pData, uint32_t nSize);
+/* *ppData points into the bitmap's own block (valid until the block is
+ * changed or the bitmap freed); returns 1, or 0 with null and 0 when absent. */
+RZKRN_API int32_t RZAPI KrnGetBitmapMetadata(const BitmapDesc *pBitmap, int32_t nKind, const void **ppData,
+                                             uint32_t *pSize);
 
 #ifdef __cplusplus
 }

@@ -31,6 +31,7 @@ static_assert(offsetof(BitmapDesc, nChangeCount) == 64);
 static_assert(offsetof(BitmapDesc, nDataKind) == 68);
 static_assert(offsetof(BitmapDesc, pRegion) == 72);
 static_assert(offsetof(BitmapDesc, pData) == 80);
+static_assert(offsetof(BitmapDesc, pMetadata) == 88);
 static_assert(offsetof(BitmapDesc, nLowBit) == 104);
 static_assert(offsetof(BitmapDesc, nHighBit) == 108);
 static_assert(offsetof(BitmapDesc, pLUT) == 112);
@@ -199,6 +200,7 @@ RZKRN_API void RZAPI KrnFreeBitmap(BitmapDesc *pBitmap) {
     KrnMemFreeHandle(pBitmap->pLUT);
     pBitmap->pLUT = nullptr;
     pBitmap->nLUTLength = 0;
+    FreeMetadata(pBitmap);
     if (void *region = pBitmap->pRegion) {
         pBitmap->pRegion = nullptr;
         auto *header = static_cast<KrnRegionHeader *>(region);
@@ -227,7 +229,11 @@ int32_t CopyDescriptorWith(BitmapDesc *pDest, const BitmapDesc *pSrc, Block pixe
             return KRN_FAILURE;
         std::memcpy(lut.get(), pSrc->pLUT, size_t(pSrc->nLUTLength) * sizeof(RzRGBQuad));
     }
+    void *metadata = nullptr;
+    if (CloneMetadata(&metadata, pSrc) != KRN_OK)
+        return KRN_FAILURE;
     std::memmove(static_cast<void *>(pDest), pSrc, sizeof(BitmapDesc));
+    pDest->pMetadata = metadata;
     pDest->pData = pixels.release<uint8_t>();
     pDest->pPalette = palette.release<RzRGBQuad>();
     pDest->pLUT = lut.release<RzRGBQuad>();

@@ -298,6 +298,8 @@ int32_t Convert(BitmapDesc *pDest, BitmapDesc *pSrc, int tbits, int torder, bool
     if ((st = KrnAllocBitmap(&target.d)) != KRN_OK)
         return st;
     BitmapDesc &t = target.d;
+    if ((st = CloneMetadata(&t.pMetadata, pSrc)) != KRN_OK)
+        return st;
 
     Block rowBuf(KrnMemAlloc(std::max<size_t>(KrnCheckedSize(size_t(width), sizeof(Px), 1), sizeof(Px))));
     if (!rowBuf)

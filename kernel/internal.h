@@ -40,6 +40,11 @@ inline int64_t ViewHeight(const BitmapDesc *b, int view) {
 }
 inline uint64_t PackedBytes(int64_t width, int bits) { return (uint64_t(width) * unsigned(bits) + 7) / 8; }
 
+// The metadata block of a descriptor (metadata.cpp): released, or copied
+// into *out (null when the source has none; KRN_FAILURE out of memory).
+void FreeMetadata(BitmapDesc *b);
+int32_t CloneMetadata(void **out, const BitmapDesc *src);
+
 // Owns one kernel block until released.
 class Block {
   public:

@@ -3,6 +3,7 @@
 // beside an index.html of before/after pictures. It walks the registry, so
 // new exports appear without changes here. An operation that refuses a
 // sample's depth or layout is shown as not applicable rather than failed.
+#include "tools/kinds.h"
 #include "tools/operations.h"
 #include "tools/samples.h"
 #include "tools/tool.h"
@@ -97,10 +98,41 @@ std::string Html(std::string_view s) {
     return out;
 }
 
+// A duration in the unit that reads best: 850 µs, 12.5 ms, 2.3 s.
 std::string Ms(double ms) {
     char buf[32];
-    std::snprintf(buf, sizeof buf, ms < 10 ? "%.2f ms" : "%.0f ms", ms);
+    if (ms < 1)
+        std::snprintf(buf, sizeof buf, "%.0f \u00b5s", ms * 1000);
+    else if (ms < 1000)
+        std::snprintf(buf, sizeof buf, ms < 10 ? "%.2f ms" : ms < 100 ? "%.1f ms" : "%.0f ms", ms);
+    else
+        std::snprintf(buf, sizeof buf, "%.1f s", ms / 1000);
     return buf;
+}
+
+// The user's pictures in a folder as samples (sorted by name, files that do
+// not load are skipped with a message).
+int32_t LoadUserSamples(const std::string &folder, std::vector<Sample> &out) {
+    std::error_code ec;
+    std::vector<fs::path> files;
+    for (const auto &e : fs::directory_iterator(folder, ec))
+        if (e.is_regular_file()) files.push_back(e.path());
+    if (ec) return RZ_FILE_NOT_FOUND;
+    std::sort(files.begin(), files.end());
+    for (const fs::path &f : files) {
+        Sample s;
+        const int32_t st = Rz_LoadBitmap(f.string().c_str(), s.bitmap.get(), BITMAPDESC_SIZE, 0);
+        if (st != KRN_OK) {
+            std::cerr << "rzimg: skipping '" << f.string() << "': " << StatusText(st) << '\n';
+            continue;
+        }
+        s.key = "image" + std::to_string(out.size() + 1);
+        s.title = f.filename().string();
+        s.note = std::to_string(s.bitmap->nWidth) + " x " + std::to_string(s.bitmap->nHeight) + ", " +
+                 KindName(s.bitmap.get());
+        out.push_back(std::move(s));
+    }
+    return out.empty() ? RZ_FILE_NOT_FOUND : KRN_OK;
 }
 
 struct Cell {
@@ -181,9 +213,10 @@ td img{max-width:220px;max-height:170px;display:block;image-rendering:auto}
 .na{color:#888;font-style:italic}
 .fail{color:#b00020}
 .time{color:#555;font-size:85%}
-.cell .before{display:none}
-.cell:hover .before{display:block}
-.cell:hover .after{display:none}
+.pair{display:flex;gap:4px;align-items:flex-start}
+.pair figure{margin:0}
+.pair img{max-width:150px;max-height:120px}
+.pair figcaption{font-size:75%;color:#666}
 </style></head><body>
 <h1>rzimg demo</h1>
 )";
@@ -191,7 +224,7 @@ td img{max-width:220px;max-height:170px;display:block;image-rendering:auto}
         << " built-in samples with their default arguments: " << results << " results, " << refused
         << " not applicable";
     if (failed) out << ", <span class=\"fail\">" << failed << " failed</span>";
-    out << ". Hover over a result to see the picture before; click it for the file. "
+    out << ". Each result stands beside the picture before; click it for the file. "
            "16-bit results are shown through an 8-bit window of their significant bits; the link "
            "opens the 16-bit file.</p>\n<table>\n<thead><tr><th>operation</th>";
     for (const Sample &s : samples) out << "<th>" << Html(s.title) << "</th>";
@@ -219,10 +252,11 @@ td img{max-width:220px;max-height:170px;display:block;image-rendering:auto}
             const Cell &c = r.cells[i];
             switch (c.kind) {
             case Cell::Done:
-                out << "<td class=\"cell\"><a href=\"" << Html(c.saved.full) << "\"><img class=\"after\" src=\""
-                    << Html(c.saved.shown) << "\" alt=\"after\"><img class=\"before\" src=\""
-                    << Html(originals[i].shown) << "\" alt=\"before\"></a><span class=\"time\">" << Ms(c.ms)
-                    << "</span></td>";
+                out << "<td class=\"cell\"><div class=\"pair\"><figure><a href=\"" << Html(c.saved.full)
+                    << "\"><img src=\"" << Html(c.saved.shown) << "\" alt=\"after\"></a><figcaption>after</figcaption>"
+                    << "</figure><figure><img src=\"" << Html(originals[i].shown)
+                    << "\" alt=\"before\"><figcaption>before</figcaption></figure></div><span class=\"time\">"
+                    << Ms(c.ms) << "</span></td>";
                 break;
             case Cell::NotApplicable:
                 out << "<td class=\"na\">not applicable<br><small>" << Html(c.text) << "</small></td>";
@@ -277,7 +311,7 @@ void AddSecondWindow(std::vector<Row> &rows, const std::vector<Sample> &samples,
 
 } // namespace
 
-int RunDemo(const std::string &dirName, bool quiet) {
+int RunDemo(const std::string &dirName, bool quiet, const std::string &images) {
     const fs::path dir = dirName;
     std::error_code ec;
     fs::create_directories(dir, ec);
@@ -287,7 +321,12 @@ int RunDemo(const std::string &dirName, bool quiet) {
     }
 
     std::vector<Sample> samples;
-    if (int32_t st = MakeSamples(samples); st != KRN_OK) {
+    if (!images.empty()) {
+        if (LoadUserSamples(images, samples) != KRN_OK) {
+            std::cerr << "rzimg: --images: no picture in '" << images << "' could be loaded\n";
+            return kExitFailure;
+        }
+    } else if (int32_t st = MakeSamples(samples); st != KRN_OK) {
         std::cerr << "rzimg: cannot make the sample images: " << StatusText(st) << '\n';
         return kExitFailure;
     }

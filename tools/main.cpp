@@ -6,6 +6,7 @@
 // is read, and the output is written only after the whole chain succeeded.
 #include "tools/bitmap.h"
 #include "tools/deep_grey.h"
+#include "tools/kinds.h"
 #include "tools/operations.h"
 #include "tools/progress.h"
 #include "tools/tool.h"
@@ -14,6 +15,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <cstdio>
 #include <iostream>
 #include <string>
@@ -32,7 +34,8 @@ const char kUsage[] =
     "                                  count, share, min, max, median, mean and deviation\n"
     "                                  of a value range (12/16-bit grey in full-scale units)\n"
     "       rzimg demo [DIR]           sample images, every operation, DIR/index.html\n"
-    "                                  (DIR defaults to ./demo-out)\n"
+    "                                  (DIR defaults to ./demo-out); with\n"
+    "                                  --images FOLDER, the pictures in FOLDER\n"
     "\n"
     "Arguments are positional in the order 'rzimg help OPERATION' shows, optional\n"
     "from the right, or name=value. Files: PNG, JPEG, TIFF, PBM/PGM/PPM, DICOM (.dcm), chosen by\n"
@@ -42,11 +45,17 @@ const char kUsage[] =
     "  --region x,y,w,h    restrict the chain to a rectangle\n"
     "  --ellipse x,y,w,h   restrict the chain to the ellipse inside a rectangle\n"
     "                      (several shapes add up)\n"
-    "  --page N            page of a multi-page input, from 0\n"
+    "  --page N            page of a multi-page input, from 0 ('rzimg info' lists them)\n"
     "  --quality N         JPEG quality 1..100\n"
     "  --quiet             no progress bar or messages other than errors\n"
     "\n"
-    "exit status: 0 done, 1 failed, 2 usage error, 130 cancelled (Ctrl-C).\n";
+    "Transparency, resolution, the colour profile and EXIF data travel to the\n"
+    "output where its format holds them (a note says what is dropped); EXIF\n"
+    "orientation is applied, so the output is upright. Writing over a symbolic\n"
+    "link replaces the file it points to.\n"
+    "\n"
+    "exit status: 0 done, 1 failed, 2 usage error, 130 cancelled (Ctrl-C or\n"
+    "SIGTERM: nothing is written and an existing OUTPUT stays as it was).\n";
 
 int Usage(const std::string &message) {
     std::cerr << "rzimg: " << message << "\n(run 'rzimg --help' for usage)\n";
@@ -88,6 +97,7 @@ struct Options {
     bool quiet = false;
     int page = 0;
     int quality = 0;
+    std::string images; // demo: the user's pictures
     std::vector<Shape> shapes;
     std::vector<std::string> positional;
 };
@@ -158,6 +168,9 @@ bool ParseOptions(int argc, char **argv, int first, Options &opt, std::string &e
             if (!takeValue() || !ParseRect(name, value, s.rect, error)) return false;
             s.text = name + " " + value;
             opt.shapes.push_back(s);
+        } else if (name == "--images") {
+            if (!takeValue()) return false;
+            opt.images = value;
         } else if (name == "--page" || name == "--quality") {
             int64_t v;
             if (!takeValue()) return false;
@@ -225,43 +238,78 @@ int RunChain(const Options &opt) {
         i = j;
     }
 
+    // Loading, every operation and saving are steps of one progress run, so
+    // Ctrl-C or SIGTERM stops any of them.
+    const int steps = static_cast<int>(calls.size()) + 2;
+    Progress progress(!opt.quiet, steps);
+    auto cancelled = [&](const std::string &during) {
+        progress.clear();
+        std::cerr << "rzimg: cancelled " << during << "; '" << output << "' "
+                  << (access(output.c_str(), F_OK) == 0 ? "was left as it was" : "was not written") << '\n';
+        return kExitCancelled;
+    };
+    auto stopped = [](int32_t st) { return st == kCancelStatus || Progress::cancelled(); };
+
     Bitmap bitmap;
+    progress.begin(0, "loading " + input, "load");
     int32_t st = Rz_LoadBitmap(input.c_str(), bitmap.get(), BITMAPDESC_SIZE, opt.page);
-    if (st != KRN_OK) return Failure("cannot load '" + input + "': " + StatusText(st));
+    if (stopped(st)) return cancelled("while loading '" + input + "'");
+    if (st == RZ_FILE_BAD_PAGE) {
+        RzFileInfo info{};
+        info.uStructSize = sizeof info;
+        progress.clear();
+        if (Rz_GetFileInfo(input.c_str(), &info) == KRN_OK)
+            return Usage("--page " + std::to_string(opt.page) + ": '" + input + "' has " +
+                         std::to_string(info.nPages) + (info.nPages == 1 ? " page (--page 0)" : " pages (--page 0 to " +
+                         std::to_string(info.nPages - 1) + ")"));
+    }
+    if (st != KRN_OK) {
+        progress.clear();
+        return Failure("cannot load '" + input + "': " + StatusText(st));
+    }
 
     SetChainInput(input);
+    if (!opt.shapes.empty()) progress.clear();
     if (int code = ApplyShapes(opt, bitmap, input); code != kExitOk) return code;
 
-    {
-        Progress progress(!opt.quiet, static_cast<int>(calls.size()));
-        for (size_t c = 0; c < calls.size(); ++c) {
-            const std::string name = calls[c].op->cliName();
-            progress.begin(static_cast<int>(c), name);
-            std::string why;
-            st = calls[c].run(bitmap.get(), why);
-            if (!why.empty()) {
-                progress.clear();
-                return Usage(why);
-            }
-            if (st == kCancelStatus || Progress::cancelled()) {
-                progress.clear();
-                std::cerr << "rzimg: cancelled during " << name << "; '" << output << "' was not written\n";
-                return kExitCancelled;
-            }
-            if (st != ST_SUCCESS && st != ST_NOTHING_TO_DO) {
-                progress.clear();
-                return Failure(name + " (" + calls[c].args + ") failed on '" + input + "': " + StatusText(st));
-            }
+    for (size_t c = 0; c < calls.size(); ++c) {
+        const std::string name = calls[c].op->cliName();
+        progress.begin(static_cast<int>(c) + 1, name);
+        std::string why;
+        st = calls[c].run(bitmap.get(), why);
+        if (!why.empty()) {
+            progress.clear();
+            return Usage(why);
+        }
+        if (stopped(st)) return cancelled("during " + name);
+        if (st != ST_SUCCESS && st != ST_NOTHING_TO_DO) {
+            progress.clear();
+            const std::string refusal = ExplainRefusal(calls[c], st, bitmap.get(), input);
+            if (!refusal.empty()) return Failure(refusal);
+            return Failure(name + " (" + calls[c].args + ") failed on '" + input + "': " + StatusText(st));
         }
     }
-    if (Progress::cancelled()) return kExitCancelled;
+    if (Progress::cancelled()) return cancelled("before writing");
     if (DisBitmapHasRegion(bitmap.get())) DisFreeRegion(bitmap.get());
 
     RzSaveOptions save{sizeof(RzSaveOptions), RZ_FMT_UNKNOWN, opt.quality, RZ_TIFF_NONE};
+    uint32_t notes = 0;
+    progress.begin(steps - 1, "writing " + output, "save");
+    if (!opt.quiet && Rz_GetSaveNotes(output.c_str(), bitmap.get(), &save, &notes) == KRN_OK && notes) {
+        progress.clear();
+        if (notes & RZ_SAVE_NOTE_GREY)
+            std::cerr << "rzimg: note: '" << output << "' holds grey only; colours are converted to grey as "
+                      << "(77 red + 150 green + 29 blue) / 256\n";
+        if (notes & RZ_SAVE_NOTE_ALPHA)
+            std::cerr << "rzimg: note: '" << output << "' cannot hold transparency; it is dropped\n";
+        if (notes & RZ_SAVE_NOTE_METADATA)
+            std::cerr << "rzimg: note: '" << output << "' cannot hold the colour profile or EXIF data; they are dropped\n";
+    }
     st = Rz_SaveBitmap(output.c_str(), bitmap.get(), &save);
+    if (stopped(st) && st != KRN_OK) return cancelled("while writing");
+    progress.clear();
     if (st != KRN_OK)
-        return Failure("cannot write '" + output + "' (" + std::to_string(bitmap->nBitsPerPixel) +
-                       "-bit image): " + StatusText(st));
+        return Failure("cannot write '" + output + "' (" + KindName(bitmap.get()) + " image): " + StatusText(st));
     if (!opt.quiet && isatty(STDERR_FILENO)) std::cerr << "rzimg: wrote " << output << '\n';
     return kExitOk;
 }
@@ -310,6 +358,39 @@ const char *FormatName(int32_t f) {
     }
 }
 
+// One page: kind, size and what travels with the pixels.
+void DescribePage(std::ostream &out, const RzFileInfo &info) {
+    out << info.nWidth << " x " << info.nHeight << ", " << info.nBitsPerPixel
+        << (info.nBitsPerPixel == 1 ? " bit" : " bits") << " per pixel";
+    if (info.nColorOrder == KRN_ORDER_GRAY)
+        out << ", grey";
+    else if (info.nBitsPerPixel <= 8)
+        out << ", indexed";
+    else
+        out << ", colour" << (info.nColorOrder == KRN_ORDER_RGB ? " (red first)" : " (blue first)");
+    if (info.bAlpha) out << " with alpha";
+    if (info.nSignificantBits > 0 && info.nSignificantBits != info.nBitsPerPixel)
+        out << ", " << info.nSignificantBits << " significant bits";
+    if (info.dXResolution > 0) {
+        auto number = [](double v) {
+            char text[32];
+            std::snprintf(text, sizeof text, "%.6g", std::round(v * 100) / 100);
+            return std::string(text);
+        };
+        const char *unit = info.nResolutionUnit == KRN_RES_INCH ? " dpi" : info.nResolutionUnit == KRN_RES_CM ? " dots/cm" : "";
+        out << ", " << (info.nResolutionUnit == KRN_RES_NONE ? "pixel aspect " : "");
+        if (info.dXResolution == info.dYResolution && info.nResolutionUnit != KRN_RES_NONE)
+            out << number(info.dXResolution) << unit;
+        else
+            out << number(info.dXResolution) << (info.nResolutionUnit == KRN_RES_NONE ? ":" : " x ")
+                << number(info.dYResolution) << unit;
+        if (info.nResolutionUnit == KRN_RES_CM) out << " (" << number(info.dXResolution * 2.54) << " dpi)";
+    }
+    if (info.nIccBytes) out << ", colour profile (" << info.nIccBytes << " bytes)";
+    if (info.nExifBytes) out << ", EXIF (" << info.nExifBytes << " bytes)";
+    if (info.nOrientation != 1) out << ", orientation " << info.nOrientation << " (loads upright)";
+}
+
 int Info(const std::vector<std::string> &files) {
     if (files.empty()) return Usage("info needs a FILE");
     int status = kExitOk;
@@ -321,19 +402,27 @@ int Info(const std::vector<std::string> &files) {
             status = Failure("cannot read '" + f + "': " + StatusText(st));
             continue;
         }
-        std::cout << f << ": " << FormatName(info.nFormat) << ", " << info.nWidth << " x " << info.nHeight << ", "
-                  << info.nBitsPerPixel << (info.nBitsPerPixel == 1 ? " bit" : " bits") << " per pixel";
-        if (info.nColorOrder == KRN_ORDER_GRAY)
-            std::cout << ", grey";
-        else if (info.nBitsPerPixel <= 8)
-            std::cout << ", indexed";
-        else
-            std::cout << ", colour" << (info.nColorOrder == KRN_ORDER_RGB ? " (red first)" : " (blue first)");
-        if (info.nSignificantBits > 0 && info.nSignificantBits != info.nBitsPerPixel)
-            std::cout << ", " << info.nSignificantBits << " significant bits";
+        std::cout << f << ": " << FormatName(info.nFormat) << ", ";
+        DescribePage(std::cout, info);
         std::cout << ", " << info.nPages << (info.nPages == 1 ? " page" : " pages");
         if (info.nFormat == RZ_FMT_DICOM) std::cout << DicomDetails(f);
         std::cout << '\n';
+        for (int32_t page = 1; info.nPages > 1 && page < info.nPages; ++page) {
+            RzFileInfo more{};
+            more.uStructSize = sizeof more;
+            if (page == 1) {
+                std::cout << "  page 0: ";
+                DescribePage(std::cout, info);
+                std::cout << '\n';
+            }
+            st = Rz_GetFilePageInfo(f.c_str(), page, &more);
+            std::cout << "  page " << page << ": ";
+            if (st == KRN_OK)
+                DescribePage(std::cout, more);
+            else
+                std::cout << "cannot be read: " << StatusText(st);
+            std::cout << '\n';
+        }
     }
     return status;
 }
@@ -373,8 +462,9 @@ int Main(int argc, char **argv) {
     if (command == "stats") return Stats(opt);
     if (command == "demo") {
         if (opt.positional.size() > 1) return Usage("demo takes one DIR at most");
-        return RunDemo(opt.positional.empty() ? "demo-out" : opt.positional[0], opt.quiet);
+        return RunDemo(opt.positional.empty() ? "demo-out" : opt.positional[0], opt.quiet, opt.images);
     }
+    if (!opt.images.empty()) return Usage("--images is for 'rzimg demo'");
     return RunChain(opt);
 }
 

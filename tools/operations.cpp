@@ -32,6 +32,14 @@ bool Listed(std::string_view list, std::string_view name) {
     return false;
 }
 
+// Hue and saturation operations: each pixel makes a round trip through an
+// integer colour model.
+bool RoundTripsColourModel(const rz::OpInfo &op) {
+    const std::string_view name = op.name;
+    return std::string_view(op.family) == "colour" &&
+           (name.find("Hue") != std::string_view::npos || name.find("Saturation") != std::string_view::npos);
+}
+
 } // namespace
 
 bool PrepareScalars(const rz::OpInfo &op, std::span<const std::string> words, PreparedCall &call,
@@ -253,6 +261,10 @@ void DescribeOperation(std::ostream &out, const rz::OpInfo &op, bool detailed) {
     }
     if (detailed) {
         if (!anyParam) out << "\nIt takes no arguments.\n";
+        if (RoundTripsColourModel(op))
+            out << "\nEvery pixel goes through an integer colour model (hue, saturation and value or\n"
+                   "intensity) and back, so even a zero change can move a colour by a few levels;\n"
+                   "this is by design, not an error.\n";
         if (op.flags & RZ_OPF_SIGNED) out << "Handles signed samples.\n";
         if (reach != Reach::Unavailable)
             out << "\nexample: rzimg in.png " << name << (example.empty() ? "" : " ") << example << " out.png\n";

@@ -19,7 +19,8 @@ inline std::string StatusText(int32_t status) {
     return (text && *text ? std::string(text) : std::string("status")) + " (status " + std::to_string(status) + ")";
 }
 
-// `rzimg demo [DIR]`: samples, every operation, index.html.
-int RunDemo(const std::string &dir, bool quiet);
+// `rzimg demo [DIR] [--images FOLDER]`: samples (or the pictures in
+// FOLDER), every operation, index.html.
+int RunDemo(const std::string &dir, bool quiet, const std::string &images = {});
 
 } // namespace rzimg

@@ -180,8 +180,7 @@ TEST(FormatChoice, ContentDecidesOnLoadNameOrOptionOnSave) {
     EXPECT_EQ(std::tuple(info.nFormat, info.nWidth, info.nHeight, info.nBitsPerPixel, info.nPages),
               std::tuple(RZ_FMT_PNG, 5, 4, 24, 1));
     EXPECT_EQ(Save(dir.path("noext"), src.get()), RZ_FILE_FORMAT);
-    for (const char *name : {"grey.pgm", "bits.pbm"})
-        EXPECT_EQ(Save(dir.path(name), src.get()), RZ_FILE_UNSUPPORTED);
+    EXPECT_EQ(Save(dir.path("bits.pbm"), src.get()), RZ_FILE_UNSUPPORTED);
     EXPECT_EQ(Save(dir.path("g4.tif"), grey.get(), RZ_FMT_UNKNOWN, RZ_TIFF_G4), RZ_FILE_UNSUPPORTED);
     // A grey picture asked for as PPM comes back as colour showing the same.
     ASSERT_EQ(Save(dir.path("grey.ppm"), grey.get()), ST_SUCCESS);

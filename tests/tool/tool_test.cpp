@@ -7,8 +7,11 @@
 #include <rzimg.h>
 
 #include <gtest/gtest.h>
+#include <tiffio.h>
 
+#include <algorithm>
 #include <cstring>
+#include <map>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -465,5 +468,178 @@ TEST_F(ToolTest, WindowLevelStatsAndInfoOnDicom) {
 }
 
 // ---- end of deep grey ----
+// ---- Files as users have them: signals, grey files, refusals, pages. ----
+
+// Names and contents of the folder, the tool's captured output excluded.
+std::map<std::string, std::string> Snapshot(const fs::path &dir) {
+    std::map<std::string, std::string> out;
+    for (const auto &e : fs::directory_iterator(dir)) {
+        const std::string name = e.path().filename().string();
+        if (name != "stdout.txt" && name != "stderr.txt")
+            out[name] = fs::is_symlink(e.path()) ? "-> " + fs::read_symlink(e.path()).string() : ReadFile(e.path());
+    }
+    return out;
+}
+
+// A real SIGINT or SIGTERM at each stage: exit 130, one line on stderr, and
+// the folder exactly as it was, whether the output existed or not.
+TEST_F(ToolTest, SignalsAtEveryStageLeaveTheFolderAsItWas) {
+    MakeInput(input_, 64, 300);
+    const std::string out = path("out.png");
+    for (bool existing : {false, true}) {
+        if (existing) std::ofstream(out) << "previous contents";
+        for (const char *stage : {"load", "op", "save"})
+            for (const char *sig : {"INT", "TERM"}) {
+                SCOPED_TRACE(std::string(stage) + " " + sig + (existing ? " over a file" : ""));
+                const auto before = Snapshot(dir_);
+                Result r = Run({input_, "invert", out}, {std::string("RZIMG_TEST_SIGNAL=") + stage + ":50:" + sig});
+                EXPECT_EQ(r.code, 130) << r.err;
+                EXPECT_NE(r.err.find("rzimg: cancelled"), std::string::npos) << r.err;
+                EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
+                EXPECT_EQ(Snapshot(dir_), before);
+            }
+    }
+}
+
+// Grey of a pixel as shown: the palette entry's or the sample's level.
+int GreyAt(const BitmapDesc &b, int x, int y) {
+    uint64_t v = 0;
+    KrnGetPixel(&b, x, y, &v);
+    if (b.nColorOrder == KRN_ORDER_GRAY) return int(v);
+    const RzRGBQuad e = b.pPalette[v];
+    return (e.rgbRed * 77 + e.rgbGreen * 150 + e.rgbBlue * 29 + 128) >> 8;
+}
+
+bool ShowsGrey(const BitmapDesc &b) {
+    if (b.nColorOrder == KRN_ORDER_GRAY) return true;
+    if (b.nBitsPerPixel > 8) return false;
+    for (int i = 0; i < (1 << b.nBitsPerPixel); ++i)
+        if (b.pPalette[i].rgbRed != b.pPalette[i].rgbGreen || b.pPalette[i].rgbRed != b.pPalette[i].rgbBlue) return false;
+    return true;
+}
+
+// Every tone operation on grey PGM, PBM, PNG and JPEG files writes a grey
+// file of the same format showing what the operation made in memory. PBM
+// takes the result only while it is still black and white.
+TEST_F(ToolTest, GreyFilesStayGreyThroughEveryToneOperation) {
+    const int w = 24, h = 16;
+    for (int bits : {1, 8}) {
+        Bmp b;
+        ASSERT_EQ(KrnInitBitmap(&b.d, BITMAPDESC_SIZE, w, h, bits), 1);
+        ASSERT_EQ(KrnAllocBitmap(&b.d), 1);
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < w; ++x) KrnSetPixel(&b.d, x, y, bits == 1 ? (x / 3 + y / 4) % 2 : uint64_t(x * 10 + y));
+        for (const char *ext : bits == 1 ? std::vector<const char *>{".pbm"} : std::vector<const char *>{".pgm", ".png", ".jpg"})
+            ASSERT_EQ(Rz_SaveBitmap(path(std::string("in") + ext).c_str(), &b.d, nullptr), 1);
+    }
+    int ops = 0;
+    for (const rz::OpInfo &op : rz::Operations()) {
+        if (std::string_view(op.family) != "tone" || !(op.flags & RZ_OPF_INPLACE) || (op.flags & RZ_OPF_CUSTOM)) continue;
+        ++ops;
+        for (const char *ext : {".pgm", ".pbm", ".png", ".jpg"}) {
+            SCOPED_TRACE(op.cliName() + " " + ext);
+            const std::string in = path(std::string("in") + ext), out = path(std::string("out") + ext);
+            fs::remove(out);
+            Bmp want;
+            Load(in, want);
+            std::vector<rz::Arg> args(op.params.size());
+            for (size_t i = 0; i < op.params.size(); ++i) {
+                if (op.params[i].kind == rz::ParamKind::Bitmap) args[i].p = &want.d;
+                else if (op.params[i].kind == rz::ParamKind::Ptr) args[i].p = nullptr;
+                else args[i].i = op.params[i].def;
+            }
+            ASSERT_EQ(op.invoke(args.data()), 1);
+            Result r = Run({in, op.cliName(), out, "--quiet", "--quality", "100"});
+            if (std::string(ext) == ".pbm" && !(GreyAt(want.d, 0, 0) % 255 == 0 && GreyAt(want.d, 3, 0) % 255 == 0)) {
+                EXPECT_EQ(r.code, 1) << r.err;
+                EXPECT_NE(r.err.find("cannot hold"), std::string::npos) << r.err;
+                EXPECT_FALSE(fs::exists(out));
+                continue;
+            }
+            ASSERT_EQ(r.code, 0) << r.err;
+            EXPECT_EQ(r.err, "");
+            Bmp got;
+            Load(out, got);
+            EXPECT_TRUE(ShowsGrey(got.d));
+            EXPECT_EQ(got.d.nBitsPerPixel, want.d.nBitsPerPixel);
+            double err = 0;
+            for (int y = 0; y < h; ++y)
+                for (int x = 0; x < w; ++x) err += std::abs(GreyAt(got.d, x, y) - GreyAt(want.d, x, y));
+            EXPECT_LE(err / (w * h), std::string(ext) == ".jpg" ? 2.0 : 0.0);
+        }
+    }
+    EXPECT_GE(ops, 6);
+}
+
+// Kind refusals say what the operation takes and what the file is; a page
+// past the end says how many there are; info lists pages and metadata; a
+// save that loses something says so once.
+TEST_F(ToolTest, RefusalsPagesInfoAndNotesInAUsersWords) {
+    Bmp g;
+    ASSERT_EQ(KrnInitBitmap(&g.d, BITMAPDESC_SIZE, 8, 6, 8), 1);
+    ASSERT_EQ(KrnAllocBitmap(&g.d), 1);
+    ASSERT_EQ(KrnSetBitmapResolution(&g.d, 300, 300, KRN_RES_INCH), 1);
+    const std::string grey = path("g.pgm"), greyPng = path("g.png");
+    ASSERT_EQ(Rz_SaveBitmap(grey.c_str(), &g.d, nullptr), 1);
+    ASSERT_EQ(Rz_SaveBitmap(greyPng.c_str(), &g.d, nullptr), 1);
+    for (const char *op : {"change-hue-sat-int", "desaturate"}) {
+        Result r = Run({grey, op, path("o.png")});
+        EXPECT_EQ(r.code, 1) << op;
+        for (const char *words : {"8-bit grey pictures like", "24-bit colour", "a colour copy can be made"})
+            EXPECT_NE(r.err.find(words), std::string::npos) << op << ": " << r.err;
+        EXPECT_EQ(r.err.find("invalid parameter"), std::string::npos) << r.err;
+    }
+
+    TIFF *t = TIFFOpen(path("pages.tif").c_str(), "w");
+    ASSERT_TRUE(t);
+    for (int page = 0; page < 3; ++page) {
+        TIFFSetField(t, TIFFTAG_IMAGEWIDTH, uint32_t(4 + page));
+        TIFFSetField(t, TIFFTAG_IMAGELENGTH, 2u);
+        TIFFSetField(t, TIFFTAG_BITSPERSAMPLE, 8);
+        TIFFSetField(t, TIFFTAG_SAMPLESPERPIXEL, 1);
+        TIFFSetField(t, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK);
+        uint8_t row[8] = {};
+        for (uint32_t y = 0; y < 2; ++y) TIFFWriteScanline(t, row, y, 0);
+        TIFFWriteDirectory(t);
+    }
+    TIFFClose(t);
+    Result r = Run({"info", path("pages.tif"), greyPng});
+    ASSERT_EQ(r.code, 0) << r.err;
+    for (const char *words : {"3 pages", "page 0: 4 x 2", "page 1: 5 x 2", "page 2: 6 x 2", "300 dpi"})
+        EXPECT_NE(r.out.find(words), std::string::npos) << words << " in\n" << r.out;
+    r = Run({"--page", "5", path("pages.tif"), "invert", path("o.png")});
+    EXPECT_EQ(r.code, 2);
+    EXPECT_NE(r.err.find("has 3 pages (--page 0 to 2)"), std::string::npos) << r.err;
+
+    // Transparency into JPEG, colour into PGM: one note each.
+    Bmp a;
+    ASSERT_EQ(KrnInitBitmap(&a.d, BITMAPDESC_SIZE, 4, 4, 32), 1);
+    ASSERT_EQ(KrnAllocBitmap(&a.d), 1);
+    KrnSetPixel(&a.d, 1, 1, 0x80112233u);
+    ASSERT_EQ(Rz_SaveBitmap(path("a.png").c_str(), &a.d, nullptr), 1);
+    r = Run({path("a.png"), path("a.jpg")});
+    EXPECT_EQ(r.code, 0) << r.err;
+    EXPECT_NE(r.err.find("cannot hold transparency"), std::string::npos) << r.err;
+    r = Run({input_, "invert", path("c.pgm")});
+    EXPECT_EQ(r.code, 0) << r.err;
+    EXPECT_EQ(r.err, "rzimg: note: '" + path("c.pgm") + "' holds grey only; colours are converted to grey as (77 red + 150 green + 29 blue) / 256\n");
+}
+
+// The gallery on the user's own pictures: files that do not load are named
+// and skipped; results stand beside their originals, timed.
+TEST_F(ToolTest, DemoRunsOnTheUsersPictures) {
+    fs::create_directories(path("pics"));
+    MakeInput(path("pics/mine.png"), 12, 9);
+    std::ofstream(path("pics/notes.txt")) << "not a picture";
+    Result r = Run({"demo", path("demo"), "--images", path("pics"), "--quiet"});
+    ASSERT_EQ(r.code, 0) << r.err;
+    EXPECT_NE(r.err.find("skipping '" + path("pics/notes.txt") + "'"), std::string::npos) << r.err;
+    const std::string html = ReadFile(path("demo/index.html"));
+    EXPECT_NE(html.find("<th>mine.png</th>"), std::string::npos);
+    EXPECT_NE(html.find("<figcaption>before</figcaption>"), std::string::npos);
+    EXPECT_EQ(html.find(":hover"), std::string::npos);
+    EXPECT_TRUE(html.find(" \u00b5s<") != std::string::npos || html.find(" ms<") != std::string::npos);
+    EXPECT_EQ(Run({input_, "invert", path("o.png"), "--images", path("pics")}).code, 2);
+}
 
 } // namespace
