@@ -168,7 +168,9 @@ Cell RunOne(const PreparedCall &call, const Sample &sample, const fs::path &dir,
         cell.status = st;
         cell.ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
         if (!why.empty()) {
-            cell.kind = Cell::Failed;
+            // The tool explained why this picture does not suit the call (an
+            // FFT of a size that is not a power of two, say): not a failure.
+            cell.kind = Cell::NotApplicable;
             cell.text = why;
         } else if (IsFormatRefusal(st)) {
             cell.kind = Cell::NotApplicable;
