@@ -143,7 +143,7 @@ RZ_OP(1004, Rz_AddBitmaps, combine, 0,
        RZ_U32(uStructSize, 164, 164, 164, "size of the result descriptor")
        RZ_LIST(pList, "bitmaps of one size and depth")
        RZ_U32(uFlags, 1, 2, 1, "1 average (truncated), 2 add (stopped at the maximum)")))
-RZ_OP(1005, Rz_AddWeightedBitmaps, combine, 0,
+RZ_OP(1005, Rz_AddWeightedBitmaps, combine, RZ_OPF_CUSTOM,
       "Sums the bitmaps of a list with per-bitmap weights into a new bitmap.",
       (RZ_OUT(pResult, "the new bitmap, made like the list's first")
        RZ_U32(uStructSize, 164, 164, 164, "size of the result descriptor")
