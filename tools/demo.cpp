@@ -280,6 +280,11 @@ int RunDemo(const std::string &dirName, bool quiet) {
             if (custom) {
                 std::istringstream in(custom->demoWords);
                 for (std::string w; in >> w;) words.push_back(w);
+            } else {
+                // Operations on two or more bitmaps take the colour chart as the other image.
+                for (const rz::ParamInfo &p : op.params)
+                    if ((p.kind == rz::ParamKind::Source && !p.nullable) || p.kind == rz::ParamKind::List)
+                        words.push_back((dir / "sample-chart.png").string());
             }
             if (!PrepareCall(op, words, call, error)) {
                 row.unavailable = "cannot prepare the call: " + error;
