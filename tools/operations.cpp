@@ -14,6 +14,7 @@
 #include <limits>
 #include <memory>
 #include <ostream>
+#include <sstream>
 #include <vector>
 
 namespace rzimg {
@@ -63,7 +64,8 @@ bool Listed(std::string_view list, std::string_view name) {
 } // namespace
 
 bool PrepareScalars(const rz::OpInfo &op, std::span<const std::string> words, PreparedCall &call,
-                    std::string &error, std::string_view toolFilled) {
+                    std::string &error, std::string_view toolFilled,
+                    std::function<void(std::vector<rz::Arg> &)> fill) {
     const std::string opName = op.cliName();
     std::vector<rz::Arg> args(op.params.size());
     std::vector<bool> given(op.params.size(), false);
@@ -175,9 +177,11 @@ bool PrepareScalars(const rz::OpInfo &op, std::span<const std::string> words, Pr
     }
     call.op = &op;
     call.args = shown;
-    call.run = [&op, args, bitmapIndex, listIndex, result, operands, list](BitmapDesc *bitmap, std::string &) mutable {
+    call.run = [&op, args, bitmapIndex, listIndex, result, operands, list, fill](BitmapDesc *bitmap,
+                                                                                std::string &) mutable {
         for (size_t i = 0; i < operands.size(); ++i)
             if (operands[i]) args[i].p = operands[i]->get();
+        if (fill) fill(args);
         KrnBitmapList *raw = nullptr;
         if (listIndex != SIZE_MAX) {
             if (KrnCreateBitmapList(&raw) != KRN_OK) return int32_t(ST_FAILURE);
@@ -306,7 +310,12 @@ void DescribeOperation(std::ostream &out, const rz::OpInfo &op, bool detailed) {
     std::string example;
     if (custom) {
         synopsis = custom->usage;
-        if (custom->demoWords) example = custom->demoWords;
+        if (custom->demoWords) {
+            // The gallery's @sample words read as file names here.
+            std::istringstream in(custom->demoWords);
+            for (std::string w; in >> w;)
+                example += (example.empty() ? "" : " ") + (w.starts_with('@') ? w.substr(1) + ".png" : w);
+        }
     } else {
         int depth = 0;
         for (const rz::ParamInfo &p : op.params) {
@@ -361,8 +370,15 @@ void DescribeOperation(std::ostream &out, const rz::OpInfo &op, bool detailed) {
             out << "the input and the image files given";
         else if (IsScalar(p) && !Listed(filled, p.name))
             out << RangeText(p) << ", default " << p.def;
-        else if (Listed(filled, p.name))
-            out << (IsScalar(p) ? "set by rzimg" : "not settable here (null)");
+        else if (Listed(filled, p.name)) {
+            // A record the custom form builds from a name=value word of its own.
+            const std::string pname = ParamName(p);
+            const std::string word = pname.substr(pname.rfind('-') == std::string::npos ? 0 : pname.rfind('-') + 1) + "=";
+            out << (IsScalar(p) ? "set by rzimg"
+                    : custom && std::string_view(custom->usage).find(word) != std::string_view::npos
+                        ? "from " + word + " above"
+                        : std::string("not settable here (null)"));
+        }
         else if (reach == Reach::Custom)
             out << "from the arguments above";
         else

@@ -435,6 +435,10 @@ TEST_F(ToolTest, BitmapArgumentsAreImageFiles) {
     EXPECT_EQ(Run({input_, "combine-ext", "source=" + input_, "flags=0x300", out}).code, 2); // flags are decimal
     r = Run({input_, "combine-ext", "source=" + input_, "flags=2560", out});
     EXPECT_EQ(r.code, 0) << r.err;
+    r = Run({input_, "texture-alpha-blend", logo, logo, logo, "opacity=200", "offset=3,-2", out});
+    EXPECT_EQ(r.code, 0) << r.err;
+    r = Run({input_, "add-weighted", input_, "weights=250,750", out});
+    EXPECT_EQ(r.code, 0) << r.err;
     r = Run({input_, "add", input_, input_, "flags=1", sum});
     ASSERT_EQ(r.code, 0) << r.err;
     Bmp avg;
@@ -453,6 +457,11 @@ TEST_F(ToolTest, BitmapArgumentsAreImageFiles) {
     EXPECT_NE(r.err.find("nope.png"), std::string::npos) << r.err;
     r = Run({input_, "add", "flags=2", out});
     EXPECT_EQ(r.code, 2) << r.err;
+    r = Run({input_, "add-weighted", input_, "weights=500", out}); // one weight for two images
+    EXPECT_EQ(r.code, 2);
+    EXPECT_NE(r.err.find("weights="), std::string::npos) << r.err;
+    r = Run({input_, "texture-alpha-blend", logo, logo, "offset=1", out});
+    EXPECT_EQ(r.code, 2);
     r = Run({input_, "add", logo, out}); // sizes differ
     EXPECT_EQ(r.code, 1);
     EXPECT_NE(r.err.find("-13"), std::string::npos) << r.err;
