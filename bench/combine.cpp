@@ -143,8 +143,10 @@ BENCHMARK(BM_SobelBoth8Peer)->Unit(benchmark::kMillisecond);
 class Recorder : public benchmark::ConsoleReporter {
   public:
     void ReportRuns(const std::vector<Run> &runs) override {
+        // With repetitions, the median stands for the case.
         for (const Run &r : runs)
-            if (!r.error_occurred) times[r.benchmark_name()] = r.GetAdjustedCPUTime();
+            if (!r.error_occurred && (r.run_type != Run::RT_Aggregate || r.aggregate_name == "median"))
+                times[r.run_name.function_name] = r.GetAdjustedCPUTime();
         ConsoleReporter::ReportRuns(runs);
     }
     std::map<std::string, double> times;
