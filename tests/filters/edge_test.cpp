@@ -62,14 +62,14 @@ Picture ReferenceEdges(const Picture &p, uint32_t code, int64_t threshold) {
     for (int32_t y = 0; y < p.h; ++y)
         for (int32_t x = 0; x < p.w; ++x)
             for (int32_t c = 0; c < p.channels; ++c) {
-                bool on;
-                int64_t d = 1;
-                if ((code & 0xFF) == 3 && (code >> 8) <= 2) {
-                    const int64_t h = Response(p, code - 1, x, y, c, d) / d > threshold;
-                    on = h || Response(p, code - 2, x, y, c, d) / d > threshold;
-                } else {
-                    on = Response(p, code, x, y, c, d) / d > threshold;
-                }
+                // The response first: it sets the divisor.
+                auto passes = [&](uint32_t k) {
+                    int64_t d = 1;
+                    const int64_t g = Response(p, k, x, y, c, d);
+                    return g / d > threshold;
+                };
+                const bool both = (code & 0xFF) == 3 && (code >> 8) <= 2;
+                const bool on = both ? passes(code - 1) || passes(code - 2) : passes(code);
                 out.at(x, y, c) = on ? p.maxValue() : 0;
             }
     return out;
