@@ -32,6 +32,9 @@ template <auto F> int32_t Invoke(const Arg *args) {
 #define RZ_I32(name, lo, hi, def, doc) {#name, ParamKind::I32, lo, hi, def, doc},
 #define RZ_U32(name, lo, hi, def, doc) {#name, ParamKind::U32, lo, hi, def, doc},
 #define RZ_PTR(type, name, doc) {#name, ParamKind::Ptr, 0, 0, 0, doc},
+#define RZ_SRC(name, rank, nullable, doc) {#name, ParamKind::Source, 0, 0, 0, doc, rank, nullable != 0},
+#define RZ_LIST(name, doc) {#name, ParamKind::List, 0, 0, 0, doc},
+#define RZ_OUT(name, doc) {#name, ParamKind::Result, 0, 0, 0, doc},
 #define RZ_OP(ord, name, family, flags, summary, params) \
     const ParamInfo kParams_##name[] = {RZ_UNPACK params};
 #include "rzimg_ops.h"

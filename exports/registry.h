@@ -11,13 +11,19 @@
 
 namespace rz {
 
-enum class ParamKind { Bitmap, I32, U32, Ptr };
+// Source: a further bitmap the operation reads; List: a KrnBitmapList;
+// Result: a descriptor the operation fills with a new bitmap.
+enum class ParamKind { Bitmap, I32, U32, Ptr, Source, List, Result };
 
 struct ParamInfo {
     const char *name;
     ParamKind kind;
     int64_t lo, hi, def;
     const char *doc;
+    // Source: where its descriptor checks come relative to the first
+    // bitmap's (0; negative before), and whether null is accepted.
+    int rank = 0;
+    bool nullable = false;
 };
 
 union Arg {

@@ -398,6 +398,165 @@ typedef struct StatisticsInfo {
 
 /* ---- end of deep grey and measurement ---- */
 
+/* ---- Edge detection and combining ---- */
+
+/* Rz_EdgeDetectorBitmap(nThreshold, uFilter): every sample becomes the
+ * maximum (255, 65535; 4095 on 12-bit grey) where the operator's divided
+ * response exceeds nThreshold, else 0. nThreshold is in sample units:
+ * 0..255 for 8-bit samples (1..8-bit grey, palettes, 24/32 bits), 0..65535
+ * for 16-bit ones (16-bit grey, 48/64 bits), 0..4095 on 12-bit grey
+ * (ST_BAD_BITS above; times 16 inside); a negative one is
+ * ST_INVALID_PARAMETER. Sobel and Prewitt compare |g| / d (d 4 and 3);
+ * Laplace and compass kernels compare the signed sum / divisor, so they
+ * mark one polarity of an edge only. Rows beyond the first and last are
+ * the edge rows themselves, as are columns (replication). The vertical
+ * codes run the row operator through the transposed view; the BOTH codes
+ * OR the two maps with Rz_CombineBitmapExt (CBF_OR) and report one
+ * progress sequence: the horizontal map 0..50, the vertical 51..100. A
+ * null or unallocated bitmap is ST_NO_BITMAP. */
+#define EDG_SOBEL_VERTICAL 0x101u
+#define EDG_SOBEL_HORIZONTAL 0x102u
+#define EDG_SOBEL_BOTH 0x103u
+#define EDG_PREWITT_VERTICAL 0x201u
+#define EDG_PREWITT_HORIZONTAL 0x202u
+#define EDG_PREWITT_BOTH 0x203u
+#define EDG_LAPLACE_FOUR 0x301u       /* 0 -1 0 / -1 4 -1 / 0 -1 0, divisor 4 */
+#define EDG_LAPLACE_EIGHT 0x302u      /* -1 -1 -1 / -1 8 -1 / -1 -1 -1, divisor 4 */
+#define EDG_LAPLACE_CROSS 0x303u      /* 1 -2 1 / -2 4 -2 / 1 -2 1, divisor 4 */
+#define EDG_LAPLACE_DIAGONAL 0x304u   /* -1 0 -1 / 0 4 0 / -1 0 -1, divisor 4 */
+#define EDG_LAPLACE_VERTICAL 0x305u   /* 0 -1 0 / 0 2 0 / 0 -1 0, divisor 2 */
+#define EDG_LAPLACE_HORIZONTAL 0x306u /* 0 0 0 / -1 2 -1 / 0 0 0, divisor 2 */
+#define EDG_GRADIENT_N 0x401u         /* compass kernels as SPF_GRADIENT_, divisor 5 */
+#define EDG_GRADIENT_NE 0x402u
+#define EDG_GRADIENT_E 0x403u
+#define EDG_GRADIENT_SE 0x404u
+#define EDG_GRADIENT_S 0x405u
+#define EDG_GRADIENT_SW 0x406u
+#define EDG_GRADIENT_W 0x407u
+#define EDG_GRADIENT_NW 0x408u
+
+/* Two-bitmap operations change a rectangle of the first bitmap (the
+ * destination) from the same-sized rectangle of a source:
+ * (nX, nY, nWidth, nHeight) in the destination and (nSrcX, nSrcY) in the
+ * source. Both rectangles are clipped to their bitmaps; a negative origin on
+ * one side moves the other side's origin by the same amount so the two stay
+ * aligned; the width and height are the smaller of the two clipped extents.
+ * Nothing overlapping is success (1) with nothing changed. Every bitmap is
+ * read in the destination's working format, whatever its own depth: 8-bit
+ * grey for 1..8-bit grey, 16-bit grey (significant bits at the top) for
+ * 12/16-bit grey, 8-bit blue, green, red for palettes and 24/32 bits, 16-bit
+ * blue, green, red for 48/64 bits; a colour source is made grey by the
+ * kernel's (77 R + 150 G + 29 B + 128) >> 8 for a grey destination. The
+ * fourth channel of 32/64-bit destinations is kept. The destination's region
+ * limits the pixels changed; a source region, moved by the difference of the
+ * origins, limits them further. All bitmaps are worked in view 1, each
+ * caller's view being restored on every exit. When source and destination
+ * share their pixels, the source is read from a copy taken first, so
+ * overlapping rectangles read the original pixels.
+ *
+ * Blends (d destination, s source, m mask sample of the same channel, o the
+ * opacity in the working sample's units; >> floors; 16-bit samples use 65535
+ * and >> 16 in place of 255 and >> 8):
+ *   Rz_AlphaBlendBitmap         d += ((s - d) * o) >> 8 (as d = ((s - d) * o
+ *                               + (d << 8)) >> 8); 255 leaves 1/256 of d;
+ *                               0 changes nothing
+ *   Rz_FeatherAlphaBlendBitmap  the same with m for o: the mask is the weight
+ *                               of the source (0 keeps d)
+ *   Rz_TextureAlphaBlendBitmap  where m < 255: t = ((d - s) * m + (s << 8))
+ *                               >> 8, then d = ((t - d) * o + (d << 8)) >> 8:
+ *                               the mask is the weight of the destination
+ *                               (255 keeps d); with a texture, m is first
+ *                               m + texture - 128 (32768 at 16 bits),
+ *                               clamped. Without an (allocated) mask it is
+ *                               the plain alpha blend.
+ * Opacity, checked in this order: a grey destination of 1..8 bits takes
+ * 0..255; two grey bitmaps of which one is 12 or 16 bits take 0..4095 (times
+ * 16) when either is 12 bits, else 0..65535; a bitmap of at most 32 bits
+ * that is not grey means 0..255; a 12-bit one 0..4095 (times 16); else
+ * 0..65535. A 0..255 opacity on a 16-bit working format is times 257.
+ * The mask is read from its top-left for the rectangle's top-left and must
+ * cover the whole rectangle, or nothing is blended. The texture is tiled:
+ * texture pixel ((ox + i) mod width, (oy + j) mod height) for rectangle
+ * pixel (i, j), (ox, oy) being *pTextureOffset (ST_INVALID_PARAMETER when
+ * null with a texture). Checks: Rz_AlphaBlendBitmap and
+ * Rz_FeatherAlphaBlendBitmap check destination, source (and mask) for null
+ * (ST_NULL_POINTER), size (ST_BAD_STRUCT_SIZE) and BMF_SIGNED
+ * (ST_SIGNED_NOT_SUPPORTED) in that order; Rz_TextureAlphaBlendBitmap checks
+ * texture, mask, source and destination; then the opacity
+ * (ST_INVALID_PARAMETER); then BMF_ALLOCATED of every bitmap used
+ * (ST_NO_BITMAP); then a missing texture offset. A texture or mask given
+ * without pixels is ignored by Rz_TextureAlphaBlendBitmap.
+ *
+ * Rz_CombineBitmapExt(uFlags): r = operation(S, D) per channel, with S and D
+ * prepared first and r finished as the nibbles say; M is the channel maximum
+ * (255 or 65535), divisions truncate. Bits 8-11, the operation: */
+#define CBF_AND 0x000u          /* S & D */
+#define CBF_OR 0x100u           /* S | D */
+#define CBF_XOR 0x200u          /* S ^ D */
+#define CBF_ADD 0x300u          /* min(S + D, M) */
+#define CBF_SUBTRACT_SRC 0x400u /* max(D - S, 0) */
+#define CBF_SUBTRACT_DST 0x500u /* max(S - D, 0) */
+#define CBF_MULTIPLY 0x600u     /* S * D / M */
+#define CBF_DIVIDE_SRC 0x700u   /* min(D * M / S, M); M when S = 0 */
+#define CBF_DIVIDE_DST 0x800u   /* min(S * M / D, M); M when D = 0 */
+#define CBF_AVERAGE 0x900u      /* (S + D) / 2 */
+#define CBF_MIN 0xA00u
+#define CBF_MAX 0xB00u
+#define CBF_ABSDIFF 0xC00u      /* |S - D| */
+/* Bits 0-3 prepare S, bits 4-7 prepare D (after the channel selection): */
+#define CBF_SRC_NORMAL 0x00u
+#define CBF_SRC_INVERT 0x01u    /* M - S */
+#define CBF_SRC_GREY 0x02u      /* the pixel's intensity Y in every channel */
+#define CBF_SRC_GREY_INVERT 0x03u
+#define CBF_DST_NORMAL 0x00u
+#define CBF_DST_INVERT 0x10u
+#define CBF_DST_GREY 0x20u
+#define CBF_DST_GREY_INVERT 0x30u
+/* Bits 12-15 finish the result: */
+#define CBF_RES_NORMAL 0x0000u
+#define CBF_RES_INVERT 0x1000u  /* M - r */
+#define CBF_RES_SOURCE 0x2000u  /* the prepared S is written, no operation */
+#define CBF_RES_DEST 0x3000u    /* the prepared D is written, no operation */
+/* Bits 16-19, 20-23 and 24-27 choose the source channel that feeds the
+ * destination's red, green and blue: 0 the same channel, 1 red, 2 green,
+ * 3 blue. For a grey destination the first selector alone is read: 0 the
+ * source's grey, 1..3 that channel of a colour source. Y is
+ * (3735 B + 19235 G + 9798 R + 16384) >> 15 (the sample itself on grey
+ * rows). Any other value in a nibble, or a bit of 28-31, is
+ * ST_INVALID_PARAMETER; a width or height below 1 returns 1 at once. */
+#define CBF_SELECT_RED(sel) ((uint32_t)(sel) << 16)
+#define CBF_SELECT_GREEN(sel) ((uint32_t)(sel) << 20)
+#define CBF_SELECT_BLUE(sel) ((uint32_t)(sel) << 24)
+#define CBF_CHANNEL_SAME 0u
+#define CBF_CHANNEL_RED 1u
+#define CBF_CHANNEL_GREEN 2u
+#define CBF_CHANNEL_BLUE 3u
+
+/* Rz_AddBitmaps(pResult, uStructSize, pList, uFlags) and
+ * Rz_AddWeightedBitmaps(pResult, uStructSize, pList, pWeights, uFlags) make
+ * a new bitmap in pResult (uninitialised on entry; release it with
+ * KrnFreeBitmap) of the first bitmap's size, depth and palette, from the
+ * samples of every list bitmap read in the first's working format. Every
+ * bitmap must have the first's width, height, depth and colour order
+ * (ST_INVALID_PARAMETER otherwise); a list of one bitmap gives its copy.
+ * RZ_ADD_AVERAGE: sum / n, truncated. RZ_ADD_SUM: the sum, at most the
+ * maximum. Weighted: round(sum of w * v / D) (halves away from zero),
+ * clamped to 0..maximum, with w in per-mille (-100000..100000) and D 1000
+ * (RZ_ADDW_PERMILLE) or the sum of the weights (RZ_ADDW_NORMALISE; a sum of
+ * 0 is ST_INVALID_PARAMETER). Checks: pResult null ST_NULL_POINTER,
+ * uStructSize not 164 ST_BAD_STRUCT_SIZE (pResult->uStructSize is set to 164
+ * first), a null or empty list, null weights, a weight out of range or
+ * another uFlags ST_INVALID_PARAMETER, then every list bitmap for its size
+ * field, BMF_SIGNED and pixels, then the sizes and depths. On failure
+ * pResult is released and zeroed but for its size field. Regions are not
+ * used. */
+#define RZ_ADD_AVERAGE 1u
+#define RZ_ADD_SUM 2u
+#define RZ_ADDW_PERMILLE 0u
+#define RZ_ADDW_NORMALISE 1u
+
+/* ---- end of edge detection and combining ---- */
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -414,6 +573,9 @@ extern "C" {
 #define RZ_I32(name, lo, hi, def, doc) , int32_t name
 #define RZ_U32(name, lo, hi, def, doc) , uint32_t name
 #define RZ_PTR(type, name, doc) , type name
+#define RZ_SRC(name, rank, nullable, doc) , BitmapDesc *name
+#define RZ_LIST(name, doc) , KrnBitmapList *name
+#define RZ_OUT(name, doc) , BitmapDesc *name
 #define RZ_OP(ord, name, family, flags, summary, params) \
     RZIMG_API int32_t RZAPI name(RZ_DECL_DROP1 params);
 #include "rzimg_ops.h"
@@ -422,6 +584,9 @@ extern "C" {
 #undef RZ_I32
 #undef RZ_U32
 #undef RZ_PTR
+#undef RZ_SRC
+#undef RZ_LIST
+#undef RZ_OUT
 
 #ifdef __cplusplus
 }

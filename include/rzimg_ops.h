@@ -14,6 +14,14 @@
  *   RZ_I32(name, min, max, default, doc)        checked range
  *   RZ_U32(name, min, max, default, doc)        checked range
  *   RZ_PTR(type, name, doc)                     table or record
+ * Operations on several bitmaps add:
+ *   RZ_SRC(name, rank, nullable, doc)  a further bitmap the operation reads;
+ *        rank places its descriptor checks relative to the first bitmap
+ *        (0): negative before it, positive after; nullable 1 when null is
+ *        accepted
+ *   RZ_LIST(name, doc)                 a kernel bitmap list (KrnBitmapList)
+ *   RZ_OUT(name, doc)                  a descriptor the operation fills with
+ *        a new bitmap (freed by the caller with KrnFreeBitmap)
  */
 RZ_OP(100, Rz_InvertBitmap, tone, RZ_OPF_INPLACE | RZ_OPF_SIGNED,
       "Inverts every sample: the palette, the display table or the pixels.",
@@ -140,3 +148,63 @@ RZ_OP(902, Rz_GetBitmapStatisticsInfo, measure, RZ_OPF_CUSTOM,
        RZ_U32(uChannel, 0, 3, 0, "0 all, 1 red, 2 green, 3 blue")
        RZ_U32(uStart, 0, 4294967295u, 0, "first value of the range, in sample units")
        RZ_U32(uEnd, 0, 4294967295u, 255, "last value of the range, in sample units")))
+RZ_OP(410, Rz_EdgeDetectorBitmap, filters, RZ_OPF_INPLACE | RZ_OPF_NULL_NO_BITMAP,
+      "Marks edges: the maximum sample where a 3x3 edge operator's response exceeds a threshold, else 0.",
+      (RZ_BMP(pBitmap) RZ_I32(nThreshold, 0, 65535, 32, "sample units: 0..255, 0..4095 on 12-bit grey, 0..65535")
+       RZ_U32(uFilter, 0x101, 0x408, 0x103, "EDG_ code: 0x1nn Sobel, 0x2nn Prewitt, 0x3nn Laplace, 0x4nn compass")))
+RZ_OP(1000, Rz_AlphaBlendBitmap, combine, RZ_OPF_INPLACE,
+      "Blends a rectangle of a source bitmap into the bitmap with a constant opacity.",
+      (RZ_BMP(pBitmap) RZ_I32(nX, -2147483647 - 1, 2147483647, 0, "left of the rectangle in the bitmap")
+       RZ_I32(nY, -2147483647 - 1, 2147483647, 0, "top of the rectangle in the bitmap")
+       RZ_I32(nWidth, -2147483647 - 1, 2147483647, 2147483647, "pixels; clipped to both bitmaps")
+       RZ_I32(nHeight, -2147483647 - 1, 2147483647, 2147483647, "rows; clipped to both bitmaps")
+       RZ_SRC(pSource, 1, 0, "the bitmap blended in")
+       RZ_I32(nSrcX, -2147483647 - 1, 2147483647, 0, "left of the rectangle in the source")
+       RZ_I32(nSrcY, -2147483647 - 1, 2147483647, 0, "top of the rectangle in the source")
+       RZ_I32(nOpacity, 0, 65535, 128, "weight of the source in 256ths: 0..255, 0..4095 on 12-bit grey, 0..65535 (65536ths)")))
+RZ_OP(1001, Rz_FeatherAlphaBlendBitmap, combine, RZ_OPF_INPLACE,
+      "Blends a rectangle of a source bitmap into the bitmap, weighted pixel by pixel by a mask bitmap.",
+      (RZ_BMP(pBitmap) RZ_I32(nX, -2147483647 - 1, 2147483647, 0, "left of the rectangle in the bitmap")
+       RZ_I32(nY, -2147483647 - 1, 2147483647, 0, "top of the rectangle in the bitmap")
+       RZ_I32(nWidth, -2147483647 - 1, 2147483647, 2147483647, "pixels; clipped to both bitmaps")
+       RZ_I32(nHeight, -2147483647 - 1, 2147483647, 2147483647, "rows; clipped to both bitmaps")
+       RZ_SRC(pSource, 1, 0, "the bitmap blended in")
+       RZ_I32(nSrcX, -2147483647 - 1, 2147483647, 0, "left of the rectangle in the source")
+       RZ_I32(nSrcY, -2147483647 - 1, 2147483647, 0, "top of the rectangle in the source")
+       RZ_SRC(pMask, 2, 0, "weight of the source per sample (0 keeps the bitmap), from the rectangle's top-left")))
+RZ_OP(1002, Rz_TextureAlphaBlendBitmap, combine, RZ_OPF_INPLACE,
+      "Blends a source into the bitmap through a mask shifted by a tiled texture, then with a constant opacity.",
+      (RZ_BMP(pBitmap) RZ_I32(nX, -2147483647 - 1, 2147483647, 0, "left of the rectangle in the bitmap")
+       RZ_I32(nY, -2147483647 - 1, 2147483647, 0, "top of the rectangle in the bitmap")
+       RZ_I32(nWidth, -2147483647 - 1, 2147483647, 2147483647, "pixels; clipped to both bitmaps")
+       RZ_I32(nHeight, -2147483647 - 1, 2147483647, 2147483647, "rows; clipped to both bitmaps")
+       RZ_SRC(pSource, -1, 0, "the bitmap blended in")
+       RZ_I32(nSrcX, -2147483647 - 1, 2147483647, 0, "left of the rectangle in the source")
+       RZ_I32(nSrcY, -2147483647 - 1, 2147483647, 0, "top of the rectangle in the source")
+       RZ_SRC(pMask, -2, 1, "weight of the bitmap per sample (255 keeps it), or null for none")
+       RZ_I32(nOpacity, 0, 65535, 128, "weight of the masked result: 0..255, 0..4095 on 12-bit grey, 0..65535")
+       RZ_SRC(pTexture, -3, 1, "tiled texture added to the mask around its middle value, or null")
+       RZ_PTR(const RzPoint *, pTextureOffset, "texture pixel at the rectangle's top-left; required with a texture")))
+RZ_OP(1003, Rz_CombineBitmapExt, combine, RZ_OPF_INPLACE,
+      "Combines a rectangle of a source into the bitmap sample by sample: logic, arithmetic, minimum, maximum, difference.",
+      (RZ_BMP(pBitmap) RZ_I32(nX, -2147483647 - 1, 2147483647, 0, "left of the rectangle in the bitmap")
+       RZ_I32(nY, -2147483647 - 1, 2147483647, 0, "top of the rectangle in the bitmap")
+       RZ_I32(nWidth, -2147483647 - 1, 2147483647, 2147483647, "pixels; clipped to both bitmaps")
+       RZ_I32(nHeight, -2147483647 - 1, 2147483647, 2147483647, "rows; clipped to both bitmaps")
+       RZ_SRC(pSource, 1, 0, "the bitmap combined in")
+       RZ_I32(nSrcX, -2147483647 - 1, 2147483647, 0, "left of the rectangle in the source")
+       RZ_I32(nSrcY, -2147483647 - 1, 2147483647, 0, "top of the rectangle in the source")
+       RZ_U32(uFlags, 0, 0x0FFFFFFF, 0x300, "CBF_ operation (bits 8-11), value handling and channel selectors")))
+RZ_OP(1004, Rz_AddBitmaps, combine, 0,
+      "Averages or adds the bitmaps of a list, sample by sample, into a new bitmap.",
+      (RZ_OUT(pResult, "the new bitmap, made like the list's first")
+       RZ_U32(uStructSize, 164, 164, 164, "size of the result descriptor")
+       RZ_LIST(pList, "bitmaps of one size and depth")
+       RZ_U32(uFlags, 1, 2, 1, "1 average (truncated), 2 add (stopped at the maximum)")))
+RZ_OP(1005, Rz_AddWeightedBitmaps, combine, RZ_OPF_CUSTOM,
+      "Sums the bitmaps of a list with per-bitmap weights into a new bitmap.",
+      (RZ_OUT(pResult, "the new bitmap, made like the list's first")
+       RZ_U32(uStructSize, 164, 164, 164, "size of the result descriptor")
+       RZ_LIST(pList, "bitmaps of one size and depth")
+       RZ_PTR(const int32_t *, pWeights, "one weight per bitmap, per-mille, -100000..100000")
+       RZ_U32(uFlags, 0, 1, 0, "0 divide by 1000, 1 divide by the sum of the weights")))

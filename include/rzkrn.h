@@ -368,6 +368,28 @@ RZKRN_API int32_t RZAPI KrnSetBitmapMetadata(BitmapDesc *pBitmap, int32_t nKind,
  * changed or the bitmap freed); returns 1, or 0 with null and 0 when absent. */
 RZKRN_API int32_t RZAPI KrnGetBitmapMetadata(const BitmapDesc *pBitmap, int32_t nKind, const void **ppData,
                                              uint32_t *pSize);
+/* ---- Bitmap lists: an ordered list of bitmaps handed to the operations
+ * that take several (Rz_AddBitmaps). An entry either refers to the caller's
+ * descriptor (KRN_LIST_REFERENCE: the list owns nothing, and the descriptor
+ * must stay valid while the list is used) or holds the list's own deep copy
+ * (KRN_LIST_COPY: pixels, palette and display table, no region), released
+ * with the list. The list owns only what it copied. ---- */
+typedef struct KrnBitmapList KrnBitmapList;
+#define KRN_LIST_REFERENCE 0u
+#define KRN_LIST_COPY 1u
+/* A new empty list in *ppList (null on failure): -13 for a null ppList, -1. */
+RZKRN_API int32_t RZAPI KrnCreateBitmapList(KrnBitmapList **ppList);
+/* Appends pBitmap: -13 for a null list or uFlags other than the two above,
+ * -814 null bitmap, -789 its size, -1; a copy needs pixels (-2 without). */
+RZKRN_API int32_t RZAPI KrnAppendBitmapList(KrnBitmapList *pList, BitmapDesc *pBitmap, uint32_t uFlags);
+/* Number of entries: -13 for a null list or puCount. */
+RZKRN_API int32_t RZAPI KrnGetBitmapListCount(const KrnBitmapList *pList, uint32_t *puCount);
+/* Entry uIndex (the caller's descriptor or the list's copy): -13 for a null
+ * argument or an index past the end. */
+RZKRN_API int32_t RZAPI KrnGetBitmapListItem(const KrnBitmapList *pList, uint32_t uIndex, BitmapDesc **ppBitmap);
+/* Releases the list and the copies it holds; null is ignored. */
+RZKRN_API void RZAPI KrnFreeBitmapList(KrnBitmapList *pList);
+/* ---- end of bitmap lists ---- */
 
 #ifdef __cplusplus
 }

@@ -662,6 +662,66 @@ bool ParseFrqMask(const rz::OpInfo &op, std::span<const std::string> words, Prep
 
 // ---- end of frequency domain ----
 
+// X,Y or W1,W2,... after name=, taken out of the words; empty when absent.
+bool TakeList(std::vector<std::string> &words, std::string_view name, std::vector<int64_t> &out, std::string &error,
+              const std::string &opName) {
+    for (auto it = words.begin(); it != words.end(); ++it)
+        if (WithoutPrefix(*it, name) != std::string_view(*it)) {
+            const std::string value(WithoutPrefix(*it, name));
+            words.erase(it);
+            return ParseIntList(value, out, opName + ": " + std::string(name), error);
+        }
+    return true;
+}
+
+size_t ParamIndex(const rz::OpInfo &op, std::string_view name) {
+    for (size_t i = 0; i < op.params.size(); ++i)
+        if (name == op.params[i].name) return i;
+    return op.params.size();
+}
+
+bool ParseTextureBlend(const rz::OpInfo &op, std::span<const std::string> words, PreparedCall &call,
+                       std::string &error) {
+    std::vector<std::string> rest(words.begin(), words.end());
+    std::vector<int64_t> at;
+    if (!TakeList(rest, "offset", at, error, "texture-alpha-blend")) return false;
+    if (!at.empty() && at.size() != 2) {
+        error = "texture-alpha-blend: offset is X,Y";
+        return false;
+    }
+    auto offset = std::make_shared<RzPoint>(RzPoint{int32_t(at.empty() ? 0 : at[0]), int32_t(at.empty() ? 0 : at[1])});
+    const size_t index = ParamIndex(op, "pTextureOffset");
+    if (!PrepareScalars(op, rest, call, error, "pTextureOffset",
+                        [offset, index](std::vector<rz::Arg> &args) { args[index].p = offset.get(); }))
+        return false;
+    call.args += " offset=" + std::to_string(offset->x) + "," + std::to_string(offset->y);
+    return true;
+}
+
+bool ParseAddWeighted(const rz::OpInfo &op, std::span<const std::string> words, PreparedCall &call,
+                      std::string &error) {
+    std::vector<std::string> rest(words.begin(), words.end());
+    std::vector<int64_t> w;
+    if (!TakeList(rest, "weights", w, error, "add-weighted")) return false;
+    size_t files = 1; // the input
+    for (const std::string &word : rest)
+        files += word.find('=') == std::string::npos && !word.empty() && !std::isdigit(static_cast<unsigned char>(word[0]));
+    if (w.size() != files) {
+        error = "add-weighted: give weights=W1,W2,... in per-mille, one for the input and one for each of the " +
+                std::to_string(files - 1) + " image files";
+        return false;
+    }
+    auto weights = std::make_shared<std::vector<int32_t>>(w.begin(), w.end());
+    const size_t index = ParamIndex(op, "pWeights");
+    if (!PrepareScalars(op, rest, call, error, "pWeights",
+                        [weights, index](std::vector<rz::Arg> &args) { args[index].p = weights->data(); }))
+        return false;
+    std::string shown;
+    for (int64_t v : w) shown += (shown.empty() ? "" : ",") + std::to_string(v);
+    call.args += " weights=" + shown;
+    return true;
+}
+
 const CustomEntry kCustom[] = {
     {"Rz_RemapBitmapIntensity", "TABLE [CHANNEL]",
      "TABLE is a comma list (0,200,500,800,1000) or a file of numbers (@file or a path;\n"
@@ -724,6 +784,15 @@ const CustomEntry kCustom[] = {
      "the top 8 of the significant bits. low= and high= set the significant bits first.",
      "1150 700", "nLowBit nHighBit pLUT uLUTLength uMode", &ParseWindowLevel},
     // ---- end of deep grey ----
+    {"Rz_TextureAlphaBlendBitmap", "SOURCE [MASK [TEXTURE]] [x=N y=N width=N height=N src-x=N src-y=N opacity=N] [offset=X,Y]",
+     "SOURCE, MASK and TEXTURE are image files. The mask weighs the bitmap against the\n"
+     "source (255 keeps the bitmap) from the rectangle's top-left; the texture is\n"
+     "tiled from offset (default 0,0) and added to the mask around 128.",
+     "@text8 @text1 @chart opacity=220 offset=5,9", "pTextureOffset", &ParseTextureBlend},
+    {"Rz_AddWeightedBitmaps", "FILE... weights=W1,W2,... [flags=0|1]",
+     "The input and the image files, weighted in per-mille (-100000..100000), one\n"
+     "weight each in order; flags 0 divides by 1000, 1 by the sum of the weights.",
+     "@chart weights=700,300", "pWeights", &ParseAddWeighted},
 };
 
 } // namespace

@@ -365,7 +365,14 @@ int RunDemo(const std::string &dirName, bool quiet, const std::string &images) {
             std::vector<std::string> words;
             if (custom) {
                 std::istringstream in(custom->demoWords);
-                for (std::string w; in >> w;) words.push_back(w);
+                // @key names a built-in sample's file.
+                for (std::string w; in >> w;)
+                    words.push_back(w.starts_with('@') ? (dir / ("sample-" + w.substr(1) + ".png")).string() : w);
+            } else {
+                // Operations on two or more bitmaps take the colour chart as the other image.
+                for (const rz::ParamInfo &p : op.params)
+                    if ((p.kind == rz::ParamKind::Source && !p.nullable) || p.kind == rz::ParamKind::List)
+                        words.push_back((dir / "sample-chart.png").string());
             }
             if (!PrepareCall(op, words, call, error)) {
                 row.unavailable = "cannot prepare the call: " + error;

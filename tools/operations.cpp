@@ -5,17 +5,46 @@
 // the library never sees an argument the user could have been told about.
 #include "tools/operations.h"
 
+#include "tools/bitmap.h"
+#include "tools/tool.h"
+
 #include <algorithm>
 #include <cctype>
 #include <charconv>
 #include <limits>
+#include <memory>
 #include <ostream>
+#include <sstream>
 #include <vector>
 
 namespace rzimg {
 namespace {
 
 bool IsScalar(const rz::ParamInfo &p) { return p.kind == rz::ParamKind::I32 || p.kind == rz::ParamKind::U32; }
+
+// The size of a result descriptor is the tool's business.
+bool IsStructSize(const rz::ParamInfo &p) { return std::string_view(p.name) == "uStructSize"; }
+
+// A bitmap argument given as an image file.
+bool IsOperand(const rz::ParamInfo &p) { return p.kind == rz::ParamKind::Source || p.kind == rz::ParamKind::List; }
+
+// A word that reads as a number goes to a scalar; anything else is a file.
+bool LooksNumeric(std::string_view w) {
+    if (w.starts_with('+') || w.starts_with('-')) w.remove_prefix(1);
+    return !w.empty() && std::isdigit(static_cast<unsigned char>(w[0]));
+}
+
+using Operand = std::shared_ptr<Bitmap>;
+
+bool LoadOperand(const std::string &opName, const std::string &path, Operand &out, std::string &error) {
+    out = std::make_shared<Bitmap>();
+    const int32_t st = Rz_LoadBitmap(path.c_str(), out->get(), BITMAPDESC_SIZE, 0);
+    if (st != KRN_OK) {
+        error = opName + ": cannot load the image '" + path + "': " + StatusText(st);
+        return false;
+    }
+    return true;
+}
 
 std::string UpperCase(std::string s) {
     for (char &c : s) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
@@ -43,35 +72,59 @@ bool RoundTripsColourModel(const rz::OpInfo &op) {
 } // namespace
 
 bool PrepareScalars(const rz::OpInfo &op, std::span<const std::string> words, PreparedCall &call,
-                    std::string &error, std::string_view toolFilled) {
+                    std::string &error, std::string_view toolFilled,
+                    std::function<void(std::vector<rz::Arg> &)> fill) {
     const std::string opName = op.cliName();
     std::vector<rz::Arg> args(op.params.size());
     std::vector<bool> given(op.params.size(), false);
-    std::vector<size_t> scalars;
-    size_t bitmapIndex = 0;
+    std::vector<size_t> scalars, sources;
+    size_t bitmapIndex = 0, listIndex = SIZE_MAX;
+    bool result = false;
     for (size_t i = 0; i < op.params.size(); ++i) {
-        if (op.params[i].kind == rz::ParamKind::Bitmap)
+        const rz::ParamInfo &p = op.params[i];
+        if (p.kind == rz::ParamKind::Bitmap || p.kind == rz::ParamKind::Result) {
             bitmapIndex = i;
-        else if (IsScalar(op.params[i]) && !Listed(toolFilled, op.params[i].name))
+            result = p.kind == rz::ParamKind::Result;
+        } else if (p.kind == rz::ParamKind::Source && !Listed(toolFilled, p.name)) {
+            sources.push_back(i);
+        } else if (p.kind == rz::ParamKind::List) {
+            listIndex = i;
+        } else if (IsStructSize(p)) {
+            args[i].i = BITMAPDESC_SIZE;
+        } else if (IsScalar(p) && !Listed(toolFilled, p.name)) {
             scalars.push_back(i);
+        }
     }
 
-    size_t nextPositional = 0;
+    // Image files: by name (source=logo.png), else in order, the rest to the list.
+    std::vector<Operand> operands(op.params.size());
+    auto list = std::make_shared<std::vector<Operand>>();
+    size_t nextPositional = 0, nextSource = 0;
     for (const std::string &word : words) {
         size_t index;
         std::string_view value = word;
         size_t eq = word.find('=');
-        if (eq != std::string::npos && eq > 0 && std::isalpha(static_cast<unsigned char>(word[0]))) {
+        const bool named = eq != std::string::npos && eq > 0 && std::isalpha(static_cast<unsigned char>(word[0]));
+        if (named) {
             std::string_view name(word.data(), eq);
-            auto it = std::find_if(scalars.begin(), scalars.end(), [&](size_t i) {
-                return name == ParamName(op.params[i]) || name == op.params[i].name;
-            });
+            auto matches = [&](size_t i) { return name == ParamName(op.params[i]) || name == op.params[i].name; };
+            auto src = std::find_if(sources.begin(), sources.end(), matches);
+            if (src != sources.end()) {
+                if (operands[*src]) {
+                    error = opName + ": image '" + ParamName(op.params[*src]) + "' given twice";
+                    return false;
+                }
+                if (!LoadOperand(opName, std::string(word.substr(eq + 1)), operands[*src], error)) return false;
+                continue;
+            }
+            auto it = std::find_if(scalars.begin(), scalars.end(), matches);
             if (it == scalars.end()) {
                 error = opName + ": no argument named '" + std::string(name) + "'";
-                if (scalars.empty()) {
+                if (scalars.empty() && sources.empty()) {
                     error += " (it takes none)";
                 } else {
                     error += " (arguments:";
+                    for (size_t i : sources) error += " " + ParamName(op.params[i]);
                     for (size_t i : scalars) error += " " + ParamName(op.params[i]);
                     error += ")";
                 }
@@ -79,6 +132,20 @@ bool PrepareScalars(const rz::OpInfo &op, std::span<const std::string> words, Pr
             }
             index = *it;
             value = std::string_view(word).substr(eq + 1);
+        } else if (!LooksNumeric(word) && (!sources.empty() || listIndex != SIZE_MAX)) {
+            while (nextSource < sources.size() && operands[sources[nextSource]]) ++nextSource;
+            Operand loaded;
+            if (nextSource < sources.size()) {
+                if (!LoadOperand(opName, word, operands[sources[nextSource]], error)) return false;
+            } else if (listIndex != SIZE_MAX) {
+                if (!LoadOperand(opName, word, loaded, error)) return false;
+                list->push_back(loaded);
+            } else {
+                error = opName + ": unexpected image '" + word + "' (it takes " + std::to_string(sources.size()) +
+                        (sources.size() == 1 ? " image" : " images") + ")";
+                return false;
+            }
+            continue;
         } else {
             if (nextPositional >= scalars.size()) {
                 error = opName + ": unexpected argument '" + word + "' (it takes " +
@@ -96,8 +163,21 @@ bool PrepareScalars(const rz::OpInfo &op, std::span<const std::string> words, Pr
         given[index] = true;
         if (!ParseScalar(op, op.params[index], value, args[index].i, error)) return false;
     }
+    for (size_t i : sources)
+        if (!operands[i] && !op.params[i].nullable) {
+            error = opName + ": needs the image file " + UpperCase(ParamName(op.params[i])) + " (see 'rzimg help " +
+                    opName + "')";
+            return false;
+        }
+    if (listIndex != SIZE_MAX && list->empty()) {
+        error = opName + ": give one or more image files to go with the input";
+        return false;
+    }
 
     std::string shown;
+    for (size_t i : sources)
+        if (operands[i]) shown += (shown.empty() ? "" : " ") + ParamName(op.params[i]) + "=(image)";
+    if (!list->empty()) shown += (shown.empty() ? "" : " ") + std::to_string(list->size() + 1) + " images";
     for (size_t i : scalars) {
         if (!given[i]) args[i].i = op.params[i].def;
         if (!shown.empty()) shown += ' ';
@@ -105,22 +185,49 @@ bool PrepareScalars(const rz::OpInfo &op, std::span<const std::string> words, Pr
     }
     call.op = &op;
     call.args = shown;
-    call.run = [&op, args, bitmapIndex](BitmapDesc *bitmap, std::string &) mutable {
-        args[bitmapIndex].p = bitmap;
-        return op.invoke(args.data());
+    call.run = [&op, args, bitmapIndex, listIndex, result, operands, list, fill](BitmapDesc *bitmap,
+                                                                                std::string &) mutable {
+        for (size_t i = 0; i < operands.size(); ++i)
+            if (operands[i]) args[i].p = operands[i]->get();
+        if (fill) fill(args);
+        KrnBitmapList *raw = nullptr;
+        if (listIndex != SIZE_MAX) {
+            if (KrnCreateBitmapList(&raw) != KRN_OK) return int32_t(ST_FAILURE);
+            KrnAppendBitmapList(raw, bitmap, KRN_LIST_REFERENCE);
+            for (const Operand &o : *list) KrnAppendBitmapList(raw, o->get(), KRN_LIST_REFERENCE);
+            args[listIndex].p = raw;
+        }
+        const std::unique_ptr<KrnBitmapList, void (*)(KrnBitmapList *)> owner(raw, [](KrnBitmapList *l) {
+            KrnFreeBitmapList(l);
+        });
+        if (!result) {
+            args[bitmapIndex].p = bitmap;
+            return op.invoke(args.data());
+        }
+        // The new bitmap takes the place of the chain's.
+        Bitmap made;
+        args[bitmapIndex].p = made.get();
+        const int32_t st = op.invoke(args.data());
+        if (st == ST_SUCCESS) {
+            KrnFreeBitmap(bitmap);
+            std::swap(*bitmap, *made.get());
+        }
+        return st;
     };
     return true;
 }
 
 Reach Reachability(const rz::OpInfo &op) {
     if (FindCustom(op.name)) return Reach::Custom;
-    if (!(op.flags & RZ_OPF_INPLACE)) return Reach::Unavailable;
     int bitmaps = 0;
+    bool result = false;
     for (const rz::ParamInfo &p : op.params) {
         if (p.kind == rz::ParamKind::Bitmap) ++bitmaps;
+        result |= p.kind == rz::ParamKind::Result;
         if (p.kind == rz::ParamKind::Ptr) return Reach::Unavailable;
     }
-    return bitmaps == 1 ? Reach::Generic : Reach::Unavailable;
+    if (!(op.flags & RZ_OPF_INPLACE) && !result) return Reach::Unavailable;
+    return bitmaps + result == 1 ? Reach::Generic : Reach::Unavailable;
 }
 
 std::string UnavailableReason(const rz::OpInfo &op) {
@@ -211,11 +318,26 @@ void DescribeOperation(std::ostream &out, const rz::OpInfo &op, bool detailed) {
     std::string example;
     if (custom) {
         synopsis = custom->usage;
-        if (custom->demoWords) example = custom->demoWords;
+        if (custom->demoWords) {
+            // The gallery's @sample words read as file names here.
+            std::istringstream in(custom->demoWords);
+            for (std::string w; in >> w;)
+                example += (example.empty() ? "" : " ") + (w.starts_with('@') ? w.substr(1) + ".png" : w);
+        }
     } else {
         int depth = 0;
         for (const rz::ParamInfo &p : op.params) {
-            if (!IsScalar(p)) continue;
+            if (p.kind == rz::ParamKind::Source) {
+                const std::string file = UpperCase(ParamName(p));
+                synopsis += (synopsis.empty() ? "" : " ") + (p.nullable ? "[" + file + "]" : file);
+                example += (example.empty() ? "" : " ") + ParamName(p) + ".png";
+            } else if (p.kind == rz::ParamKind::List) {
+                synopsis += (synopsis.empty() ? "" : " ") + std::string("FILE...");
+                example += (example.empty() ? "" : " ") + std::string("second.png third.png");
+            }
+        }
+        for (const rz::ParamInfo &p : op.params) {
+            if (!IsScalar(p) || IsStructSize(p)) continue;
             synopsis += (synopsis.empty() ? "[" : " [") + UpperCase(ParamName(p));
             example += (example.empty() ? "" : " ") + std::to_string(p.def);
             ++depth;
@@ -248,10 +370,23 @@ void DescribeOperation(std::ostream &out, const rz::OpInfo &op, bool detailed) {
         if (p.kind == rz::ParamKind::Bitmap) continue;
         std::string pname = ParamName(p);
         out << indent << pname << std::string(pname.size() < 12 ? 12 - pname.size() : 1, ' ');
-        if (IsScalar(p) && !Listed(filled, p.name))
+        if (IsStructSize(p) || p.kind == rz::ParamKind::Result)
+            out << "set by rzimg";
+        else if (p.kind == rz::ParamKind::Source)
+            out << (p.nullable ? "an image file, optional" : "an image file");
+        else if (p.kind == rz::ParamKind::List)
+            out << "the input and the image files given";
+        else if (IsScalar(p) && !Listed(filled, p.name))
             out << RangeText(p) << ", default " << p.def;
-        else if (Listed(filled, p.name))
-            out << (IsScalar(p) ? "set by rzimg" : "not settable here (null)");
+        else if (Listed(filled, p.name)) {
+            // A record the custom form builds from a name=value word of its own.
+            const std::string pname = ParamName(p);
+            const std::string word = pname.substr(pname.rfind('-') == std::string::npos ? 0 : pname.rfind('-') + 1) + "=";
+            out << (IsScalar(p) ? "set by rzimg"
+                    : custom && std::string_view(custom->usage).find(word) != std::string_view::npos
+                        ? "from " + word + " above"
+                        : std::string("not settable here (null)"));
+        }
         else if (reach == Reach::Custom)
             out << "from the arguments above";
         else

@@ -13,6 +13,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace rzimg {
 
@@ -62,8 +63,11 @@ bool PrepareCall(const rz::OpInfo &op, std::span<const std::string> words, Prepa
 
 // The generic parser for the scalar parameters; those named in toolFilled
 // (space-separated) are passed as 0 or null and not taken from the words.
+// Image files fill the bitmap arguments (by name, else in order, the rest
+// going to a list); `fill` may set the tool-filled arguments before each call.
 bool PrepareScalars(const rz::OpInfo &op, std::span<const std::string> words, PreparedCall &call,
-                    std::string &error, std::string_view toolFilled = {});
+                    std::string &error, std::string_view toolFilled = {},
+                    std::function<void(std::vector<rz::Arg> &)> fill = {});
 
 // Checks one scalar value against the registry's range; the message names
 // the operation, the argument and the range.

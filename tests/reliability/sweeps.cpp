@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <string_view>
 
 namespace rz::test {
 namespace {
@@ -67,15 +68,19 @@ struct Baseline {
 
 Baseline RunBaseline(const ReliabilityCase &c, const Bitmap &b) {
     Bitmap copy(b);
+    BoundCall call = Bind(c, copy.get());
     CallbackRecorder rec;
-    const int32_t st = c.call(copy.get());
+    const int32_t st = call.run();
+    call.releaseOutputs();
     return {st, rec.calls()};
 }
 
 Baseline RunBaseline(const ReliabilityCase &c, const Prepared &p) {
     Bitmap b = p.make();
+    BoundCall call = Bind(c, b.get());
     CallbackRecorder rec;
-    const int32_t st = c.call(b.get());
+    const int32_t st = call.run();
+    call.releaseOutputs();
     return {st, rec.calls()};
 }
 
@@ -94,10 +99,12 @@ void SweepAllocations(const ReliabilityCase &c) {
         const int32_t view = prep.make()->nViewPerspective;
         for (int64_t n = 0; n < 100000; ++n) {
             Bitmap copy = prep.make();
+            BoundCall call = Bind(c, copy.get());
             const int64_t start = KrnMemOutstanding();
             KrnMemFailAfter(n);
-            const int32_t st = c.call(copy.get());
+            const int32_t st = call.run();
             const bool fired = KrnMemFailAfter(-1) < 0;
+            call.releaseOutputs();
             ASSERT_EQ(KrnMemOutstanding(), start) << "leak with allocation " << n << " failing";
             ASSERT_EQ(copy->nViewPerspective, view);
             if (!fired) {
@@ -115,10 +122,12 @@ void SweepCancellation(const ReliabilityCase &c) {
         const int32_t view = prep.make()->nViewPerspective;
         for (int32_t k = 1; k <= base.calls; ++k) {
             Bitmap copy = prep.make();
+            BoundCall call = Bind(c, copy.get());
             const int64_t start = KrnMemOutstanding();
             CallbackRecorder rec;
             rec.stopAt(k, kStopValue);
-            const int32_t st = c.call(copy.get());
+            const int32_t st = call.run();
+            call.releaseOutputs();
             ASSERT_EQ(st, kStopValue) << "stopping at call " << k << " of " << base.calls;
             ASSERT_EQ(rec.calls(), k) << "the callback was called after it asked to stop";
             ASSERT_TRUE(rec.installed()) << "the status callback was not restored";
@@ -128,81 +137,139 @@ void SweepCancellation(const ReliabilityCase &c) {
         // Progress ends at 100 and never goes back.
         if (base.status == 1 && base.calls > 0) {
             Bitmap copy = prep.make();
+            BoundCall call = Bind(c, copy.get());
             CallbackRecorder rec;
-            c.call(copy.get());
+            call.run();
+            call.releaseOutputs();
             ASSERT_EQ(rec.percents().back(), 100);
             ASSERT_TRUE(std::is_sorted(rec.percents().begin(), rec.percents().end()));
         }
     });
 }
 
-// Runs the call on a copy with one field spoiled; the status must be `want`
-// or the refusal the operation gives this layout anyway.
+// Runs the call on a copy with one field of one bitmap argument spoiled; the
+// status must be `want` or the refusal the operation gives this layout anyway.
 template <class Spoil>
-void ExpectSpoiled(const ReliabilityCase &c, const Bitmap &b, int32_t baseline, int32_t want, const char *what,
-                   Spoil &&spoil) {
+void ExpectSpoiled(const ReliabilityCase &c, const Bitmap &b, size_t place, int32_t baseline, int32_t want,
+                   const char *what, Spoil &&spoil) {
     Bitmap copy(b);
-    const BitmapDesc saved = *copy.get();
-    spoil(*copy.get());
+    BoundCall call = Bind(c, copy.get());
+    BitmapDesc *target = *call.places[place].place;
+    const BitmapDesc saved = *target;
+    spoil(*target);
     const int64_t start = KrnMemOutstanding();
-    const int32_t st = c.call(copy.get());
-    EXPECT_TRUE(st == want || (baseline < 0 && st == baseline)) << what << ": status " << st << ", want " << want;
+    const int32_t st = call.run();
+    call.releaseOutputs();
+    EXPECT_TRUE(st == want || (baseline < 0 && st == baseline))
+        << what << " of bitmap argument " << place << ": status " << st << ", want " << want;
     EXPECT_EQ(KrnMemOutstanding(), start) << what;
     // Put the kernel's fields back so the copy is released properly.
-    copy->pData = saved.pData;
-    copy->pPalette = saved.pPalette;
-    copy->pLUT = saved.pLUT;
-    copy->pRegion = copy->pRegion ? copy->pRegion : saved.pRegion;
-    copy->uFlags = (copy->uFlags & ~BMF_ALLOCATED) | (saved.uFlags & BMF_ALLOCATED);
-    copy->uStructSize = BITMAPDESC_SIZE;
-    copy->nBitsPerPixel = saved.nBitsPerPixel;
-    copy->nWidth = saved.nWidth;
-    copy->nHeight = saved.nHeight;
-    copy->nColors = saved.nColors;
+    target->pData = saved.pData;
+    target->pPalette = saved.pPalette;
+    target->pLUT = saved.pLUT;
+    target->pRegion = target->pRegion ? target->pRegion : saved.pRegion;
+    target->uFlags = (target->uFlags & ~BMF_ALLOCATED) | (saved.uFlags & BMF_ALLOCATED);
+    target->uStructSize = BITMAPDESC_SIZE;
+    target->nBitsPerPixel = saved.nBitsPerPixel;
+    target->nWidth = saved.nWidth;
+    target->nHeight = saved.nHeight;
+    target->nColors = saved.nColors;
+}
+
+// Null and spoiled descriptors in pairs of bitmap arguments: the one the
+// export checks first decides the status.
+void SweepArgumentOrder(const ReliabilityCase &c, const Bitmap &b) {
+    Bitmap probe(b);
+    const size_t count = Bind(c, probe.get()).places.size();
+    for (size_t i = 0; i < count; ++i)
+        for (size_t j = i + 1; j < count; ++j) {
+            Bitmap copy(b);
+            BoundCall call = Bind(c, copy.get());
+            const BitmapPlace first = call.places[i], second = call.places[j];
+            BitmapDesc *keepFirst = *first.place, *keepSecond = *second.place;
+            if (first.nullStatus != 0 && second.input) {
+                *first.place = nullptr;
+                keepSecond->uStructSize = BITMAPDESC_SIZE + 1;
+                EXPECT_EQ(call.run(), first.nullStatus) << "null argument " << i << " before spoiled " << j;
+                *first.place = keepFirst;
+                keepSecond->uStructSize = BITMAPDESC_SIZE;
+            }
+            if (first.input && second.nullStatus != 0) {
+                keepFirst->uStructSize = BITMAPDESC_SIZE + 1;
+                *second.place = nullptr;
+                EXPECT_EQ(call.run(), ST_BAD_STRUCT_SIZE) << "spoiled argument " << i << " before null " << j;
+                keepFirst->uStructSize = BITMAPDESC_SIZE;
+                *second.place = keepSecond;
+            }
+            call.releaseOutputs();
+        }
 }
 
 void SweepBadDescriptors(const ReliabilityCase &c) {
-    EXPECT_EQ(c.call(nullptr), c.nullStatus) << "null bitmap";
     const bool signedPath = (c.flags & RZ_OPF_SIGNED) != 0;
     for (const char *name : {"bgr24", "grey16", "pal8_colour", "grey8"}) {
         SCOPED_TRACE(name);
         const Bitmap b(FindLayout(name), CaseWidth(c), CaseHeight(c), 3);
         const int32_t baseline = RunBaseline(c, b).status;
-        for (uint32_t size : {BITMAPDESC_SIZE - 1, BITMAPDESC_SIZE + 1, 0u})
-            ExpectSpoiled(c, b, 0, ST_BAD_STRUCT_SIZE, "structure size", [&](BitmapDesc &d) { d.uStructSize = size; });
-        if (!signedPath)
-            ExpectSpoiled(c, b, 0, ST_SIGNED_NOT_SUPPORTED, "signed samples",
-                          [](BitmapDesc &d) { d.uFlags |= BMF_SIGNED; });
-        ExpectSpoiled(c, b, baseline, ST_NO_BITMAP, "not allocated", [](BitmapDesc &d) { d.uFlags &= ~BMF_ALLOCATED; });
-        ExpectSpoiled(c, b, baseline, ST_NO_BITMAP, "allocated without pixels", [](BitmapDesc &d) { d.pData = nullptr; });
-        {
-            // A table operation may refuse the table size the depth implies first.
-            Bitmap odd(b);
-            const int32_t saved = odd->nBitsPerPixel;
-            odd->nBitsPerPixel = 9;
-            const int32_t st = c.call(odd.get());
-            odd->nBitsPerPixel = saved;
-            EXPECT_TRUE(st == ST_BAD_PIXEL_FORMAT || st == ST_INVALID_PARAMETER) << "unknown depth: " << st;
+        Bitmap probe(b);
+        const std::vector<BitmapPlace> places = Bind(c, probe.get()).places;
+        for (size_t k = 0; k < places.size(); ++k) {
+            SCOPED_TRACE("bitmap argument " + std::to_string(k));
+            if (places[k].nullStatus != 0) {
+                Bitmap copy(b);
+                BoundCall call = Bind(c, copy.get());
+                *call.places[k].place = nullptr;
+                EXPECT_EQ(call.run(), places[k].nullStatus) << "null bitmap";
+                call.releaseOutputs();
+            }
+            if (!places[k].input) continue;
+            for (uint32_t size : {BITMAPDESC_SIZE - 1, BITMAPDESC_SIZE + 1, 0u})
+                ExpectSpoiled(c, b, k, 0, ST_BAD_STRUCT_SIZE, "structure size", [&](BitmapDesc &d) { d.uStructSize = size; });
+            if (!signedPath)
+                ExpectSpoiled(c, b, k, 0, ST_SIGNED_NOT_SUPPORTED, "signed samples",
+                              [](BitmapDesc &d) { d.uFlags |= BMF_SIGNED; });
+            // An optional input without pixels is left out instead.
+            ExpectSpoiled(c, b, k, places[k].optional ? -1000 : baseline, places[k].optional ? baseline : ST_NO_BITMAP,
+                          "not allocated", [](BitmapDesc &d) { d.uFlags &= ~BMF_ALLOCATED; });
+            ExpectSpoiled(c, b, k, baseline, ST_NO_BITMAP, "allocated without pixels", [](BitmapDesc &d) { d.pData = nullptr; });
+            {
+                // A table operation may refuse the table size the depth implies first.
+                Bitmap odd(b);
+                BoundCall call = Bind(c, odd.get());
+                BitmapDesc *target = *call.places[k].place;
+                const int32_t saved = target->nBitsPerPixel;
+                target->nBitsPerPixel = 9;
+                const int32_t st = call.run();
+                target->nBitsPerPixel = saved;
+                call.releaseOutputs();
+                EXPECT_TRUE(st == ST_BAD_PIXEL_FORMAT || st == ST_INVALID_PARAMETER) << "unknown depth: " << st;
+            }
+            ExpectSpoiled(c, b, k, baseline, ST_NO_BITMAP, "huge width", [](BitmapDesc &d) { d.nWidth = INT32_MAX; });
+            ExpectSpoiled(c, b, k, baseline, ST_NO_BITMAP, "huge height", [](BitmapDesc &d) { d.nHeight = INT32_MAX; });
+            if (b->nBitsPerPixel <= 8)
+                ExpectSpoiled(c, b, k, baseline, ST_NO_BITMAP, "palette count", [](BitmapDesc &d) { d.nColors = 300; });
         }
-        ExpectSpoiled(c, b, baseline, ST_NO_BITMAP, "huge width", [](BitmapDesc &d) { d.nWidth = INT32_MAX; });
-        ExpectSpoiled(c, b, baseline, ST_NO_BITMAP, "huge height", [](BitmapDesc &d) { d.nHeight = INT32_MAX; });
-        if (b->nBitsPerPixel <= 8)
-            ExpectSpoiled(c, b, baseline, ST_NO_BITMAP, "palette count", [](BitmapDesc &d) { d.nColors = 300; });
+        if (places.size() > 1) SweepArgumentOrder(c, b);
         {
             // A region larger than the bitmap is clipped: same result as none.
             Bitmap big(b), plain(b);
             const RzRect r{-50, -50, CaseWidth(c) + 50, CaseHeight(c) + 50};
             ASSERT_EQ(DisSetRegionRect(big.get(), &r, DIS_RGN_SET), 1);
-            EXPECT_EQ(c.call(big.get()), baseline);
-            c.call(plain.get());
+            BoundCall bigCall = Bind(c, big.get()), plainCall = Bind(c, plain.get());
+            EXPECT_EQ(bigCall.run(), baseline);
+            plainCall.run();
+            bigCall.releaseOutputs();
+            plainCall.releaseOutputs();
             EXPECT_EQ(big.storedBytes(), plain.storedBytes()) << "oversized region";
         }
     }
     for (auto [w, h] : {std::pair{0, 5}, std::pair{5, 0}, std::pair{1, 1}}) {
         for (const char *name : {"bgr24", "pal4_colour", "grey12"}) {
             Bitmap b(FindLayout(name), w, h, 5);
+            BoundCall call = Bind(c, b.get());
             const int64_t start = KrnMemOutstanding();
-            const int32_t st = c.call(b.get());
+            const int32_t st = call.run();
+            call.releaseOutputs();
             EXPECT_TRUE(st == 1 || st == ST_NOTHING_TO_DO || st < 0) << name << " " << w << "x" << h << ": " << st;
             EXPECT_EQ(KrnMemOutstanding(), start);
         }
@@ -218,18 +285,18 @@ void SweepParameters(const OpInfo &op) {
         if (p.kind != ParamKind::I32 && p.kind != ParamKind::U32) continue;
         const int64_t typeMin = p.kind == ParamKind::I32 ? INT32_MIN : 0;
         const int64_t typeMax = p.kind == ParamKind::I32 ? INT32_MAX : UINT32_MAX;
+        // A structure size is refused as such.
+        const bool size = std::string_view(p.name) == "uStructSize";
         for (int64_t bad : {p.lo - 1, p.hi + 1}) {
             if (bad < typeMin || bad > typeMax) continue;
-            std::vector<Arg> args(op.params.size());
-            for (size_t j = 0; j < op.params.size(); ++j) {
-                if (op.params[j].kind == ParamKind::Bitmap)
-                    args[j].p = b.get();
-                else
-                    args[j].i = op.params[j].def;
-            }
-            args[i].i = bad;
-            const int32_t st = op.invoke(args.data());
-            EXPECT_TRUE(st == ST_INVALID_PARAMETER || st == ST_BAD_BITS) << p.name << " = " << bad << ": " << st;
+            BoundCall call = BindRegistry(op, b.get(), ST_NULL_POINTER, [&](std::vector<Arg> &args, BitmapDesc *) {
+                args[i].i = bad;
+                return std::shared_ptr<void>();
+            });
+            const int32_t st = call.run();
+            call.releaseOutputs();
+            EXPECT_TRUE(size ? st == ST_BAD_STRUCT_SIZE : (st == ST_INVALID_PARAMETER || st == ST_BAD_BITS))
+                << p.name << " = " << bad << ": " << st;
         }
     }
 }
@@ -239,6 +306,11 @@ ReliabilityCase FromRegistry(const OpInfo &op) {
     c.name = op.name;
     c.flags = op.flags;
     if (op.flags & RZ_OPF_NULL_NO_BITMAP) c.nullStatus = ST_NO_BITMAP;
+    const int32_t nullStatus = c.nullStatus;
+    if (NeedsBinding(op)) {
+        c.bind = [&op, nullStatus](BitmapDesc *bmp) { return BindRegistry(op, bmp, nullStatus); };
+        return c;
+    }
     c.call = [&op](BitmapDesc *bmp) {
         std::vector<Arg> args(op.params.size());
         for (size_t j = 0; j < op.params.size(); ++j) {
@@ -280,7 +352,7 @@ int main(int argc, char **argv) {
     ::testing::InitGoogleTest(&argc, argv);
     using namespace rz;
     for (const OpInfo &op : Operations()) {
-        if (!(op.flags & RZ_OPF_INPLACE)) continue;
+        if ((!(op.flags & RZ_OPF_INPLACE) && !test::NeedsBinding(op)) || (op.flags & RZ_OPF_CUSTOM)) continue;
         test::RegisterCase(test::FromRegistry(op));
         const OpInfo *p = &op;
         ::testing::RegisterTest(op.name, "ParameterRanges", nullptr, nullptr, __FILE__, __LINE__,

@@ -7,11 +7,18 @@
 //   RZ_RELIABILITY_CASE(Rz_RemapBitmapIntensity, [](BitmapDesc *b) { ... });
 //
 // The call must build any extra input it needs inside and free it.
+// Operations on several bitmaps bind their other inputs before the measured
+// part of a sweep instead (RZ_RELIABILITY_BOUND_CASE, or automatically from
+// the export list), and name the places of their bitmap arguments so that
+// each is given null and spoiled descriptors in turn.
 #pragma once
 
 #include <rzimg.h>
 
+#include "exports/registry.h"
+
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -19,9 +26,29 @@ namespace rz::test {
 
 using OpCall = std::function<int32_t(BitmapDesc *)>;
 
+// A bitmap argument of a bound call.
+struct BitmapPlace {
+    BitmapDesc **place;     // what the call passes
+    int32_t nullStatus;     // status of a null here; 0 when null is accepted or cannot be passed
+    bool input = true;      // false: a result the export fills
+    bool optional = false;  // an input the export ignores when it has no pixels
+};
+
+// A call with its other inputs made for one prepared bitmap.
+class BoundCall {
+  public:
+    std::function<int32_t()> run;
+    std::vector<BitmapPlace> places; // in the order the export checks them
+    std::function<void()> releaseOutputs = [] {};
+    std::shared_ptr<void> keep; // inputs the call refers to
+};
+
+using OpBind = std::function<BoundCall(BitmapDesc *)>;
+
 struct ReliabilityCase {
     std::string name;   // export name
     OpCall call;
+    OpBind bind;        // instead of call, for operations on several bitmaps
     unsigned flags = 0; // RZ_OPF_ of the export
     // Status of a null bitmap (-814 unless the export documents another).
     int32_t nullStatus = ST_NULL_POINTER;
@@ -31,11 +58,28 @@ struct ReliabilityCase {
     int32_t width = 0, height = 0;
 };
 
+// `call`, or `bind` for cases that have one.
+BoundCall Bind(const ReliabilityCase &c, BitmapDesc *bmp);
+
+// An export-list operation bound to a prepared bitmap: the bitmap in its
+// first bitmap place (or first in a list, with a copy after it), copies of
+// it for further bitmaps (null where null is accepted), a fresh result
+// descriptor, null tables and the registry's defaults. `adjust` may change
+// the arguments (by index) and return inputs it made, kept with the call.
+using ArgAdjust = std::function<std::shared_ptr<void>(std::vector<Arg> &args, BitmapDesc *prepared)>;
+BoundCall BindRegistry(const OpInfo &op, BitmapDesc *bmp, int32_t nullStatus, const ArgAdjust &adjust = {});
+
+// Whether an export-list operation needs binding (a further bitmap, a list or a result).
+bool NeedsBinding(const OpInfo &op);
+
 std::vector<ReliabilityCase> &ReliabilityCases();
 
 struct ReliabilityRegistrar {
     ReliabilityRegistrar(const char *name, OpCall call, int32_t nullStatus = ST_NULL_POINTER,
                          std::vector<int32_t> failureStatuses = {ST_FAILURE}, int32_t width = 0, int32_t height = 0);
+    // A registry operation with adjusted arguments.
+    ReliabilityRegistrar(const char *name, ArgAdjust adjust, int32_t nullStatus = ST_NULL_POINTER,
+                         std::vector<int32_t> failureStatuses = {ST_FAILURE});
 };
 
 #define RZ_RELIABILITY_CASE_CAT2(a, b) a##b
@@ -43,6 +87,10 @@ struct ReliabilityRegistrar {
 #define RZ_RELIABILITY_CASE(name, ...)                                                   \
     static ::rz::test::ReliabilityRegistrar RZ_RELIABILITY_CASE_CAT(rz_reliability_, __LINE__)( \
         #name, __VA_ARGS__)
+// The operation from the export list, its arguments changed by an ArgAdjust.
+#define RZ_RELIABILITY_BOUND_CASE(name, ...)                                                 \
+    static ::rz::test::ReliabilityRegistrar RZ_RELIABILITY_CASE_CAT(rz_reliability_, __LINE__)( \
+        #name, ::rz::test::ArgAdjust(__VA_ARGS__))
 
 // ---- Deep grey: several significant-bit ranges in one sweep ----
 // Calls `call` once. On a transposed view (one of the sweep's placements),

@@ -369,7 +369,7 @@ TEST_F(ToolTest, ListAndHelpCoverEveryOperation) {
             if (p.kind == rz::ParamKind::Bitmap) continue;
             EXPECT_NE(help.out.find(p.doc), std::string::npos) << name << " " << p.name;
             EXPECT_NE(list.out.find(p.doc), std::string::npos) << name << " " << p.name;
-            if (generic && p.kind != rz::ParamKind::Ptr) {
+            if (generic && (p.kind == rz::ParamKind::I32 || p.kind == rz::ParamKind::U32)) {
                 EXPECT_NE(help.out.find("default " + std::to_string(p.def)), std::string::npos) << name << " " << p.name;
             }
         }
@@ -640,6 +640,63 @@ TEST_F(ToolTest, DemoRunsOnTheUsersPictures) {
     EXPECT_EQ(html.find(":hover"), std::string::npos);
     EXPECT_TRUE(html.find(" \u00b5s<") != std::string::npos || html.find(" ms<") != std::string::npos);
     EXPECT_EQ(Run({input_, "invert", path("o.png"), "--images", path("pics")}).code, 2);
+// ---- Bitmap arguments: image files, by order or by name; lists. ----
+
+TEST_F(ToolTest, BitmapArgumentsAreImageFiles) {
+    const std::string logo = path("logo.png"), out = path("out.png"), sum = path("sum.png");
+    MakeInput(logo, 12, 8);
+    Result r = Run({input_, "alpha-blend", logo, "x=10", "y=5", "opacity=255", out});
+    ASSERT_EQ(r.code, 0) << r.err;
+    Bmp in, lg, got;
+    Load(input_, in);
+    Load(logo, lg);
+    Load(out, got);
+    for (auto [x, y] : {std::pair{0, 0}, std::pair{10, 5}, std::pair{21, 12}, std::pair{22, 13}}) {
+        uint64_t d = 0, s = 0, v = 0;
+        KrnGetPixel(&in.d, x, y, &d);
+        KrnGetPixel(&got.d, x, y, &v);
+        const bool inside = x >= 10 && x < 22 && y >= 5 && y < 13;
+        if (inside) KrnGetPixel(&lg.d, x - 10, y - 5, &s);
+        for (int c = 0; c < 3; ++c) {
+            const int64_t dc = (d >> (8 * c)) & 255, sc = (s >> (8 * c)) & 255;
+            EXPECT_EQ(int64_t((v >> (8 * c)) & 255), inside ? (((sc - dc) * 255 + (dc << 8)) >> 8) : dc) << x << "," << y;
+        }
+    }
+    // Named, and a list of several files.
+    EXPECT_EQ(Run({input_, "combine-ext", "source=" + input_, "flags=0x300", out}).code, 2); // flags are decimal
+    r = Run({input_, "combine-ext", "source=" + input_, "flags=2560", out});
+    EXPECT_EQ(r.code, 0) << r.err;
+    r = Run({input_, "texture-alpha-blend", logo, logo, logo, "opacity=200", "offset=3,-2", out});
+    EXPECT_EQ(r.code, 0) << r.err;
+    r = Run({input_, "add-weighted", input_, "weights=250,750", out});
+    EXPECT_EQ(r.code, 0) << r.err;
+    r = Run({input_, "add", input_, input_, "flags=1", sum});
+    ASSERT_EQ(r.code, 0) << r.err;
+    Bmp avg;
+    Load(sum, avg);
+    uint64_t a = 0, b = 0;
+    KrnGetPixel(&avg.d, 7, 9, &a);
+    KrnGetPixel(&in.d, 7, 9, &b);
+    EXPECT_EQ(a, b);
+    // Missing or unreadable images are usage errors naming the file; nothing is written.
+    fs::remove(out);
+    r = Run({input_, "alpha-blend", out});
+    EXPECT_EQ(r.code, 2);
+    EXPECT_NE(r.err.find("SOURCE"), std::string::npos) << r.err;
+    r = Run({input_, "feather-alpha-blend", logo, path("nope.png"), out});
+    EXPECT_EQ(r.code, 2);
+    EXPECT_NE(r.err.find("nope.png"), std::string::npos) << r.err;
+    r = Run({input_, "add", "flags=2", out});
+    EXPECT_EQ(r.code, 2) << r.err;
+    r = Run({input_, "add-weighted", input_, "weights=500", out}); // one weight for two images
+    EXPECT_EQ(r.code, 2);
+    EXPECT_NE(r.err.find("weights="), std::string::npos) << r.err;
+    r = Run({input_, "texture-alpha-blend", logo, logo, "offset=1", out});
+    EXPECT_EQ(r.code, 2);
+    r = Run({input_, "add", logo, out}); // sizes differ
+    EXPECT_EQ(r.code, 1);
+    EXPECT_NE(r.err.find("-13"), std::string::npos) << r.err;
+    EXPECT_FALSE(fs::exists(out));
 }
 
 } // namespace
