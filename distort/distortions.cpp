@@ -171,21 +171,26 @@ struct Cylindrical {
     }
 };
 
+// Polar coordinates as photo editors draw them: across the rectangle is the
+// angle, clockwise from straight up; down it is the distance from the
+// centre, the top row at the centre and the bottom row on the circle of
+// radius min(hw, hh). The default wraps the rectangle into that disc; the
+// option unwraps the disc into the rectangle.
 struct Polar {
     int32_t left, top;
     double cx, cy, radius, W, H;
-    bool inverse;
+    bool wrap;
     Map operator()(int32_t x, int32_t y, double &sx, double &sy) const {
-        if (!inverse) {
-            const double rho = (x - left) * radius / W, phi = kTwoPi * (y - top) / H;
-            sx = cx + rho * std::cos(phi);
-            sy = cy + rho * std::sin(phi) - top;
+        if (!wrap) {
+            const double phi = kTwoPi * (x - left) / W, rho = (y - top) * radius / H;
+            sx = cx + rho * std::sin(phi);
+            sy = cy - rho * std::cos(phi) - top;
         } else {
             const double dx = x - cx, dy = y - cy;
-            double th = std::atan2(dy, dx);
-            if (th < 0) th += kTwoPi;
-            sx = left + std::sqrt(dx * dx + dy * dy) * W / radius;
-            sy = th * H / kTwoPi;
+            double phi = std::atan2(dx, cy - y); // the centre takes angle 0
+            if (phi < 0) phi += kTwoPi;
+            sx = left + phi * W / kTwoPi;
+            sy = std::sqrt(dx * dx + dy * dy) * H / radius;
         }
         return Map::Sample;
     }
@@ -216,7 +221,7 @@ struct Glass {
         const double start = std::floor(p / cell) * cell;
         const double centre = start + (cell - 1) / 2, half = cell / 2;
         const double u = (p - centre) / half;
-        return centre + u * (1 + u * u) / 2 * half;
+        return centre + 0.6 * u * (1 + u * u) / 2 * half;
     }
     Map operator()(int32_t x, int32_t y, double &sx, double &sy) const {
         sx = across ? left + Axis(x - left, cw) : x;
@@ -363,7 +368,7 @@ int32_t PolarBitmap(BitmapDesc *bmp, uint32_t colour, uint32_t flags) {
         if (radius == 0) return Run(bmp, job, [](int32_t, int32_t, double &, double &) { return Map::Leave; });
         return Run(bmp, job,
                    Polar{a.rc.left, a.rc.top, double(a.rc.left + a.hw), double(a.rc.top + a.hh), radius,
-                         double(a.rc.right - a.rc.left), double(a.rows()), (flags & kOption) != 0});
+                         double(a.rc.right - a.rc.left), double(a.rows()), (flags & kOption) == 0});
     });
 }
 

@@ -114,9 +114,9 @@ RZ_OP(504, Rz_CylindricalBitmap, distort, RZ_OPF_INPLACE | RZ_OPF_NULL_NO_BITMAP
       (RZ_BMP(pBitmap) RZ_I32(nValue, -100, 100, 80, "percent; negative hollows")
        RZ_I32(nType, 0, 1, 0, "0 vertical axis, 1 horizontal axis")))
 RZ_OP(505, Rz_PolarBitmap, distort, RZ_OPF_INPLACE | RZ_OPF_NULL_NO_BITMAP,
-      "Unwraps the disc about the rectangle's centre into rows of angle (or with 0x10 wraps the picture into the disc).",
+      "Polar coordinates: wraps the picture into the disc about the centre (angle across, radius down); 0x10 unwraps it.",
       (RZ_BMP(pBitmap) RZ_U32(crFill, 0, 4294967295u, 0, "fill colour: red bits 0-7, green 8-15, blue 16-23; bit 26 grey level")
-       RZ_U32(uFlags, 0, 4294967295u, 0, "bits 0-3 rule (0 fill, 1 clamp, 2 leave); 0x10 wraps into the disc")))
+       RZ_U32(uFlags, 0, 4294967295u, 0, "bits 0-3 rule (0 fill, 1 clamp, 2 leave); 0x10 unwraps the disc")))
 RZ_OP(506, Rz_TunnelBitmap, distort, RZ_OPF_INPLACE,
       "Lines the wall of a tunnel seen end on with the picture, tiled.",
       (RZ_BMP(pBitmap) RZ_I32(nCenterX, -2147483647 - 1, 2147483647, 9, "vanishing point, pixels")
