@@ -39,25 +39,30 @@ inline double EllipseRadius(double hw, double hh, double dx, double dy, double r
 // the pixel moves when q > 1 (inside the ellipse, twist not 0), to
 // (cx + dx cos t - dy sin t, cy + dx sin t + dy cos t), the turn of
 // (dx, dy) by t.
+// The vector part of a swirl row: everything by value and no aliasing, so
+// that the loop compiles to vector instructions.
+RZ_FORCE_INLINE void SwirlSpan(int32_t n, double fx, double dy, double hw2, double hhdy2, double halfK, double cxd,
+                               double fcy, double *__restrict sx, double *__restrict sy, double *__restrict turn) {
+    constexpr double kStays = std::numeric_limits<double>::quiet_NaN();
+    for (int32_t i = 0; i < n; ++i) {
+        const double dx = fx + i, r2 = dx * dx + dy * dy;
+        const double q = (hw2 * (dx * dx) + hhdy2) / (r2 * r2);
+        const double t = halfK * vm::Log(q);
+        double st, ct;
+        vm::SinCos(t, st, ct);
+        sx[i] = cxd + (dx * ct - dy * st);
+        sy[i] = fcy + (dx * st + dy * ct);
+        turn[i] = (r2 > 0) & (q > 1) & (t != 0) ? t : kStays;
+    }
+}
+
 struct Swirl {
     int32_t cx, cy, top;
     double hw, hh, k;
     void row(int32_t y, int32_t x0, int32_t n, double *sx, double *sy, double *turn, Map *what) const {
         const double dy = double(y) - cy, hhdy2 = hh * hh * (dy * dy), hw2 = hw * hw, halfK = 0.5 * k;
-        const double fx = double(x0) - cx, fcy = double(cy) - top;
-        constexpr double kStays = std::numeric_limits<double>::quiet_NaN();
-        filt::Vectorised([&]() RZ_LAMBDA_INLINE {
-            for (int32_t i = 0; i < n; ++i) {
-                const double dx = fx + i, r2 = dx * dx + dy * dy;
-                const double q = (hw2 * (dx * dx) + hhdy2) / (r2 * r2);
-                const double t = halfK * vm::Log(q);
-                double st, ct;
-                vm::SinCos(t, st, ct);
-                sx[i] = cx + (dx * ct - dy * st);
-                sy[i] = fcy + (dx * st + dy * ct);
-                turn[i] = r2 > 0 && q > 1 && t != 0 ? t : kStays;
-            }
-        });
+        const double fx = double(x0) - cx, fcy = double(cy) - top, cxd = cx;
+        filt::Vectorised([=]() RZ_LAMBDA_INLINE { SwirlSpan(n, fx, dy, hw2, hhdy2, halfK, cxd, fcy, sx, sy, turn); });
         for (int32_t i = 0; i < n; ++i) {
             const double t = turn[i];
             what[i] = t == t ? Map::Sample : Map::Leave;
@@ -73,6 +78,31 @@ struct Swirl {
 // R / r = sqrt(hw^2 dx^2 + hh^2 dy^2) / r^2 and r / R its inverse; the new
 // radius r' along the same ray gives (cx + dx r'/r, cy + dy r'/r). The
 // centre itself stays at the centre (r' = 0, R = hw).
+template <bool Positive>
+RZ_FORCE_INLINE void SpherizeSpan(int32_t n, double fx, double dy, double hw, double hw2, double hhdy2, double a,
+                                  double cxd, double fcy, double *__restrict sx, double *__restrict sy,
+                                  double *__restrict rr) {
+    for (int32_t i = 0; i < n; ++i) {
+        const double dx = fx + i, r2 = dx * dx + dy * dy, r = __builtin_sqrt(r2);
+        const double e = __builtin_sqrt(hw2 * (dx * dx) + hhdy2);
+        const double R = r2 > 0 ? e / r : hw;
+        const double rho = r2 > 0 ? r2 / e : 0.0;
+        double curve;
+        if constexpr (Positive) {
+            curve = (R / 1.57079632675) * vm::AsinUnit(rho < 1 ? rho : 1.0);
+        } else {
+            double sine, cosine;
+            vm::SinCos(rho * 1.57079632675, sine, cosine);
+            curve = sine * R;
+        }
+        const double rNew = (curve - r) * a + r;
+        const double scale = r2 > 0 ? rNew / r : 0.0;
+        sx[i] = cxd + dx * scale;
+        sy[i] = fcy + dy * scale;
+        rr[i] = (r2 <= e) | (r2 == 0) ? rNew : -1e300; // outside the ellipse
+    }
+}
+
 struct Spherize {
     int32_t cx, cy, top;
     double hw, hh, a;
@@ -80,23 +110,15 @@ struct Spherize {
     uint32_t rule;
     void row(int32_t y, int32_t x0, int32_t n, double *sx, double *sy, double *rr, Map *what) const {
         const double dy = double(y) - cy, hhdy2 = hh * hh * (dy * dy), hw2 = hw * hw;
-        const double fx = double(x0) - cx, fcy = double(cy) - top;
-        filt::Vectorised([&]() RZ_LAMBDA_INLINE {
-            for (int32_t i = 0; i < n; ++i) {
-                const double dx = fx + i, r2 = dx * dx + dy * dy, r = __builtin_sqrt(r2);
-                const double e = __builtin_sqrt(hw2 * (dx * dx) + hhdy2);
-                const double R = r2 > 0 ? e / r : hw;
-                const double rho = r2 > 0 ? r2 / e : 0.0;
-                double sine, cosine;
-                vm::SinCos(rho * 1.57079632675, sine, cosine);
-                const double curve = positive ? (R / 1.57079632675) * vm::AsinUnit(rho < 1 ? rho : 1.0) : sine * R;
-                const double rNew = (curve - r) * a + r;
-                const double scale = r2 > 0 ? rNew / r : 0.0;
-                sx[i] = cx + dx * scale;
-                sy[i] = fcy + dy * scale;
-                rr[i] = r2 <= e || r2 == 0 ? rNew : -1e300; // outside the ellipse
-            }
-        });
+        const double fx = double(x0) - cx, fcy = double(cy) - top, cxd = cx, w = hw, amount = a;
+        if (positive)
+            filt::Vectorised([=]() RZ_LAMBDA_INLINE {
+                SpherizeSpan<true>(n, fx, dy, w, hw2, hhdy2, amount, cxd, fcy, sx, sy, rr);
+            });
+        else
+            filt::Vectorised([=]() RZ_LAMBDA_INLINE {
+                SpherizeSpan<false>(n, fx, dy, w, hw2, hhdy2, amount, cxd, fcy, sx, sy, rr);
+            });
         for (int32_t i = 0; i < n; ++i) {
             const double dx = double(x0 + i) - cx;
             const bool centre = dx == 0 && dy == 0;

@@ -68,7 +68,9 @@ int32_t OpenCopy(BitmapDesc *bmp, const Area &area, Copy &copy, bool rowScratch)
     copy.strideBytes = (int64_t(ContextRowBytes(ctx)) + 16 + 15) & ~int64_t(15);
     const size_t total = KrnCheckedSize(size_t(copy.strideBytes), size_t(area.rows()), 1);
     if (!total) return ST_FAILURE;
-    copy.rows = KrnArrayZeroed<uint8_t>(total);
+    // Every row is read before it is used; only the bytes past a row's end
+    // stay unset, and nothing reads them.
+    copy.rows = KrnArray<uint8_t>(total);
     if (!copy.rows) return ST_FAILURE;
     for (int32_t k = 0; k < area.rows(); ++k)
         RZ_RETURN_IF_FAILED(GetRow(ctx, copy.rows.get() + k * copy.strideBytes, area.rc.top + k, nullptr, nullptr));

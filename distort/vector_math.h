@@ -24,9 +24,9 @@ RZ_MATH_INLINE double Log(double x) {
     // The exponent as a double without an integer conversion.
     double e = std::bit_cast<double>((bits >> 52) | 0x4330000000000000ull) - (4503599627370496.0 + 1023.0);
     double m = std::bit_cast<double>((bits & 0x000FFFFFFFFFFFFFull) | 0x3FF0000000000000ull);
-    const bool high = m > 1.4142135623730951;
-    m = high ? m * 0.5 : m;
-    e = high ? e + 1 : e;
+    const double high = m > 1.4142135623730951 ? 1.0 : 0.0;
+    m *= 1.0 - 0.5 * high;
+    e += high;
     const double s = (m - 1) / (m + 1), z = s * s;
     double p = 1.0 / 25;
     p = p * z + 1.0 / 23;
@@ -100,9 +100,11 @@ inline constexpr AsinCoefficients kAsin{};
 // pi/2 - 2 asin(sqrt((1 - x) / 2)) above.
 RZ_MATH_INLINE double AsinUnit(double x) {
     const bool low = x <= 0.5;
-    const double w = low ? x : __builtin_sqrt((1 - x) * 0.5);
+    const double root = __builtin_sqrt((1 - x) * 0.5); // both sides, so that nothing branches
+    const double w = low ? x : root;
     const double z = w * w;
     double p = detail::kAsin.a[25];
+#pragma GCC unroll 24
     for (int n = 24; n >= 1; --n) p = p * z + detail::kAsin.a[n];
     const double a = w + w * z * p;
     return low ? a : 1.57079632679489661923 - 2 * a;
