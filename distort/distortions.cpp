@@ -333,7 +333,7 @@ int32_t CentredWithRule(BitmapDesc *bmp, int32_t value, int32_t cx, int32_t cy, 
 
 int32_t SpherizeBitmap(BitmapDesc *bmp, int32_t value, int32_t cx, int32_t cy, uint32_t colour, uint32_t flags) {
     return CentredWithRule(bmp, value, cx, cy, colour, flags, [&](const Job &job) {
-        return Spherize{cx,        cy,        job.area.rc.top,   double(job.area.hw), double(job.area.hh),
+        return Spherize{cx, cy, job.area.rc.top, double(job.area.hw), double(job.area.hh),
                         std::abs(value) * 0.01, value > 0, (flags & kOption) != 0, job.rule};
     });
 }
@@ -394,20 +394,27 @@ int32_t PolarBitmap(BitmapDesc *bmp, uint32_t colour, uint32_t flags) {
     });
 }
 
-// The -814 members: null, size, then the allocated flag.
-int32_t TunnelBitmap(BitmapDesc *bmp, int32_t cx, int32_t cy, int32_t z, int32_t radius, int32_t rotation,
-                     uint32_t colour, uint32_t flags) {
+// The -814 members with a centre and a fill rule (no option): null, size,
+// then the allocated flag; their own parameters; the flags; the centre.
+template <class Make>
+int32_t CentredNoOption(BitmapDesc *bmp, bool valid, int32_t cx, int32_t cy, uint32_t colour, uint32_t flags,
+                        Make &&make) {
     RZ_RETURN_IF_FAILED(CheckDescriptor(bmp, NullCode::NullPointer));
-    if (z < 1 || radius < 1) return ST_INVALID_PARAMETER;
+    if (!valid) return ST_INVALID_PARAMETER;
     RZ_RETURN_IF_FAILED(CheckFlags(flags, 0xFFF0, ST_INVALID_PARAMETER, RULE_LEAVE, false));
     return InView(bmp, 1, [&](Job &job) -> int32_t {
         if (!job.area.empty() && !job.area.accepts(cx, cy)) return ST_BAD_BITS;
         job.rule = flags & 0xF;
         job.fill = ConvertFill(bmp, colour);
-        const Area &a = job.area;
-        return Run(bmp, job,
-                   Tunnel{cx, cy, a.rc.left, double(radius) * z, rotation * (kPi / 18000),
-                          double(a.rc.right - a.rc.left), double(a.rows()), job.rule});
+        return Run(bmp, job, make(job.area, job.rule));
+    });
+}
+
+int32_t TunnelBitmap(BitmapDesc *bmp, int32_t cx, int32_t cy, int32_t z, int32_t radius, int32_t rotation,
+                     uint32_t colour, uint32_t flags) {
+    return CentredNoOption(bmp, z >= 1 && radius >= 1, cx, cy, colour, flags, [&](const Area &a, uint32_t rule) {
+        return Tunnel{cx, cy, a.rc.left, double(radius) * z, rotation * (kPi / 18000),
+                      double(a.rc.right - a.rc.left), double(a.rows()), rule};
     });
 }
 
@@ -437,17 +444,10 @@ int32_t OceanBitmap(BitmapDesc *bmp, uint32_t amplitude, uint32_t wavelength, ui
 
 int32_t PlaneBitmap(BitmapDesc *bmp, int32_t cx, int32_t cy, int32_t z, int32_t distance, int32_t bend,
                     uint32_t type, uint32_t colour, uint32_t flags) {
-    RZ_RETURN_IF_FAILED(CheckDescriptor(bmp, NullCode::NullPointer));
-    if (z < 1 || distance < 1 || type > 2 || std::abs(int64_t(bend)) > 1000) return ST_INVALID_PARAMETER;
-    RZ_RETURN_IF_FAILED(CheckFlags(flags, 0xFFF0, ST_INVALID_PARAMETER, RULE_LEAVE, false));
-    return InView(bmp, 1, [&](Job &job) -> int32_t {
-        if (!job.area.empty() && !job.area.accepts(cx, cy)) return ST_BAD_BITS;
-        job.rule = flags & 0xF;
-        job.fill = ConvertFill(bmp, colour);
-        const Area &a = job.area;
-        return Run(bmp, job,
-                   Plane{cx, cy, a.rc.left, double(z), double(distance), double(a.rc.right - a.rc.left),
-                         double(a.rows()), double(a.hw), double(a.hh), bend / 1000.0, type, job.rule});
+    const bool valid = z >= 1 && distance >= 1 && type <= 2 && std::abs(int64_t(bend)) <= 1000;
+    return CentredNoOption(bmp, valid, cx, cy, colour, flags, [&](const Area &a, uint32_t rule) {
+        return Plane{cx, cy, a.rc.left, double(z), double(distance), double(a.rc.right - a.rc.left),
+                     double(a.rows()), double(a.hw), double(a.hh), bend / 1000.0, type, rule};
     });
 }
 
