@@ -556,6 +556,93 @@ typedef struct StatisticsInfo {
 #define RZ_ADDW_NORMALISE 1u
 
 /* ---- end of edge detection and combining ---- */
+/* ---- Distortions ----
+ * Every distortion works on the processing rectangle: the bounding
+ * rectangle of the bitmap's region, or the whole bitmap. Each pixel of it
+ * (inside the region) takes the colour found at a source position, sampled
+ * bilinearly from a copy of the rectangle's rows taken before anything
+ * changes; the weights are worked in extended precision and the value
+ * truncated. hw and hh are half the rectangle's width and height (integer
+ * division); R(theta) = sqrt(hh^2 sin^2 theta + hw^2 cos^2 theta) is "the
+ * ellipse radius" in direction theta (it reaches a little beyond the true
+ * ellipse between the axes). Coordinates are those of the upright view (1):
+ * the bitmap's view is set to 1 for the call and restored on every exit.
+ *
+ * A centre (nCenterX, nCenterY, pixels) must lie in the rectangle grown by
+ * one pixel on every side, else ST_BAD_BITS (-11).
+ * Fill colour: red bits 0-7, green 8-15, blue 16-23; times 256 on 12, 16,
+ * 48 and 64-bit bitmaps; on 12/16-bit grey with bit 26 set the low 16 bits
+ * are the grey level (on the 16-bit scale); grey bitmaps use
+ * (5 green + blue + 2 red) / 8.
+ * Flags bits 0-3, the rule for a source position outside the rectangle:
+ * 0 write the fill colour, 1 clamp the position to the nearest edge and
+ * sample, 2 leave the pixel. Bits 4-7 may hold the option 0x10 where a
+ * member names one.
+ * A null bitmap gives ST_NO_BITMAP (-2) for swirl, spherize, bending, punch,
+ * cylindrical and polar, which also test the allocated flag before the
+ * structure size; the others give ST_NULL_POINTER (-814) and test the flag
+ * after the size. A strength of 0 reports 0 and 100 and returns 1 untouched.
+ *
+ * Rz_SwirlBitmap(nAngle, centre): dx = x - cx, dy = y - cy, r, theta their
+ *   polar form; twist = ln(R / r) * nAngle / 180 radians; pixels with
+ *   r > R or twist 0, and the centre, stay; others sample at the point
+ *   turned by twist, clamped. nAngle has no limit; negative turns the other
+ *   way. Positions are worked in double precision by vector arithmetic that
+ *   agrees with libm to a unit or two in the last place: a sample can differ
+ *   by one level from a step-by-step evaluation, about 2 in 10000.
+ * Rz_SpherizeBitmap(nValue -500..500, centre, crFill, uFlags): inside the
+ *   ellipse, a = |nValue| / 100; nValue < 0: r' = (sin(r/R * pi/2) R - r) a + r;
+ *   nValue > 0: r' = (R / (pi/2) asin(r/R) - r) a + r, and with option 0x10 a
+ *   pixel with r' <= 0 follows the rule (rule 1: r' = 0). Samples at r'
+ *   along the same ray; where R is 0 the pixel stays.
+ *   -56 for an empty rectangle, -13 for flags bits 4-15 other than 0 or 0x10
+ *   or a rule above 2.
+ * Rz_BendingBitmap(nValue -500..500, centre, crFill, uFlags): rows bend into
+ *   parabolas, sy = y + nValue / 500 * hh * (dx / hw)^2 (positive lifts the
+ *   sides); 0x10 bends the columns, sx = x + nValue / 500 * hw * (dy / hh)^2.
+ *   Checks as spherize.
+ * Rz_PunchBitmap(nValue -500..500, nStress 0..1000, centre, crFill, uFlags):
+ *   inside the ellipse (0x10: the circle of radius min(hw, hh)), rho = r / R,
+ *   r' = R rho^(2^(f s)) with f = nValue / 500 and s = 1 + 2 nStress / 1000:
+ *   positive swells the centre, negative pinches it. |nValue| > 500 or
+ *   nStress > 1000: -11. No centre test.
+ * Rz_CylindricalBitmap(nValue -100..100, nType 0/1): u = dx / hw about the
+ *   rectangle's centre, a = |nValue| / 100; positive wraps onto a cylinder,
+ *   sx = cx + hw ((1 - a) u + a (2/pi) asin u); negative hollows it,
+ *   a sin(pi u / 2) instead. Type 1 works in the transposed view (a
+ *   horizontal axis). Always clamps. nType other than 0 or 1: -13 (after the
+ *   empty-rectangle check, -56).
+ * Rz_PolarBitmap(crFill, uFlags): polar coordinates about the rectangle's
+ *   centre, radius min(hw, hh), angle clockwise from straight up. Default:
+ *   the rectangle is wrapped into the disc (x gives the angle, y the radius,
+ *   the top row at the centre); 0x10: the disc is unwrapped into the
+ *   rectangle. Flags bits 4-7 other than 0 or 0x10: -11; bits above 7 are
+ *   not read.
+ * Rz_TunnelBitmap(centre, nZValue >= 1, nRadius >= 1, nRotation c deg,
+ *   crFill, uFlags): the picture tiled over the wall of a tunnel seen along
+ *   its axis: depth z = nRadius * nZValue / r, angle theta + nRotation;
+ *   sx = left + wrap(angle W / 2pi, W), sy = top + wrap(z, H). The vanishing
+ *   point (r < 1) is filled under rule 0 and left otherwise.
+ * Rz_GlassEffectBitmap(uCellWidth, uCellHeight, uFlags): glass blocks; in
+ *   each cell u in [-1, 1] across it and the source is the cell centre plus
+ *   0.6 u (1 + u^2) / 2 half cells: each block magnifies its middle and the
+ *   seams show. uFlags 0 both axes, 1 across only, 2 down only. Clamps.
+ * Rz_OceanBitmap(uAmplitude px, uWavelength px, uFlags):
+ *   sx = x + A sin(2 pi y / L), sy = y + A sin(2 pi x / L); 0x10: the lower
+ *   half of the rectangle is the mirror image of the rippled upper half.
+ *   Clamps; the rule nibble must be 0.
+ * Rz_PlaneBitmap(centre, nZValue = focal length, nDistance = eye height,
+ *   uType, crFill, uFlags): an endless floor (uType 0: below the centre's
+ *   row; 1 ceiling, above; 2 both) tiled with the picture: dy = y - cy,
+ *   z = D f / |dy|, sx = left + wrap(dx z / f + hw, W), sy = top + wrap(z, H).
+ *   Pixels off the plane (and |dy| < 1) are filled under rule 0 and left
+ *   under rules 1 and 2.
+ * Rz_PlaneBendBitmap(..., nBend -1000..1000, ...): as the plane with
+ *   dy + nBend / 1000 * hh * (dx / hw)^2 for dy.
+ * Rz_OffsetBitmap(nShiftX, nShiftY, crFill, uFlags): moves the rectangle's
+ *   contents by whole pixels; uncovered pixels follow rule 0 fill, 1 edge,
+ *   2 leave, or 3 wrap round (this member only).
+ * wrap(v, n) = v - n floor(v / n). */
 
 #ifdef __cplusplus
 extern "C" {

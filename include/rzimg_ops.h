@@ -208,3 +208,82 @@ RZ_OP(1005, Rz_AddWeightedBitmaps, combine, RZ_OPF_CUSTOM,
        RZ_LIST(pList, "bitmaps of one size and depth")
        RZ_PTR(const int32_t *, pWeights, "one weight per bitmap, per-mille, -100000..100000")
        RZ_U32(uFlags, 0, 1, 0, "0 divide by 1000, 1 divide by the sum of the weights")))
+RZ_OP(500, Rz_SwirlBitmap, distort, RZ_OPF_INPLACE | RZ_OPF_NULL_NO_BITMAP,
+      "Turns the picture about a centre, most at the centre and not at all on the rectangle's ellipse.",
+      (RZ_BMP(pBitmap) RZ_I32(nAngle, -2147483647 - 1, 2147483647, 360, "nAngle / 180 radians of turn per unit of ln(R / r)")
+       RZ_I32(nCenterX, -2147483647 - 1, 2147483647, 9, "centre, pixels")
+       RZ_I32(nCenterY, -2147483647 - 1, 2147483647, 6, "centre, pixels")))
+RZ_OP(501, Rz_SpherizeBitmap, distort, RZ_OPF_INPLACE | RZ_OPF_NULL_NO_BITMAP,
+      "Wraps the rectangle's ellipse round a sphere (positive) or into a hollow (negative).",
+      (RZ_BMP(pBitmap) RZ_I32(nValue, -500, 500, 100, "hundredths of the full effect")
+       RZ_I32(nCenterX, -2147483647 - 1, 2147483647, 9, "centre, pixels")
+       RZ_I32(nCenterY, -2147483647 - 1, 2147483647, 6, "centre, pixels")
+       RZ_U32(crFill, 0, 4294967295u, 0, "fill colour: red bits 0-7, green 8-15, blue 16-23; bit 26 grey level")
+       RZ_U32(uFlags, 0, 4294967295u, 0, "bits 0-3 rule (0 fill, 1 clamp, 2 leave); 0x10 centre to the rule")))
+RZ_OP(502, Rz_BendingBitmap, distort, RZ_OPF_INPLACE | RZ_OPF_NULL_NO_BITMAP,
+      "Bends the rows (or with 0x10 the columns) into parabolas about the centre.",
+      (RZ_BMP(pBitmap) RZ_I32(nValue, -500, 500, 250, "bend at the edges, 500ths of the half extent")
+       RZ_I32(nCenterX, -2147483647 - 1, 2147483647, 9, "centre, pixels")
+       RZ_I32(nCenterY, -2147483647 - 1, 2147483647, 6, "centre, pixels")
+       RZ_U32(crFill, 0, 4294967295u, 0, "fill colour: red bits 0-7, green 8-15, blue 16-23; bit 26 grey level")
+       RZ_U32(uFlags, 0, 4294967295u, 0, "bits 0-3 rule (0 fill, 1 clamp, 2 leave); 0x10 bends columns")))
+RZ_OP(503, Rz_PunchBitmap, distort, RZ_OPF_INPLACE | RZ_OPF_NULL_NO_BITMAP,
+      "Swells (positive) or pinches (negative) the ellipse about a centre.",
+      (RZ_BMP(pBitmap) RZ_I32(nValue, -500, 500, 250, "strength, 500ths")
+       RZ_U32(nStress, 0, 1000, 500, "steepness, per-mille")
+       RZ_I32(nCenterX, -2147483647 - 1, 2147483647, 9, "centre, pixels")
+       RZ_I32(nCenterY, -2147483647 - 1, 2147483647, 6, "centre, pixels")
+       RZ_U32(crFill, 0, 4294967295u, 0, "fill colour: red bits 0-7, green 8-15, blue 16-23; bit 26 grey level")
+       RZ_U32(uFlags, 0, 4294967295u, 0, "bits 0-3 rule (0 fill, 1 clamp, 2 leave); 0x10 a circle")))
+RZ_OP(504, Rz_CylindricalBitmap, distort, RZ_OPF_INPLACE | RZ_OPF_NULL_NO_BITMAP,
+      "Wraps the picture round a vertical (type 0) or horizontal (type 1) cylinder, or into a hollow one.",
+      (RZ_BMP(pBitmap) RZ_I32(nValue, -100, 100, 80, "percent; negative hollows")
+       RZ_I32(nType, 0, 1, 0, "0 vertical axis, 1 horizontal axis")))
+RZ_OP(505, Rz_PolarBitmap, distort, RZ_OPF_INPLACE | RZ_OPF_NULL_NO_BITMAP,
+      "Polar coordinates: wraps the picture into the disc about the centre (angle across, radius down); 0x10 unwraps it.",
+      (RZ_BMP(pBitmap) RZ_U32(crFill, 0, 4294967295u, 0, "fill colour: red bits 0-7, green 8-15, blue 16-23; bit 26 grey level")
+       RZ_U32(uFlags, 0, 4294967295u, 0, "bits 0-3 rule (0 fill, 1 clamp, 2 leave); 0x10 unwraps the disc")))
+RZ_OP(506, Rz_TunnelBitmap, distort, RZ_OPF_INPLACE,
+      "Lines the wall of a tunnel seen end on with the picture, tiled.",
+      (RZ_BMP(pBitmap) RZ_I32(nCenterX, -2147483647 - 1, 2147483647, 9, "vanishing point, pixels")
+       RZ_I32(nCenterY, -2147483647 - 1, 2147483647, 6, "vanishing point, pixels")
+       RZ_I32(nZValue, 1, 2147483647, 100, "focal length, pixels")
+       RZ_I32(nRadius, 1, 2147483647, 100, "tunnel radius, pixels")
+       RZ_I32(nRotation, -2147483647 - 1, 2147483647, 0, "turn, hundredths of a degree")
+       RZ_U32(crFill, 0, 4294967295u, 0, "fill colour for the vanishing point")
+       RZ_U32(uFlags, 0, 15, 0, "bits 0-3 rule (0 fill, 1 clamp, 2 leave)")))
+RZ_OP(507, Rz_GlassEffectBitmap, distort, RZ_OPF_INPLACE,
+      "Looks through a wall of glass blocks: each cell magnifies its centre.",
+      (RZ_BMP(pBitmap) RZ_U32(uCellWidth, 1, 4294967295u, 24, "pixels")
+       RZ_U32(uCellHeight, 1, 4294967295u, 24, "pixels")
+       RZ_U32(uFlags, 0, 2, 0, "0 both axes, 1 across only, 2 down only")))
+RZ_OP(508, Rz_OceanBitmap, distort, RZ_OPF_INPLACE,
+      "Ripples the picture as seen through water (0x10: the lower half reflects the upper).",
+      (RZ_BMP(pBitmap) RZ_U32(uAmplitude, 0, 4294967295u, 3, "pixels")
+       RZ_U32(uWavelength, 1, 4294967295u, 24, "pixels")
+       RZ_U32(uFlags, 0, 4294967295u, 0, "0, or 0x10 for a reflection")))
+RZ_OP(509, Rz_PlaneBitmap, distort, RZ_OPF_INPLACE,
+      "Tiles the picture over an endless floor or ceiling seen in perspective.",
+      (RZ_BMP(pBitmap) RZ_I32(nCenterX, -2147483647 - 1, 2147483647, 9, "vanishing point, pixels")
+       RZ_I32(nCenterY, -2147483647 - 1, 2147483647, 6, "horizon and vanishing point, pixels")
+       RZ_I32(nZValue, 1, 2147483647, 200, "focal length, pixels")
+       RZ_I32(nDistance, 1, 2147483647, 100, "eye height, pixels")
+       RZ_U32(uType, 0, 2, 0, "0 floor, 1 ceiling, 2 both")
+       RZ_U32(crFill, 0, 4294967295u, 0, "fill colour off the plane")
+       RZ_U32(uFlags, 0, 15, 0, "bits 0-3 rule (0 fill, 1 and 2 leave)")))
+RZ_OP(510, Rz_PlaneBendBitmap, distort, RZ_OPF_INPLACE,
+      "As the plane, with the floor curved up or down towards the sides.",
+      (RZ_BMP(pBitmap) RZ_I32(nCenterX, -2147483647 - 1, 2147483647, 9, "vanishing point, pixels")
+       RZ_I32(nCenterY, -2147483647 - 1, 2147483647, 6, "horizon and vanishing point, pixels")
+       RZ_I32(nZValue, 1, 2147483647, 200, "focal length, pixels")
+       RZ_I32(nDistance, 1, 2147483647, 100, "eye height, pixels")
+       RZ_I32(nBend, -1000, 1000, 300, "rise at the sides, per-mille of the half height")
+       RZ_U32(uType, 0, 2, 0, "0 floor, 1 ceiling, 2 both")
+       RZ_U32(crFill, 0, 4294967295u, 0, "fill colour off the plane")
+       RZ_U32(uFlags, 0, 15, 0, "bits 0-3 rule (0 fill, 1 and 2 leave)")))
+RZ_OP(511, Rz_OffsetBitmap, distort, RZ_OPF_INPLACE,
+      "Shifts the picture by whole pixels; the uncovered part is filled, repeats the edge, stays or wraps round.",
+      (RZ_BMP(pBitmap) RZ_I32(nShiftX, -2147483647 - 1, 2147483647, 5, "pixels to the right")
+       RZ_I32(nShiftY, -2147483647 - 1, 2147483647, 3, "pixels down")
+       RZ_U32(crFill, 0, 4294967295u, 0, "fill colour: red bits 0-7, green 8-15, blue 16-23; bit 26 grey level")
+       RZ_U32(uFlags, 0, 3, 0, "0 fill, 1 edge, 2 leave, 3 wrap")))

@@ -510,6 +510,46 @@ bool ParseFFT(const rz::OpInfo &op, std::span<const std::string> words, Prepared
             why = "dft: the rectangle must lie inside the " + std::to_string(b->nWidth) + "x" +
                   std::to_string(b->nHeight) + " picture";
         return st;
+// Distortions about a centre: the other arguments as the generic parser
+// takes them, the centre as center=X,Y, by default the middle of the
+// picture (in its upright view, where the operations work).
+bool ParseCentred(const rz::OpInfo &op, std::span<const std::string> words, PreparedCall &call,
+                  std::string &error) {
+    const std::string name = op.cliName();
+    std::vector<std::string> rest;
+    std::vector<int64_t> centre;
+    for (const std::string &w : words) {
+        if (!w.starts_with("center=")) {
+            rest.push_back(w);
+            continue;
+        }
+        if (!ParseIntList(WithoutPrefix(w, "center"), centre, name + ": center", error)) return false;
+        if (centre.size() != 2) {
+            error = name + ": center is X,Y";
+            return false;
+        }
+    }
+    PreparedCall others;
+    if (!PrepareScalars(op, rest, others, error, "nCenterX nCenterY")) return false;
+    // Every other argument by name, so that the centre can be added later.
+    std::vector<std::string> named;
+    for (size_t i = 0, j; i < others.args.size(); i = j + 1) {
+        j = std::min(others.args.find(' ', i), others.args.size());
+        named.push_back(others.args.substr(i, j - i));
+    }
+    call.op = &op;
+    call.args = others.args + " center=" +
+                (centre.empty() ? std::string("middle") : std::to_string(centre[0]) + "," + std::to_string(centre[1]));
+    call.run = [&op, named, centre](BitmapDesc *bitmap, std::string &why) -> int32_t {
+        const bool transposed = bitmap->nViewPerspective > 4;
+        const int32_t w = transposed ? bitmap->nHeight : bitmap->nWidth;
+        const int32_t h = transposed ? bitmap->nWidth : bitmap->nHeight;
+        std::vector<std::string> all = named;
+        all.push_back("center-x=" + std::to_string(centre.empty() ? w / 2 : centre[0]));
+        all.push_back("center-y=" + std::to_string(centre.empty() ? h / 2 : centre[1]));
+        PreparedCall full;
+        if (!PrepareScalars(op, all, full, why)) return ST_INVALID_PARAMETER;
+        return full.run(bitmap, why);
     };
     return true;
 }
@@ -793,6 +833,29 @@ const CustomEntry kCustom[] = {
      "The input and the image files, weighted in per-mille (-100000..100000), one\n"
      "weight each in order; flags 0 divides by 1000, 1 by the sum of the weights.",
      "@chart weights=700,300", "pWeights", &ParseAddWeighted},
+    {"Rz_SwirlBitmap", "[ANGLE] [center=X,Y]",
+     "Turns the picture about the centre (default: the middle), most at the centre\n"
+     "and not at all on the ellipse of the picture or region. ANGLE / 180 radians\n"
+     "of turn per unit of ln(R / r); negative turns the other way.",
+     "angle=400", "nCenterX nCenterY", &ParseCentred},
+    {"Rz_SpherizeBitmap", "[VALUE] [FILL] [FLAGS] [center=X,Y]",
+     "Sphere (positive) or hollow (negative) over the ellipse about the centre.", "value=100 flags=1",
+     "nCenterX nCenterY", &ParseCentred},
+    {"Rz_BendingBitmap", "[VALUE] [FILL] [FLAGS] [center=X,Y]",
+     "Rows (flags 0x10: columns) bent into parabolas about the centre.", "value=200 flags=1",
+     "nCenterX nCenterY", &ParseCentred},
+    {"Rz_PunchBitmap", "[VALUE] [STRESS] [FILL] [FLAGS] [center=X,Y]",
+     "Swells (positive) or pinches (negative) the ellipse about the centre.", "value=300 stress=500 flags=1",
+     "nCenterX nCenterY", &ParseCentred},
+    {"Rz_TunnelBitmap", "[Z-VALUE] [RADIUS] [ROTATION] [FILL] [FLAGS] [center=X,Y]",
+     "The picture tiled over the wall of a tunnel whose far end is the centre.", "z-value=200 radius=100",
+     "nCenterX nCenterY", &ParseCentred},
+    {"Rz_PlaneBitmap", "[Z-VALUE] [DISTANCE] [TYPE] [FILL] [FLAGS] [center=X,Y]",
+     "The picture tiled over a floor (ceiling) below (above) the centre's row.", "z-value=200 distance=60",
+     "nCenterX nCenterY", &ParseCentred},
+    {"Rz_PlaneBendBitmap", "[Z-VALUE] [DISTANCE] [BEND] [TYPE] [FILL] [FLAGS] [center=X,Y]",
+     "As plane, with the floor curved towards the sides.", "z-value=200 distance=60 bend=400",
+     "nCenterX nCenterY", &ParseCentred},
 };
 
 } // namespace
