@@ -82,3 +82,22 @@ RZ_OP(405, Rz_MinFilterBitmap, filters, RZ_OPF_INPLACE,
 RZ_OP(406, Rz_MedianFilterBitmap, filters, RZ_OPF_INPLACE,
       "Replaces every sample by the median of its n x n window (the lower middle for even n).",
       (RZ_BMP(pBitmap) RZ_U32(nSize, 1, 4294967295u, 3, "window side in pixels")))
+RZ_OP(140, Rz_IntensityDetectBitmap, tone, RZ_OPF_INPLACE,
+      "Pixels whose intensity lies in a band take one colour, all others another.",
+      (RZ_BMP(pBitmap) RZ_U32(uLow, 0, 65535, 128, "lowest intensity of the band, in sample units")
+       RZ_U32(uHigh, 0, 65535, 255, "highest intensity of the band, in sample units")
+       RZ_U32(crIn, 0, 4294967295u, 16777215, "colour inside the band (0x00BBGGRR; bit 26: grey level)")
+       RZ_U32(crOut, 0, 4294967295u, 0, "colour outside the band")
+       RZ_U32(uChannel, 0, 3, 0, "0 intensity Y, 1 red, 2 green, 3 blue")))
+RZ_OP(700, Rz_DeskewBitmap, document, RZ_OPF_CUSTOM,
+      "Measures the skew of a text page (search of +-10.19 degrees) and rotates it straight.",
+      (RZ_BMP(pBitmap) RZ_PTR(int32_t *, pnAngle, "measured angle in hundredths of a degree, or null")
+       RZ_U32(crBack, 0, 4294967295u, 16777215, "fill of the uncovered corners (0x00BBGGRR)")
+       RZ_U32(uDeskewFlags, 0, 4294967295u, 0, "RZ_DESKEW_ flags")))
+RZ_OP(701, Rz_DeskewBitmapExt, document, RZ_OPF_CUSTOM,
+      "Measures the skew of a text page within a range and step of the caller's and rotates it straight.",
+      (RZ_BMP(pBitmap) RZ_PTR(int32_t *, pnAngle, "measured angle in hundredths of a degree, or null")
+       RZ_U32(nAngleRange, 0, 4500, 1000, "largest skew searched, hundredths of a degree")
+       RZ_U32(nAngleResolution, 1, 4500, 1, "step of the search, tenths of a degree")
+       RZ_U32(crBack, 0, 4294967295u, 16777215, "fill of the uncovered corners (0x00BBGGRR)")
+       RZ_U32(uDeskewFlags, 0, 4294967295u, 0, "RZ_DESKEW_ flags")))
