@@ -99,16 +99,10 @@ inline TextPage MakeTextPage(int32_t width, int32_t height, double degrees, uint
     return p;
 }
 
-// The page as a kernel bitmap: 1-bit (kernel grey ramp: 1 white) or 8-bit
-// grey samples. The caller frees it with KrnFreeBitmap.
-inline int32_t PageBitmap(const TextPage &p, int32_t bits, BitmapDesc *b) {
-    int32_t st = KrnInitBitmap(b, BITMAPDESC_SIZE, p.width, p.height, bits);
-    if (st == 1) st = KrnAllocBitmap(b);
-    if (st != 1) return st;
-    if (bits == 8) {
-        b->nColorOrder = KRN_ORDER_GRAY;
-        b->nDataKind = 1;
-    }
+// Writes the page into an allocated bitmap of its size: 1-bit (kernel grey
+// ramp: 1 white) or 8-bit grey samples.
+inline int32_t WritePage(const TextPage &p, BitmapDesc *b) {
+    const int32_t bits = b->nBitsPerPixel;
     std::vector<uint8_t> row(KrnBitmapRowBytes(b));
     for (int32_t y = 0; y < p.height; ++y) {
         std::fill(row.begin(), row.end(), 0);
@@ -118,10 +112,22 @@ inline int32_t PageBitmap(const TextPage &p, int32_t bits, BitmapDesc *b) {
             else if (!p.inkAt(x, y))
                 row[size_t(x) / 8] |= uint8_t(0x80 >> (x % 8));
         }
-        st = KrnPutBitmapRowSpans(b, row.data(), y, 0, uint32_t(row.size()), nullptr, 0, KRN_PUT_NORMAL);
+        const int32_t st = KrnPutBitmapRowSpans(b, row.data(), y, 0, uint32_t(row.size()), nullptr, 0, KRN_PUT_NORMAL);
         if (st != 1) return st;
     }
     return 1;
+}
+
+// The page as a new kernel bitmap; the caller frees it with KrnFreeBitmap.
+inline int32_t PageBitmap(const TextPage &p, int32_t bits, BitmapDesc *b) {
+    int32_t st = KrnInitBitmap(b, BITMAPDESC_SIZE, p.width, p.height, bits);
+    if (st == 1) st = KrnAllocBitmap(b);
+    if (st != 1) return st;
+    if (bits == 8) {
+        b->nColorOrder = KRN_ORDER_GRAY;
+        b->nDataKind = 1;
+    }
+    return WritePage(p, b);
 }
 
 } // namespace rz::test
