@@ -500,15 +500,18 @@ int32_t Deskew(BitmapDesc *b, int32_t *pnAngle, uint32_t crBack, uint32_t flags,
 }
 
 // The search of the Ext export: range in hundredths, resolution in tenths.
-Search ExtSearch(const BitmapDesc *b, uint32_t range, uint32_t resolution) {
+// A step whose tangent is 0 (a multiple of 180 degrees) has no base length.
+int32_t ExtSearch(const BitmapDesc *b, uint32_t range, uint32_t resolution, Search *q) {
     const double w = b->nWidth, h = b->nHeight;
     const uint32_t a1 = uint32_t(std::atan2(w, h) * 18000.0 / kPi), a2 = uint32_t(std::atan2(h, w) * 18000.0 / kPi);
     const uint32_t aMax = std::min(a1, a2);
     const double rangeRad = std::min(aMax, range) * kPi / 18000.0;
     const double resRad = resolution * kPi / 1800.0;
-    const int32_t L = int32_t(std::ceil(1.0 / std::fabs(std::tan(resRad))));
-    const int32_t n = int32_t(std::ceil(std::fabs(std::tan(rangeRad)) * L));
-    return {n, L};
+    const double base = std::ceil(1.0 / std::fabs(std::tan(resRad)));
+    if (!(base <= 1e6)) return ST_INVALID_PARAMETER;
+    const int32_t L = int32_t(base);
+    *q = Search{int32_t(std::ceil(std::fabs(std::tan(rangeRad)) * L)), L};
+    return ST_SUCCESS;
 }
 
 } // namespace
@@ -535,7 +538,8 @@ RZIMG_API int32_t RZAPI Rz_DeskewBitmapExt(BitmapDesc *pBitmap, int32_t *pnAngle
         RZ_RETURN_IF_FAILED(CheckFlags(uDeskewFlags));
         if (nAngleRange > 4500 || nAngleResolution > nAngleRange || nAngleResolution == 0)
             return ST_INVALID_PARAMETER;
-        const Search q = ExtSearch(pBitmap, nAngleRange, nAngleResolution);
+        Search q{};
+        RZ_RETURN_IF_FAILED(ExtSearch(pBitmap, nAngleRange, nAngleResolution, &q));
         return Deskew(pBitmap, pnAngle, crBack, uDeskewFlags, q, (uDeskewFlags & kPathMask) != 0);
     });
 }

@@ -248,8 +248,9 @@ typedef struct UserFilterKernel {
  * caller's callback silenced.
  * Statuses: -814, -789, -1360 (signed samples), -13 for a low nibble other
  * than 0 or 1, bits 4-7 other than 0 or 0x10, and (Ext) a range above 4500,
- * a resolution of 0 or above the range; -2 for a bitmap without pixels or a
- * palette depth without its palette; -1 when memory runs out; a kernel
+ * a resolution of 0, above the range or a multiple of 180 degrees; -2 for
+ * a bitmap without pixels or a palette depth without its palette; -1 when
+ * memory runs out; a kernel
  * failure's own status; the callback's stop value. Bits 8-11 are read as
  * zero / non-zero, bits 12-15 other than 0x1000 and 0x2000 give nearest,
  * bits above 19 are not read. pnAngle may be null. Rz_DeskewBitmap first
