@@ -643,6 +643,94 @@ typedef struct StatisticsInfo {
  *   contents by whole pixels; uncovered pixels follow rule 0 fill, 1 edge,
  *   2 leave, or 3 wrap round (this member only).
  * wrap(v, n) = v - n floor(v / n). */
+/* ---- Tone: intensity band ---- */
+
+/* Rz_IntensityDetectBitmap(uLow, uHigh, crIn, crOut, uChannel): every pixel
+ * whose intensity lies in uLow..uHigh (inclusive) takes crIn, every other
+ * one crOut. Intensity: the grey sample; for colour, Y = (3735 B + 19235 G
+ * + 9798 R + 16384) >> 15 with uChannel 0, else that channel (1 red, 2
+ * green, 3 blue). Levels are in the bitmap's own sample units: 0..255 for
+ * 1..8-bit grey and 8-bit channels, the significant value (0..4095 for
+ * 12 bits) for 12/16-bit grey, 0..65535 for 16-bit channels. Colours are
+ * 0x00BBGGRR words, times 256 on 16-bit samples; grey bitmaps take
+ * (2R + 5G + B + 4) / 8; with bit 26 set the low 16 bits are a grey level
+ * in sample units. Palettised bitmaps (and 12/16-bit grey shown through a
+ * display table) have their entries rewritten instead of their pixels: a
+ * palette entry is judged by its colour, a display-table entry by its
+ * index, i.e. the sample value it shows (samples past the table's end show
+ * its last entry); the region does not apply there. -13 for a level above
+ * 65535, uLow above uHigh or uChannel above 3; signed samples -1360. */
+
+/* ---- Document: skew detection and deskew ---- */
+
+/* Rz_DeskewBitmap(pnAngle, crBack, uDeskewFlags) and
+ * Rz_DeskewBitmapExt(pnAngle, nAngleRange, nAngleResolution, crBack,
+ * uDeskewFlags) measure the skew of a text page and, unless asked only to
+ * measure, rotate the page straight about its centre. The whole page is
+ * used; the region is ignored.
+ *
+ * Measurement: the page is compared with itself displaced L pixels to the
+ * right and s rows down, for every s in -n..n. The score of s sums, over
+ * the row pairs (y, y + s) for y from n to nHeight - 1 - n (so every shift
+ * sums the same number of pairs, and a white margin cannot pull the best
+ * shift toward 0 or away from it), the products of the samples (x, y) and
+ * (x + L, y + s) for x from 0 to nWidth - L - 1: on 1-bit pages the count of
+ * pixels where both are the lighter palette colour; on other depths the
+ * product of 8-bit grey levels (palette entries and colour by
+ * (B + 5 G + 2 R + 4) / 8, 16-bit channels by their high byte, 12/16-bit
+ * grey by the top 8 significant bits or through the display table when one
+ * is shown), each row pair's sum divided by 65025. The scores are smoothed
+ * by a centred mean of three (ends repeated); the largest wins, the most
+ * negative shift on ties; when every shift scores the same (a blank or
+ * uniform page) the angle is 0. Angle = trunc(atan(s / L) * 18000 / pi) in
+ * hundredths of a degree. The sign is inverted in views 1, 2, 6 and 8 and
+ * kept in 3, 4, 5 and 7: in view 1 a positive angle means the lines rise to
+ * the right. Pages narrower than 4 L or lower than 15 n rows are measured on
+ * a copy scaled up uniformly to that size (bilinear).
+ *   Rz_DeskewBitmap: L = 256, n = 46 (+-10.19 degrees in steps of about
+ *   0.22). Rz_DeskewBitmapExt: nAngleRange in hundredths of a degree (at
+ *   most 4500, and at most the angle of the bitmap's diagonal from its nearer
+ *   side), nAngleResolution in TENTHS of a degree (1 or more, and not above
+ *   the raw number nAngleRange); L = ceil(1 / tan(resolution)),
+ *   n = ceil(tan(range) * L).
+ * Pre-filtered path: the page is measured on a black-and-white copy (8-bit
+ * grey, 128..255 white) whose minority colour has been grown by
+ * Rz_MaxFilterBitmap or Rz_MinFilterBitmap of side 5..15, from the page's
+ * diagonal and ink share, into solid line-shaped blobs; it copes with grey
+ * scans whose background is unevenly lit, where raw products see mostly the
+ * background. On a straight page the blobs may put the result one search
+ * step off. RZ_DESKEW_PATH selects it in Rz_DeskewBitmap; the Ext export
+ * reads the same bit the other way round (set: direct).
+ * Rotation: about (nWidth / 2, nHeight / 2) by the measured slope, turned so
+ * that the lines come out level as the view shows them (in views 3, 4, 5
+ * and 7 the reported angle therefore has the rotation's opposite sign), the
+ * size kept, uncovered corners filled with crBack (0x00BBGGRR, as
+ * KrnRotateBitmap fills) or, with RZ_DESKEW_FILL_PAGE, the page's most
+ * frequent grey level (the first on ties). 1-bit pages are turned as 8-bit
+ * grey and thresholded back at 200 (the lighter palette entry taking the
+ * light pixels; the palette is kept). Nothing is rotated for an angle of 0,
+ * nor, with RZ_DESKEW_SKIP_SMALL, when |tan(angle)| * nWidth / nHeight is at
+ * most 0.005. The page changes only when the rotation has completed.
+ * Progress: measuring 0..33 (0..100 when only measuring), the page-fill
+ * histogram 34..66, the rotation 34 (or 67) ..100; nested work runs with the
+ * caller's callback silenced.
+ * Statuses: -814, -789, -1360 (signed samples), -13 for a low nibble other
+ * than 0 or 1, bits 4-7 other than 0 or 0x10, and (Ext) a range above 4500,
+ * a resolution of 0, above the range or a multiple of 180 degrees; -2 for
+ * a bitmap without pixels or a palette depth without its palette; -1 when
+ * memory runs out; a kernel
+ * failure's own status; the callback's stop value. Bits 8-11 are read as
+ * zero / non-zero, bits 12-15 other than 0x1000 and 0x2000 give nearest,
+ * bits above 19 are not read. pnAngle may be null. Rz_DeskewBitmap first
+ * replaces an nHighBit of -1 by nBitsPerPixel - 1. */
+#define RZ_DESKEW_MEASURE_ONLY 0x1u
+#define RZ_DESKEW_FILL_PAGE 0x10u
+#define RZ_DESKEW_SKIP_SMALL 0x100u
+#define RZ_DESKEW_BILINEAR 0x1000u
+#define RZ_DESKEW_BICUBIC 0x2000u
+#define RZ_DESKEW_PATH 0x10000u
+
+/* ---- end of document ---- */
 
 #ifdef __cplusplus
 extern "C" {

@@ -287,3 +287,22 @@ RZ_OP(511, Rz_OffsetBitmap, distort, RZ_OPF_INPLACE,
        RZ_I32(nShiftY, -2147483647 - 1, 2147483647, 3, "pixels down")
        RZ_U32(crFill, 0, 4294967295u, 0, "fill colour: red bits 0-7, green 8-15, blue 16-23; bit 26 grey level")
        RZ_U32(uFlags, 0, 3, 0, "0 fill, 1 edge, 2 leave, 3 wrap")))
+RZ_OP(140, Rz_IntensityDetectBitmap, tone, RZ_OPF_INPLACE,
+      "Pixels whose intensity lies in a band take one colour, all others another.",
+      (RZ_BMP(pBitmap) RZ_U32(uLow, 0, 65535, 128, "lowest intensity of the band, in sample units")
+       RZ_U32(uHigh, 0, 65535, 255, "highest intensity of the band, in sample units")
+       RZ_U32(crIn, 0, 4294967295u, 16777215, "colour inside the band (0x00BBGGRR; bit 26: grey level)")
+       RZ_U32(crOut, 0, 4294967295u, 0, "colour outside the band")
+       RZ_U32(uChannel, 0, 3, 0, "0 intensity Y, 1 red, 2 green, 3 blue")))
+RZ_OP(700, Rz_DeskewBitmap, document, RZ_OPF_CUSTOM,
+      "Measures the skew of a text page (search of +-10.19 degrees) and rotates it straight.",
+      (RZ_BMP(pBitmap) RZ_PTR(int32_t *, pnAngle, "measured angle in hundredths of a degree, or null")
+       RZ_U32(crBack, 0, 4294967295u, 16777215, "fill of the uncovered corners (0x00BBGGRR)")
+       RZ_U32(uDeskewFlags, 0, 4294967295u, 0, "RZ_DESKEW_ flags")))
+RZ_OP(701, Rz_DeskewBitmapExt, document, RZ_OPF_CUSTOM,
+      "Measures the skew of a text page within a range and step of the caller's and rotates it straight.",
+      (RZ_BMP(pBitmap) RZ_PTR(int32_t *, pnAngle, "measured angle in hundredths of a degree, or null")
+       RZ_U32(nAngleRange, 0, 4500, 1000, "largest skew searched, hundredths of a degree")
+       RZ_U32(nAngleResolution, 1, 4500, 1, "step of the search, tenths of a degree")
+       RZ_U32(crBack, 0, 4294967295u, 16777215, "fill of the uncovered corners (0x00BBGGRR)")
+       RZ_U32(uDeskewFlags, 0, 4294967295u, 0, "RZ_DESKEW_ flags")))

@@ -390,6 +390,55 @@ RZKRN_API int32_t RZAPI KrnGetBitmapListItem(const KrnBitmapList *pList, uint32_
 /* Releases the list and the copies it holds; null is ignored. */
 RZKRN_API void RZAPI KrnFreeBitmapList(KrnBitmapList *pList);
 /* ---- end of bitmap lists ---- */
+/* ---- Geometry: resize, rotate, grey histogram. ----
+ * Both geometric services work on the picture as the current view shows it
+ * and refuse what KrnValidateBitmap refuses. They report whole percentages
+ * 0..100 to the thread's status callback; a result other than 1 stops them
+ * and is returned with the bitmap unchanged. Samples are mixed as grey
+ * levels (1..8-bit grey samples and grey-ramp palettes), as the significant
+ * bits of 12/16-bit grey, or channel by channel (the fourth included);
+ * indices of any other palette cannot be mixed, so such bitmaps are always
+ * resampled by nearest neighbour. Results are rounded to nearest and
+ * clamped; written 12/16-bit samples have 0 outside their significant bits. */
+#define KRN_RESIZE_NEAREST 0
+#define KRN_RESIZE_BILINEAR 1
+/* Averages the covered share of every source pixel along an axis that
+ * shrinks; bilinear along one that grows. */
+#define KRN_RESIZE_AREA 2
+/* Resizes in place to nNewWidth x nNewHeight (1 or more each): output
+ * pixel i covers source [i*s/d, (i+1)*s/d); nearest takes the pixel under its
+ * centre, bilinear mixes the two around it (edges replicated). The result is
+ * stored in view 1 as the old view showed it; palette and display table
+ * stay; the region, in the old coordinates, is released. -13 for a size
+ * below 1, an unknown method, an empty source or a result the kernel cannot
+ * represent; -1 when memory runs out. */
+RZKRN_API int32_t RZAPI KrnResizeBitmap(BitmapDesc *pBitmap, int32_t nNewWidth, int32_t nNewHeight,
+                                        int32_t nMethod);
+
+#define KRN_ROTATE_NEAREST 0
+#define KRN_ROTATE_BILINEAR 2
+#define KRN_ROTATE_BICUBIC 4 /* Keys' cubic, a = -0.5 */
+/* Rotates the picture in place about (dCentreX, dCentreY), in pixels from the
+ * view's top-left corner (pixel x spans x..x+1, so the picture's centre is
+ * (nWidth * 0.5, nHeight * 0.5)), by nAngle hundredths of a degree;
+ * positive turns the picture clockwise as the view shows it (rows run
+ * down). The bitmap keeps its size; a pixel whose centre maps outside the
+ * picture takes crFill: red bits 0-7, green 8-15, blue 16-23 (times 256 on
+ * 16-bit samples; grey bitmaps take (2R + 5G + B + 4) / 8, on 12/16 bits
+ * times 256 and scaled to the significant bits; palettes the nearest entry,
+ * lowest index on ties); with bit 26 set the low 16 bits are a grey level on
+ * the bitmap's own sample scale. A fourth channel is filled opaque. -13 for
+ * another quality code or a centre that is not finite. */
+RZKRN_API int32_t RZAPI KrnRotateBitmap(BitmapDesc *pBitmap, int32_t nAngle, double dCentreX, double dCentreY,
+                                        uint32_t crFill, int32_t nQuality);
+
+/* 256 counts of the grey level of every pixel (whole bitmap, no region):
+ * palette entries and colour by (R*77 + G*150 + B*29 + 128) >> 8 on 8-bit
+ * channels (the high byte of 16-bit ones), grey samples scaled to 0..255
+ * (the top 8 significant bits of 12/16-bit grey, signed offset to unsigned).
+ * -13 for a null histogram. */
+RZKRN_API int32_t RZAPI KrnGetBitmapHistogram(const BitmapDesc *pBitmap, uint32_t *pHistogram);
+/* ---- end of geometry ---- */
 
 #ifdef __cplusplus
 }

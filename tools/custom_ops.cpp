@@ -14,6 +14,8 @@
 #include <climits>
 #include <cmath>
 #include <cstring>
+#include <cstdio>
+#include <cstdlib>
 #include <cctype>
 #include <filesystem>
 #include <fstream>
@@ -696,6 +698,102 @@ bool ParseFrqMask(const rz::OpInfo &op, std::span<const std::string> words, Prep
             }
             return Rz_FrqFilterMaskBitmap(mask.get(), a, 0);
         });
+
+// deskew and deskew-ext: the flag word from named switches, so the selector
+// that the two exports read in opposite senses is simply prefilter=0|1; the
+// measured angle is printed.
+bool ParseDeskew(const rz::OpInfo &op, std::span<const std::string> words, PreparedCall &call, std::string &error) {
+    const bool ext = std::string_view(op.name) == "Rz_DeskewBitmapExt";
+    const std::string name = op.cliName();
+    const std::string usage = name + ": arguments are " + (ext ? "range=N resolution=N " : "") +
+                              "measure-only=0|1 fill=white|black|page|0xBBGGRR skip-small=0|1 "
+                              "quality=nearest|bilinear|bicubic prefilter=0|1";
+    int64_t range = 1000, resolution = 1, measureOnly = 0, skip = 0, prefilter = ext ? 1 : 0;
+    uint32_t fill = 0xFFFFFF, flags = 0;
+    for (const std::string &w : words) {
+        const size_t eq = w.find('=');
+        if (eq == std::string::npos) {
+            error = usage + " (got '" + w + "')";
+            return false;
+        }
+        const std::string key = w.substr(0, eq), value = w.substr(eq + 1);
+        auto number = [&](int64_t &out, int64_t lo, int64_t hi) {
+            std::vector<int64_t> v;
+            if (!ParseIntList(value, v, name + " " + key, error)) return false;
+            if (v.size() != 1 || v[0] < lo || v[0] > hi) {
+                error = name + ": " + key + " is " + std::to_string(lo) + ".." + std::to_string(hi) + ", not '" +
+                        value + "'";
+                return false;
+            }
+            out = v[0];
+            return true;
+        };
+        if (key == "measure-only" || key == "skip-small" || key == "prefilter") {
+            int64_t &slot = key == "measure-only" ? measureOnly : key == "skip-small" ? skip : prefilter;
+            if (!number(slot, 0, 1)) return false;
+        } else if (ext && key == "range") {
+            if (!number(range, 0, 4500)) return false;
+        } else if (ext && key == "resolution") {
+            if (!number(resolution, 1, 4500)) return false;
+        } else if (key == "quality") {
+            static const char *const kQ[] = {"nearest", "bilinear", "bicubic"};
+            const auto q = std::find(std::begin(kQ), std::end(kQ), value);
+            if (q == std::end(kQ)) {
+                error = name + ": quality is nearest, bilinear or bicubic, not '" + value + "'";
+                return false;
+            }
+            flags = (flags & ~0xF000u) | uint32_t(q - std::begin(kQ)) * 0x1000u;
+        } else if (key == "fill") {
+            flags &= ~0xF0u;
+            if (value == "page") {
+                flags |= 0x10;
+            } else if (value == "white" || value == "black") {
+                fill = value == "white" ? 0xFFFFFF : 0;
+            } else {
+                char *end = nullptr;
+                const unsigned long v = std::strtoul(value.c_str(), &end, 0);
+                if (value.empty() || *end || v > 0xFFFFFF) {
+                    error = name + ": fill is white, black, page or a colour 0xBBGGRR, not '" + value + "'";
+                    return false;
+                }
+                fill = uint32_t(v);
+            }
+        } else {
+            error = usage + " ('" + key + "' is not one of them)";
+            return false;
+        }
+    }
+    if (ext && resolution > range) {
+        error = name + ": resolution (tenths of a degree) may not exceed range (hundredths): " +
+                std::to_string(resolution) + " > " + std::to_string(range);
+        return false;
+    }
+    flags |= uint32_t(measureOnly) | (skip ? 0x100u : 0u);
+    // Rz_DeskewBitmap pre-filters when the selector is set, the Ext export when it is clear.
+    if ((prefilter != 0) != ext) flags |= 0x10000;
+    call.op = &op;
+    call.args = (ext ? "range=" + std::to_string(range) + " resolution=" + std::to_string(resolution) + " " : "") +
+                "measure-only=" + std::to_string(measureOnly) + " prefilter=" + std::to_string(prefilter);
+    call.run = [&op, ext, range, resolution, fill, flags](BitmapDesc *bitmap, std::string &) -> int32_t {
+        int32_t angle = 0;
+        rz::Arg args[6];
+        args[0].p = bitmap;
+        args[1].p = &angle;
+        int i = 2;
+        if (ext) {
+            args[i++].i = range;
+            args[i++].i = resolution;
+        }
+        args[i++].i = fill;
+        args[i++].i = flags;
+        const int32_t st = op.invoke(args);
+        if (st == ST_SUCCESS) {
+            char text[64];
+            std::snprintf(text, sizeof text, "%s: skew %.2f degrees (%d)\n", op.cliName().c_str(), angle / 100.0,
+                          angle);
+            std::fputs(text, stdout);
+        }
+        return st;
     };
     return true;
 }
@@ -856,6 +954,21 @@ const CustomEntry kCustom[] = {
     {"Rz_PlaneBendBitmap", "[Z-VALUE] [DISTANCE] [BEND] [TYPE] [FILL] [FLAGS] [center=X,Y]",
      "As plane, with the floor curved towards the sides.", "z-value=200 distance=60 bend=400",
      "nCenterX nCenterY", &ParseCentred},
+    {"Rz_DeskewBitmap", "[measure-only=0|1] [fill=white|black|page|0xBBGGRR] [skip-small=0|1] [quality=Q] [prefilter=0|1]",
+     "Measures the skew of a text page within +-10.19 degrees (steps of about 0.22) and\n"
+     "prints it (positive: the lines rise to the right); unless measure-only=1 it\n"
+     "rotates the page straight. fill colours the uncovered corners (page: the page's\n"
+     "most frequent grey); skip-small=1 leaves pages whose tilt moves the edge by at\n"
+     "most half a percent; quality is nearest (default), bilinear or bicubic;\n"
+     "prefilter=1 measures a copy whose text is grown into line blobs.",
+     "fill=white", "pnAngle crBack uDeskewFlags", &ParseDeskew},
+    {"Rz_DeskewBitmapExt",
+     "[range=N] [resolution=N] [measure-only=0|1] [fill=...] [skip-small=0|1] [quality=Q] [prefilter=0|1]",
+     "As deskew, searching up to range hundredths of a degree (0..4500, default 1000)\n"
+     "in steps of resolution tenths of a degree (default 1, at most the range's\n"
+     "number); prefilter defaults to 1.",
+     "range=1000 resolution=1 quality=bilinear", "pnAngle nAngleRange nAngleResolution crBack uDeskewFlags",
+     &ParseDeskew},
 };
 
 } // namespace

@@ -10,6 +10,7 @@
 #include <tiffio.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <map>
 #include <fcntl.h>
@@ -703,3 +704,21 @@ TEST_F(ToolTest, BitmapArgumentsAreImageFiles) {
 }
 
 } // namespace
+
+TEST_F(ToolTest, DeskewPrintsTheMeasuredAngle) {
+    Bmp ref;
+    Load(input_, ref);
+    int32_t angle = 0;
+    ASSERT_EQ(Rz_DeskewBitmap(&ref.d, &angle, 0xFFFFFF, RZ_DESKEW_MEASURE_ONLY), 1);
+    char want[64];
+    std::snprintf(want, sizeof want, "deskew: skew %.2f degrees (%d)\n", angle / 100.0, angle);
+    Result r = Run({input_, "deskew", "measure-only=1", path("out.png")});
+    ASSERT_EQ(r.code, 0) << r.err;
+    EXPECT_EQ(r.out, want);
+    EXPECT_TRUE(SameFiles(path("out.png"), input_)) << "measuring only changes nothing";
+    // The Ext export's resolution is in tenths, its range in hundredths.
+    r = Run({input_, "deskew-ext", "range=100", "resolution=101", path("bad.png")});
+    EXPECT_EQ(r.code, 2);
+    EXPECT_NE(r.err.find("resolution"), std::string::npos) << r.err;
+    EXPECT_FALSE(fs::exists(path("bad.png")));
+}

@@ -1,0 +1,323 @@
+// Deskew against a naive reference that reads every pixel with KrnGetPixel
+// and scores every shift with plain loops (every layout, every view), the
+// pre-filtered path rebuilt from the exports it is made of, the rotation
+// (pages come out straight, 1-bit stays 1-bit, fills), progress, and the
+// documented statuses on bad input.
+#include "document/text_page.h"
+#include "support/bitmaps.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace rz::test {
+namespace {
+
+constexpr double kPi = 3.1415926535;
+
+int Weight(uint32_t r, uint32_t g, uint32_t b) { return int((2 * r + 5 * g + b + 4) / 8); }
+
+// The value the score multiplies, per view pixel; 1-bit: 1 for the lighter colour.
+std::vector<int> ScoredValues(const BitmapDesc *b) {
+    const int bits = b->nBitsPerPixel, W = b->nWidth, H = b->nHeight;
+    std::vector<int> v(size_t(W) * H);
+    std::vector<RzRGBQuad> pal(256);
+    if (bits <= 8 && b->pPalette) KrnGetBitmapPalette(b, 0, b->nColors, pal.data());
+    const bool grey = b->nColorOrder == KRN_ORDER_GRAY;
+    int lighter = 1;
+    if (bits == 1 && !grey)
+        lighter = Weight(pal[0].rgbRed, pal[0].rgbGreen, pal[0].rgbBlue) > Weight(pal[1].rgbRed, pal[1].rgbGreen, pal[1].rgbBlue) ? 0 : 1;
+    for (int y = 0; y < H; ++y)
+        for (int x = 0; x < W; ++x) {
+            uint64_t raw = 0;
+            KrnGetPixel(b, x, y, &raw);
+            int &out = v[size_t(y) * W + x];
+            if (bits == 1) {
+                out = int(raw) == lighter;
+            } else if (bits <= 8) {
+                const int max = (1 << bits) - 1;
+                out = grey ? int((raw * 255 + max / 2) / max) : Weight(pal[raw].rgbRed, pal[raw].rgbGreen, pal[raw].rgbBlue);
+            } else if (bits <= 16) {
+                const int high = b->nHighBit < 0 ? bits - 1 : b->nHighBit, count = high - b->nLowBit + 1;
+                const uint32_t s = uint32_t(raw >> b->nLowBit) & ((1u << count) - 1);
+                if (b->pLUT && (b->uFlags & BMF_USE_LUT)) {
+                    const RzRGBQuad &e = b->pLUT[std::min<uint32_t>(s, b->nLUTLength - 1)];
+                    out = Weight(e.rgbRed, e.rgbGreen, e.rgbBlue);
+                } else {
+                    out = int(s >> (count - 8));
+                }
+            } else {
+                const int shift = bits >= 48 ? 8 : 0, step = bits >= 48 ? 16 : 8;
+                out = Weight(uint32_t(raw >> shift) & 0xFF, uint32_t(raw >> (step + shift)) & 0xFF,
+                             uint32_t(raw >> (2 * step + shift)) & 0xFF);
+            }
+        }
+    return v;
+}
+
+// Angle in hundredths as the export reports it, for search (n, L).
+int32_t NaiveAngle(const BitmapDesc *b, int n, int L) {
+    const std::vector<int> v = ScoredValues(b);
+    const int W = b->nWidth, H = b->nHeight;
+    const bool packed = b->nBitsPerPixel == 1;
+    std::vector<uint32_t> score(size_t(2 * n + 1));
+    for (int s = -n; s <= n; ++s)
+        for (int y = n; y <= H - 1 - n; ++y) {
+            uint32_t sum = 0;
+            for (int x = 0; x + L < W; ++x) {
+                const int a = v[size_t(y) * W + x], c = v[size_t(y + s) * W + x + L];
+                sum += uint32_t(packed ? (a & c) : a * c);
+            }
+            score[size_t(s + n)] += packed ? sum : sum / 65025;
+        }
+    std::vector<uint32_t> smooth(score.size());
+    for (size_t i = 0; i < score.size(); ++i)
+        smooth[i] = uint32_t((uint64_t(score[i == 0 ? 0 : i - 1]) + score[i] + score[std::min(i + 1, score.size() - 1)]) / 3);
+    const auto best = std::max_element(smooth.begin(), smooth.end()); // first of the largest
+    if (*best == *std::min_element(smooth.begin(), smooth.end())) return 0;
+    const int32_t raw = int32_t(std::atan(double(best - smooth.begin() - n) / L) * (180 / kPi) * 100);
+    const int view = b->nViewPerspective;
+    return view == 1 || view == 2 || view == 6 || view == 8 ? -raw : raw;
+}
+
+// The Ext search for a range (hundredths) and resolution (tenths).
+std::pair<int, int> ExtSearch(int w, int h, uint32_t range, uint32_t res) {
+    const uint32_t diag = std::min(uint32_t(std::atan2(double(w), h) * 18000 / kPi), uint32_t(std::atan2(double(h), w) * 18000 / kPi));
+    const int L = int(std::ceil(1 / std::fabs(std::tan(res * kPi / 1800))));
+    return {int(std::ceil(std::fabs(std::tan(std::min(diag, range) * kPi / 18000)) * L)), L};
+}
+
+int32_t MeasureExt(BitmapDesc *b, uint32_t range, uint32_t res, uint32_t flags) {
+    int32_t angle = -99999;
+    EXPECT_EQ(Rz_DeskewBitmapExt(b, &angle, range, res, 0, 1 | flags), 1);
+    return angle;
+}
+
+// The page in a test bitmap: 1-bit with the grey ramp, or 8-bit grey samples.
+Bitmap FromPage(const TextPage &page, int bits) {
+    Bitmap b(FindLayout(bits == 1 ? "pal1_grey" : "grey8"), page.width, page.height, 0);
+    EXPECT_EQ(WritePage(page, b.get()), 1);
+    return b;
+}
+
+// A page with some structure: random pixels and a few lines falling 1 in 6
+// to the right as the view shows them.
+Bitmap Structured(const Layout &layout, int w, int h, uint32_t seed, int view = 1, uint64_t ink = ~0ull) {
+    Bitmap b(layout, w, h, seed);
+    KrnChangeViewPerspective(nullptr, b.get(), BITMAPDESC_SIZE, view, 0);
+    if (ink == ~0ull) ink = b.pixel(0, 0);
+    for (int line = 8; line < h; line += 11)
+        for (int x = 0; x < w; ++x)
+            if (line + x / 6 < h) b.setPixel(x, line + x / 6, ink);
+    return b;
+}
+
+TEST(Deskew, DirectMeasurementMatchesNaiveScoresOnEveryLayout) {
+    const auto [n, L] = ExtSearch(90, 80, 2000, 45); // small search: L 13, n 5, no scaled copy
+    for (const Layout &layout : AllLayouts()) {
+        SCOPED_TRACE(layout.name);
+        Bitmap b = Structured(layout, 90, 80, 3);
+        const auto stored = b.storedBytes();
+        EXPECT_EQ(MeasureExt(b.get(), 2000, 45, 0x10000), NaiveAngle(b.get(), n, L));
+        EXPECT_EQ(b.storedBytes(), stored) << "measure-only changed the page";
+    }
+}
+
+TEST(Deskew, AngleSignFollowsTheView) {
+    const auto [n, L] = ExtSearch(80, 80, 2000, 45);
+    for (int view = 1; view <= 8; ++view) {
+        SCOPED_TRACE(view);
+        for (const char *name : {"pal1_grey", "grey8"}) {
+            // Light lines on black, so that they alone decide.
+            Bitmap b = Structured(FindLayout(name), 80, 80, 0, view, std::string(name) == "grey8" ? 255 : 1);
+            const int32_t got = MeasureExt(b.get(), 2000, 45, 0x10000);
+            EXPECT_EQ(got, NaiveAngle(b.get(), n, L));
+            const bool negated = view == 1 || view == 2 || view == 6 || view == 8;
+            EXPECT_TRUE(negated ? got < 0 : got > 0) << got << " view " << view << " " << name;
+        }
+    }
+}
+
+TEST(Deskew, FixedSearchMatchesNaiveOnAPage) {
+    const TextPage page = MakeTextPage(1030, 700, 2.6, 4);
+    for (int bits : {1, 8}) {
+        Bitmap b = FromPage(page, bits);
+        int32_t angle = 0;
+        ASSERT_EQ(Rz_DeskewBitmap(b.get(), &angle, 0, 1), 1);
+        EXPECT_EQ(angle, NaiveAngle(b.get(), 46, 256)) << bits;
+        EXPECT_NEAR(angle, 260, 12) << bits;
+    }
+}
+
+// The pre-filtered path, rebuilt from exports: 8-bit grey, band 128..255,
+// the rank filter that grows the minority colour, then the direct score.
+TEST(Deskew, PrefilteredPathIsTheDirectScoreOfTheThickenedCopy) {
+    const auto [n, L] = ExtSearch(120, 90, 2000, 45);
+    for (const char *name : {"pal1_grey", "pal4_colour", "grey16_bits0_11", "rgb24"}) {
+        SCOPED_TRACE(name);
+        Bitmap b = Structured(FindLayout(name), 120, 90, 5);
+        Bitmap copy(b); // replaced by the 8-bit grey copy
+        KrnFreeBitmap(copy.get());
+        ASSERT_EQ(KrnConvertBitmap(copy.get(), b.get(), BITMAPDESC_SIZE, 8, KRN_ORDER_GRAY, 0, 0), 1);
+        ASSERT_EQ(Rz_IntensityDetectBitmap(copy.get(), 128, 255, 0xFFFFFF, 0, 0), 1);
+        uint32_t hist[256];
+        ASSERT_EQ(KrnGetBitmapHistogram(copy.get(), hist), 1);
+        const int64_t black = int64_t(hist[0]) * 1000 / (hist[0] + hist[255]), white = 1000 - black;
+        const int64_t size1 = std::clamp<int64_t>(int64_t(std::trunc(std::sqrt(120.0 * 120 + 90 * 90)) / 1200 * 15), 5, 15);
+        const int64_t size2 = std::clamp<int64_t>((1000 - std::min(black, white)) * size1 / 900, 5, 15);
+        ASSERT_EQ(black > white ? Rz_MaxFilterBitmap(copy.get(), uint32_t(size2)) : Rz_MinFilterBitmap(copy.get(), uint32_t(size2)), 1);
+        // Ext pre-filters with the selector clear, Rz_DeskewBitmap with it set.
+        EXPECT_EQ(MeasureExt(b.get(), 2000, 45, 0), NaiveAngle(copy.get(), n, L));
+    }
+}
+
+TEST(Deskew, SkewedPagesComeOutStraight) {
+    const TextPage page = MakeTextPage(1100, 800, -3.1, 8);
+    for (int bits : {1, 8, 24}) {
+        SCOPED_TRACE(bits);
+        Bitmap b = FromPage(page, bits == 1 ? 1 : 8);
+        if (bits == 24) ASSERT_EQ(KrnConvertBitmap(b.get(), b.get(), BITMAPDESC_SIZE, 24, KRN_ORDER_BGR, 0, 0), 1);
+        int32_t angle = 0, after = 0;
+        ASSERT_EQ(Rz_DeskewBitmap(b.get(), &angle, 0xFFFFFF, 0x1000), 1);
+        EXPECT_NEAR(angle, -310, 12);
+        EXPECT_EQ(b->nBitsPerPixel, bits);
+        ASSERT_EQ(Rz_DeskewBitmap(b.get(), &after, 0xFFFFFF, 1), 1);
+        EXPECT_LE(std::abs(after), 23) << "one search step at most";
+    }
+}
+
+TEST(Deskew, OneBitPageKeepsItsPaletteThroughTheRotation) {
+    const TextPage page = MakeTextPage(1100, 800, 2.0, 2);
+    Bitmap b = FromPage(page, 1);
+    // Inverted palette: index 0 white, ink 1.
+    const RzRGBQuad inverted[2] = {{255, 255, 255, 0}, {0, 0, 0, 0}};
+    ASSERT_EQ(KrnSetBitmapPalette(b.get(), 0, 2, inverted), 1);
+    for (int32_t y = 0; y < b->nHeight; ++y)
+        for (uint32_t i = 0; i < b->nStride; ++i) b->pData[size_t(y) * b->nStride + i] ^= 0xFF;
+    int32_t angle = 0;
+    ASSERT_EQ(Rz_DeskewBitmap(b.get(), &angle, 0xFFFFFF, 0x10), 1);
+    RzRGBQuad pal[2];
+    ASSERT_EQ(KrnGetBitmapPalette(b.get(), 0, 2, pal), 2);
+    EXPECT_EQ(pal[0].rgbRed, 255);
+    EXPECT_EQ(b.pixel(0, 0), 0u) << "the corner takes the page's white";
+    ASSERT_EQ(Rz_DeskewBitmap(b.get(), &angle, 0, 1), 1);
+    EXPECT_LE(std::abs(angle), 23);
+}
+
+TEST(Deskew, FillColours) {
+    const TextPage page = MakeTextPage(1100, 800, 4.0, 6);
+    for (uint32_t flags : {0x0u, 0x10u}) {
+        Bitmap b = FromPage(page, 8);
+        for (uint32_t i = 0; i < b->nStride * uint32_t(b->nHeight); ++i) b->pData[i] = b->pData[i] > 128 ? 200 : b->pData[i];
+        int32_t angle = 0;
+        ASSERT_EQ(Rz_DeskewBitmap(b.get(), &angle, 0x00102030, flags), 1);
+        EXPECT_EQ(b.pixel(0, 0), flags ? 200u : uint64_t(Weight(0x30, 0x20, 0x10)));
+    }
+}
+
+TEST(Deskew, PagesThatStayAsTheyAre) {
+    struct Case {
+        const char *what;
+        std::function<void(Bitmap &)> make;
+        uint32_t flags;
+        int32_t tolerance; // the pre-filtered blobs may put a straight page one step off
+    };
+    const TextPage straight = MakeTextPage(800, 1100, 0, 1); // portrait, as pages are
+    const Case cases[] = {
+        {"straight 1-bit, skip", [&](Bitmap &b) { b = FromPage(straight, 1); }, 0x100, 23},
+        {"straight 8-bit, skip, pre-filtered", [&](Bitmap &b) { b = FromPage(straight, 8); }, 0x10100, 23},
+        {"blank", [](Bitmap &b) {
+             b = Bitmap(FindLayout("grey8"), 300, 200, 0);
+             std::fill(b->pData, b->pData + size_t(b->nStride) * 200, uint8_t(255));
+         }, 0, 0},
+        {"all black 1-bit", [](Bitmap &b) { b = Bitmap(FindLayout("pal1_grey"), 300, 200, 0); }, 0x10000, 0},
+        {"one pixel", [](Bitmap &b) { b = Bitmap(FindLayout("bgr24"), 1, 1, 3); }, 0, 0},
+        {"empty", [](Bitmap &b) { b = Bitmap(FindLayout("bgr24"), 0, 7, 0); }, 0, 0},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.what);
+        Bitmap b;
+        c.make(b);
+        const auto before = b.storedBytes();
+        int32_t angle = -1;
+        EXPECT_EQ(Rz_DeskewBitmap(b.get(), &angle, 0x0000FF, c.flags), 1);
+        EXPECT_LE(std::abs(angle), c.tolerance);
+        EXPECT_EQ(b.storedBytes(), before);
+        angle = -1;
+        EXPECT_EQ(Rz_DeskewBitmapExt(b.get(), &angle, 1000, 2, 0x0000FF, c.flags ^ 0x10000), 1);
+        EXPECT_LE(std::abs(angle), c.tolerance);
+        EXPECT_EQ(b.storedBytes(), before);
+    }
+}
+
+TEST(Deskew, SmallPageMeasuredOnAScaledCopyAgreesWithALargeScan) {
+    int32_t small = 0, large = 0;
+    Bitmap a = FromPage(MakeTextPage(1300, 900, 3.4, 12), 8), b = FromPage(MakeTextPage(650, 450, 3.4, 12), 8);
+    ASSERT_EQ(Rz_DeskewBitmap(a.get(), &large, 0, 1), 1);
+    ASSERT_EQ(Rz_DeskewBitmap(b.get(), &small, 0, 1), 1);
+    EXPECT_NEAR(small, large, 23);
+    EXPECT_NEAR(small, 340, 23);
+}
+
+TEST(Deskew, ProgressRanges) {
+    const TextPage page = MakeTextPage(1100, 800, 1.5, 3);
+    const struct {
+        uint32_t flags;
+        std::vector<int32_t> expected; // must appear, in order
+    } cases[] = {{1, {0, 100}}, {0, {0, 33, 34, 100}}, {0x10, {0, 33, 34, 66, 67, 100}}};
+    for (const auto &c : cases) {
+        for (int bits : {1, 8}) {
+            Bitmap b = FromPage(page, bits);
+            CallbackRecorder rec;
+            ASSERT_EQ(Rz_DeskewBitmap(b.get(), nullptr, 0, c.flags), 1);
+            const auto &p = rec.percents();
+            EXPECT_TRUE(std::is_sorted(p.begin(), p.end()));
+            auto at = p.begin();
+            for (int32_t want : c.expected) {
+                at = std::find(at, p.end(), want);
+                EXPECT_NE(at, p.end()) << "flags " << c.flags << " bits " << bits << ": no " << want;
+            }
+        }
+    }
+}
+
+TEST(Deskew, Statuses) {
+    Bitmap b = Structured(FindLayout("grey8"), 90, 64, 1);
+    int32_t angle = 0;
+    const struct {
+        uint32_t range, res, flags;
+        int32_t status;
+    } ext[] = {
+        {4500, 45, 1, 1},  {4501, 45, 1, ST_INVALID_PARAMETER}, {100, 100, 1, 1}, {100, 101, 1, ST_INVALID_PARAMETER},
+        {0, 0, 1, ST_INVALID_PARAMETER}, {1000, 1, 2, ST_INVALID_PARAMETER}, {1000, 1, 0x21, ST_INVALID_PARAMETER},
+        {1000, 1, 0xFFF00001u, 1}, // nibbles above 19 are not read; 0xF000 passes nearest
+        {4500, 1800, 1, ST_INVALID_PARAMETER}, // a step of 180 degrees has no base length
+    };
+    for (const auto &c : ext)
+        EXPECT_EQ(Rz_DeskewBitmapExt(b.get(), &angle, c.range, c.res, 0, c.flags), c.status)
+            << c.range << " " << c.res << " " << std::hex << c.flags;
+    EXPECT_EQ(Rz_DeskewBitmap(b.get(), &angle, 0, 0x31), ST_INVALID_PARAMETER);
+    EXPECT_EQ(Rz_DeskewBitmap(b.get(), nullptr, 0, 1), 1);
+    EXPECT_EQ(Rz_DeskewBitmap(nullptr, &angle, 0, 1), ST_NULL_POINTER);
+
+    Bitmap pal = Structured(FindLayout("pal4_colour"), 90, 64, 2);
+    const auto before = pal.storedBytes();
+    RzRGBQuad *saved = pal->pPalette;
+    pal->pPalette = nullptr; // no palette at all
+    EXPECT_EQ(Rz_DeskewBitmap(pal.get(), &angle, 0, 0), ST_NO_BITMAP);
+    EXPECT_EQ(Rz_DeskewBitmapExt(pal.get(), &angle, 1000, 1, 0, 0), ST_NO_BITMAP);
+    pal->pPalette = saved;
+    EXPECT_EQ(pal.storedBytes(), before);
+
+    Bitmap deep(FindLayout("grey12"), 90, 64, 4);
+    deep->nHighBit = -1;
+    EXPECT_EQ(Rz_DeskewBitmap(deep.get(), &angle, 0, 1), 1);
+    EXPECT_EQ(deep->nHighBit, 11);
+}
+
+} // namespace
+} // namespace rz::test
