@@ -13,9 +13,9 @@
 #include <charconv>
 #include <climits>
 #include <cmath>
-#include <cstring>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <cctype>
 #include <filesystem>
 #include <fstream>
@@ -512,46 +512,6 @@ bool ParseFFT(const rz::OpInfo &op, std::span<const std::string> words, Prepared
             why = "dft: the rectangle must lie inside the " + std::to_string(b->nWidth) + "x" +
                   std::to_string(b->nHeight) + " picture";
         return st;
-// Distortions about a centre: the other arguments as the generic parser
-// takes them, the centre as center=X,Y, by default the middle of the
-// picture (in its upright view, where the operations work).
-bool ParseCentred(const rz::OpInfo &op, std::span<const std::string> words, PreparedCall &call,
-                  std::string &error) {
-    const std::string name = op.cliName();
-    std::vector<std::string> rest;
-    std::vector<int64_t> centre;
-    for (const std::string &w : words) {
-        if (!w.starts_with("center=")) {
-            rest.push_back(w);
-            continue;
-        }
-        if (!ParseIntList(WithoutPrefix(w, "center"), centre, name + ": center", error)) return false;
-        if (centre.size() != 2) {
-            error = name + ": center is X,Y";
-            return false;
-        }
-    }
-    PreparedCall others;
-    if (!PrepareScalars(op, rest, others, error, "nCenterX nCenterY")) return false;
-    // Every other argument by name, so that the centre can be added later.
-    std::vector<std::string> named;
-    for (size_t i = 0, j; i < others.args.size(); i = j + 1) {
-        j = std::min(others.args.find(' ', i), others.args.size());
-        named.push_back(others.args.substr(i, j - i));
-    }
-    call.op = &op;
-    call.args = others.args + " center=" +
-                (centre.empty() ? std::string("middle") : std::to_string(centre[0]) + "," + std::to_string(centre[1]));
-    call.run = [&op, named, centre](BitmapDesc *bitmap, std::string &why) -> int32_t {
-        const bool transposed = bitmap->nViewPerspective > 4;
-        const int32_t w = transposed ? bitmap->nHeight : bitmap->nWidth;
-        const int32_t h = transposed ? bitmap->nWidth : bitmap->nHeight;
-        std::vector<std::string> all = named;
-        all.push_back("center-x=" + std::to_string(centre.empty() ? w / 2 : centre[0]));
-        all.push_back("center-y=" + std::to_string(centre.empty() ? h / 2 : centre[1]));
-        PreparedCall full;
-        if (!PrepareScalars(op, all, full, why)) return ST_INVALID_PARAMETER;
-        return full.run(bitmap, why);
     };
     return true;
 }
@@ -698,6 +658,71 @@ bool ParseFrqMask(const rz::OpInfo &op, std::span<const std::string> words, Prep
             }
             return Rz_FrqFilterMaskBitmap(mask.get(), a, 0);
         });
+    };
+    return true;
+}
+
+// ---- end of frequency domain ----
+
+// X,Y or W1,W2,... after name=, taken out of the words; empty when absent.
+bool TakeList(std::vector<std::string> &words, std::string_view name, std::vector<int64_t> &out, std::string &error,
+              const std::string &opName) {
+    for (auto it = words.begin(); it != words.end(); ++it)
+        if (WithoutPrefix(*it, name) != std::string_view(*it)) {
+            const std::string value(WithoutPrefix(*it, name));
+            words.erase(it);
+            return ParseIntList(value, out, opName + ": " + std::string(name), error);
+        }
+    return true;
+}
+
+size_t ParamIndex(const rz::OpInfo &op, std::string_view name) {
+    for (size_t i = 0; i < op.params.size(); ++i)
+        if (name == op.params[i].name) return i;
+    return op.params.size();
+}
+
+bool ParseTextureBlend(const rz::OpInfo &op, std::span<const std::string> words, PreparedCall &call,
+                       std::string &error) {
+    std::vector<std::string> rest(words.begin(), words.end());
+    std::vector<int64_t> at;
+    if (!TakeList(rest, "offset", at, error, "texture-alpha-blend")) return false;
+    if (!at.empty() && at.size() != 2) {
+        error = "texture-alpha-blend: offset is X,Y";
+        return false;
+    }
+    auto offset = std::make_shared<RzPoint>(RzPoint{int32_t(at.empty() ? 0 : at[0]), int32_t(at.empty() ? 0 : at[1])});
+    const size_t index = ParamIndex(op, "pTextureOffset");
+    if (!PrepareScalars(op, rest, call, error, "pTextureOffset",
+                        [offset, index](std::vector<rz::Arg> &args) { args[index].p = offset.get(); }))
+        return false;
+    call.args += " offset=" + std::to_string(offset->x) + "," + std::to_string(offset->y);
+    return true;
+}
+
+bool ParseAddWeighted(const rz::OpInfo &op, std::span<const std::string> words, PreparedCall &call,
+                      std::string &error) {
+    std::vector<std::string> rest(words.begin(), words.end());
+    std::vector<int64_t> w;
+    if (!TakeList(rest, "weights", w, error, "add-weighted")) return false;
+    size_t files = 1; // the input
+    for (const std::string &word : rest)
+        files += word.find('=') == std::string::npos && !word.empty() && !std::isdigit(static_cast<unsigned char>(word[0]));
+    if (w.size() != files) {
+        error = "add-weighted: give weights=W1,W2,... in per-mille, one for the input and one for each of the " +
+                std::to_string(files - 1) + " image files";
+        return false;
+    }
+    auto weights = std::make_shared<std::vector<int32_t>>(w.begin(), w.end());
+    const size_t index = ParamIndex(op, "pWeights");
+    if (!PrepareScalars(op, rest, call, error, "pWeights",
+                        [weights, index](std::vector<rz::Arg> &args) { args[index].p = weights->data(); }))
+        return false;
+    std::string shown;
+    for (int64_t v : w) shown += (shown.empty() ? "" : ",") + std::to_string(v);
+    call.args += " weights=" + shown;
+    return true;
+}
 
 // deskew and deskew-ext: the flag word from named switches, so the selector
 // that the two exports read in opposite senses is simply prefilter=0|1; the
@@ -798,65 +823,47 @@ bool ParseDeskew(const rz::OpInfo &op, std::span<const std::string> words, Prepa
     return true;
 }
 
-// ---- end of frequency domain ----
-
-// X,Y or W1,W2,... after name=, taken out of the words; empty when absent.
-bool TakeList(std::vector<std::string> &words, std::string_view name, std::vector<int64_t> &out, std::string &error,
-              const std::string &opName) {
-    for (auto it = words.begin(); it != words.end(); ++it)
-        if (WithoutPrefix(*it, name) != std::string_view(*it)) {
-            const std::string value(WithoutPrefix(*it, name));
-            words.erase(it);
-            return ParseIntList(value, out, opName + ": " + std::string(name), error);
+// Distortions about a centre: the other arguments as the generic parser
+// takes them, the centre as center=X,Y, by default the middle of the
+// picture (in its upright view, where the operations work).
+bool ParseCentred(const rz::OpInfo &op, std::span<const std::string> words, PreparedCall &call,
+                  std::string &error) {
+    const std::string name = op.cliName();
+    std::vector<std::string> rest;
+    std::vector<int64_t> centre;
+    for (const std::string &w : words) {
+        if (!w.starts_with("center=")) {
+            rest.push_back(w);
+            continue;
         }
-    return true;
-}
-
-size_t ParamIndex(const rz::OpInfo &op, std::string_view name) {
-    for (size_t i = 0; i < op.params.size(); ++i)
-        if (name == op.params[i].name) return i;
-    return op.params.size();
-}
-
-bool ParseTextureBlend(const rz::OpInfo &op, std::span<const std::string> words, PreparedCall &call,
-                       std::string &error) {
-    std::vector<std::string> rest(words.begin(), words.end());
-    std::vector<int64_t> at;
-    if (!TakeList(rest, "offset", at, error, "texture-alpha-blend")) return false;
-    if (!at.empty() && at.size() != 2) {
-        error = "texture-alpha-blend: offset is X,Y";
-        return false;
+        if (!ParseIntList(WithoutPrefix(w, "center"), centre, name + ": center", error)) return false;
+        if (centre.size() != 2) {
+            error = name + ": center is X,Y";
+            return false;
+        }
     }
-    auto offset = std::make_shared<RzPoint>(RzPoint{int32_t(at.empty() ? 0 : at[0]), int32_t(at.empty() ? 0 : at[1])});
-    const size_t index = ParamIndex(op, "pTextureOffset");
-    if (!PrepareScalars(op, rest, call, error, "pTextureOffset",
-                        [offset, index](std::vector<rz::Arg> &args) { args[index].p = offset.get(); }))
-        return false;
-    call.args += " offset=" + std::to_string(offset->x) + "," + std::to_string(offset->y);
-    return true;
-}
-
-bool ParseAddWeighted(const rz::OpInfo &op, std::span<const std::string> words, PreparedCall &call,
-                      std::string &error) {
-    std::vector<std::string> rest(words.begin(), words.end());
-    std::vector<int64_t> w;
-    if (!TakeList(rest, "weights", w, error, "add-weighted")) return false;
-    size_t files = 1; // the input
-    for (const std::string &word : rest)
-        files += word.find('=') == std::string::npos && !word.empty() && !std::isdigit(static_cast<unsigned char>(word[0]));
-    if (w.size() != files) {
-        error = "add-weighted: give weights=W1,W2,... in per-mille, one for the input and one for each of the " +
-                std::to_string(files - 1) + " image files";
-        return false;
+    PreparedCall others;
+    if (!PrepareScalars(op, rest, others, error, "nCenterX nCenterY")) return false;
+    // Every other argument by name, so that the centre can be added later.
+    std::vector<std::string> named;
+    for (size_t i = 0, j; i < others.args.size(); i = j + 1) {
+        j = std::min(others.args.find(' ', i), others.args.size());
+        named.push_back(others.args.substr(i, j - i));
     }
-    auto weights = std::make_shared<std::vector<int32_t>>(w.begin(), w.end());
-    const size_t index = ParamIndex(op, "pWeights");
-    if (!PrepareScalars(op, rest, call, error, "pWeights",
-                        [weights, index](std::vector<rz::Arg> &args) { args[index].p = weights->data(); }))
-        return false;
-    std::string shown;
-    for (int64_t v : w) shown += (shown.empty() ? "" : ",") + std::to_string(v);
-    call.args += " weights=" + shown;
+    call.op = &op;
+    call.args = others.args + " center=" +
+                (centre.empty() ? std::string("middle") : std::to_string(centre[0]) + "," + std::to_string(centre[1]));
+    call.run = [&op, named, centre](BitmapDesc *bitmap, std::string &why) -> int32_t {
+        const bool transposed = bitmap->nViewPerspective > 4;
+        const int32_t w = transposed ? bitmap->nHeight : bitmap->nWidth;
+        const int32_t h = transposed ? bitmap->nWidth : bitmap->nHeight;
+        std::vector<std::string> all = named;
+        all.push_back("center-x=" + std::to_string(centre.empty() ? w / 2 : centre[0]));
+        all.push_back("center-y=" + std::to_string(centre.empty() ? h / 2 : centre[1]));
+        PreparedCall full;
+        if (!PrepareScalars(op, all, full, why)) return ST_INVALID_PARAMETER;
+        return full.run(bitmap, why);
+    };
     return true;
 }
 
@@ -931,6 +938,21 @@ const CustomEntry kCustom[] = {
      "The input and the image files, weighted in per-mille (-100000..100000), one\n"
      "weight each in order; flags 0 divides by 1000, 1 by the sum of the weights.",
      "@chart weights=700,300", "pWeights", &ParseAddWeighted},
+    {"Rz_DeskewBitmap", "[measure-only=0|1] [fill=white|black|page|0xBBGGRR] [skip-small=0|1] [quality=Q] [prefilter=0|1]",
+     "Measures the skew of a text page within +-10.19 degrees (steps of about 0.22) and\n"
+     "prints it (positive: the lines rise to the right); unless measure-only=1 it\n"
+     "rotates the page straight. fill colours the uncovered corners (page: the page's\n"
+     "most frequent grey); skip-small=1 leaves pages whose tilt moves the edge by at\n"
+     "most half a percent; quality is nearest (default), bilinear or bicubic;\n"
+     "prefilter=1 measures a copy whose text is grown into line blobs.",
+     "fill=white", "pnAngle crBack uDeskewFlags", &ParseDeskew},
+    {"Rz_DeskewBitmapExt",
+     "[range=N] [resolution=N] [measure-only=0|1] [fill=...] [skip-small=0|1] [quality=Q] [prefilter=0|1]",
+     "As deskew, searching up to range hundredths of a degree (0..4500, default 1000)\n"
+     "in steps of resolution tenths of a degree (default 1, at most the range's\n"
+     "number); prefilter defaults to 1.",
+     "range=1000 resolution=1 quality=bilinear", "pnAngle nAngleRange nAngleResolution crBack uDeskewFlags",
+     &ParseDeskew},
     {"Rz_SwirlBitmap", "[ANGLE] [center=X,Y]",
      "Turns the picture about the centre (default: the middle), most at the centre\n"
      "and not at all on the ellipse of the picture or region. ANGLE / 180 radians\n"
@@ -954,21 +976,6 @@ const CustomEntry kCustom[] = {
     {"Rz_PlaneBendBitmap", "[Z-VALUE] [DISTANCE] [BEND] [TYPE] [FILL] [FLAGS] [center=X,Y]",
      "As plane, with the floor curved towards the sides.", "z-value=200 distance=60 bend=400",
      "nCenterX nCenterY", &ParseCentred},
-    {"Rz_DeskewBitmap", "[measure-only=0|1] [fill=white|black|page|0xBBGGRR] [skip-small=0|1] [quality=Q] [prefilter=0|1]",
-     "Measures the skew of a text page within +-10.19 degrees (steps of about 0.22) and\n"
-     "prints it (positive: the lines rise to the right); unless measure-only=1 it\n"
-     "rotates the page straight. fill colours the uncovered corners (page: the page's\n"
-     "most frequent grey); skip-small=1 leaves pages whose tilt moves the edge by at\n"
-     "most half a percent; quality is nearest (default), bilinear or bicubic;\n"
-     "prefilter=1 measures a copy whose text is grown into line blobs.",
-     "fill=white", "pnAngle crBack uDeskewFlags", &ParseDeskew},
-    {"Rz_DeskewBitmapExt",
-     "[range=N] [resolution=N] [measure-only=0|1] [fill=...] [skip-small=0|1] [quality=Q] [prefilter=0|1]",
-     "As deskew, searching up to range hundredths of a degree (0..4500, default 1000)\n"
-     "in steps of resolution tenths of a degree (default 1, at most the range's\n"
-     "number); prefilter defaults to 1.",
-     "range=1000 resolution=1 quality=bilinear", "pnAngle nAngleRange nAngleResolution crBack uDeskewFlags",
-     &ParseDeskew},
 };
 
 } // namespace

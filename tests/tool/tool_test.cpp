@@ -10,7 +10,6 @@
 #include <tiffio.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <map>
 #include <fcntl.h>
@@ -22,6 +21,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
+#include <cstdio>
 
 extern char **environ;
 
@@ -370,10 +370,9 @@ TEST_F(ToolTest, ListAndHelpCoverEveryOperation) {
             if (p.kind == rz::ParamKind::Bitmap) continue;
             EXPECT_NE(help.out.find(p.doc), std::string::npos) << name << " " << p.name;
             EXPECT_NE(list.out.find(p.doc), std::string::npos) << name << " " << p.name;
-            if (generic && (p.kind == rz::ParamKind::I32 || p.kind == rz::ParamKind::U32)) {
             // A scalar the tool sets itself (a centre from the picture) has no default to show.
             const bool toolSet = help.out.find(std::string("set by rzimg: ") + p.doc) != std::string::npos;
-            if (generic && p.kind != rz::ParamKind::Ptr && !toolSet) {
+            if (generic && (p.kind == rz::ParamKind::I32 || p.kind == rz::ParamKind::U32) && !toolSet) {
                 EXPECT_NE(help.out.find("default " + std::to_string(p.def)), std::string::npos) << name << " " << p.name;
             }
         }
@@ -644,6 +643,8 @@ TEST_F(ToolTest, DemoRunsOnTheUsersPictures) {
     EXPECT_EQ(html.find(":hover"), std::string::npos);
     EXPECT_TRUE(html.find(" \u00b5s<") != std::string::npos || html.find(" ms<") != std::string::npos);
     EXPECT_EQ(Run({input_, "invert", path("o.png"), "--images", path("pics")}).code, 2);
+}
+
 // ---- Bitmap arguments: image files, by order or by name; lists. ----
 
 TEST_F(ToolTest, BitmapArgumentsAreImageFiles) {
@@ -703,7 +704,6 @@ TEST_F(ToolTest, BitmapArgumentsAreImageFiles) {
     EXPECT_FALSE(fs::exists(out));
 }
 
-} // namespace
 
 TEST_F(ToolTest, DeskewPrintsTheMeasuredAngle) {
     Bmp ref;
@@ -722,3 +722,5 @@ TEST_F(ToolTest, DeskewPrintsTheMeasuredAngle) {
     EXPECT_NE(r.err.find("resolution"), std::string::npos) << r.err;
     EXPECT_FALSE(fs::exists(path("bad.png")));
 }
+
+} // namespace
