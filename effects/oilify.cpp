@@ -21,8 +21,11 @@
 #include "filters/filter_rows.h"
 
 #include <algorithm>
-#include <type_traits>
-#include <vector>
+#include <bit>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace rz::fx {
 namespace {
@@ -30,7 +33,27 @@ namespace {
 using filt::Clamp;
 using filt::ClampedRange;
 
-// One channel's histogram and mode. K holds a window's count (n * n).
+// First value whose count is target, 256 when there is none.
+template <class K> RZ_FORCE_INLINE uint32_t FirstWith(const K *count, K target) {
+#if defined(__SSE2__)
+    if constexpr (sizeof(K) == 2) {
+        const __m128i t = _mm_set1_epi16(int16_t(target));
+        for (uint32_t i = 0; i < 256; i += 16) {
+            const __m128i a = _mm_cmpeq_epi16(_mm_load_si128(reinterpret_cast<const __m128i *>(count + i)), t);
+            const __m128i b = _mm_cmpeq_epi16(_mm_load_si128(reinterpret_cast<const __m128i *>(count + i + 8)), t);
+            const uint32_t m = uint32_t(_mm_movemask_epi8(_mm_packs_epi16(a, b)));
+            if (m) return i + uint32_t(std::countr_zero(m));
+        }
+        return 256;
+    }
+#endif
+    for (uint32_t i = 0; i < 256; ++i)
+        if (count[i] == target) return i;
+    return 256;
+}
+
+// One channel's histogram and mode. K holds a window's count (n * n); it is
+// never a byte, whose stores the compiler must assume alias everything.
 template <class K> struct ModeCounter {
     alignas(64) K count[256];
     uint32_t mode;
@@ -47,25 +70,20 @@ template <class K> struct ModeCounter {
         if (v != mode && count[v] > count[mode]) mode = v;
     }
 
-    // The lowest value of the largest count (two reductions the compiler
-    // vectorises).
-    RZ_FORCE_INLINE void search() {
-        K best = 0;
-        for (uint32_t i = 0; i < 256; ++i) best = std::max(best, count[i]);
-        K first = K(255);
-        for (uint32_t i = 0; i < 256; ++i) first = std::min(first, count[i] == best ? K(i) : K(255));
-        mode = uint32_t(first);
-    }
-
-    // The window moves by one column in one window row.
-    RZ_FORCE_INLINE void step(uint32_t out, uint32_t in) {
+    // The window moves by one column in one window row; returns the new
+    // mode. When the mode's own value leaves, the lowest value of the
+    // largest count is searched for; that count is known: the old mode's m
+    // plus one (the entering value passed it), m (a tie) or m - 1.
+    static RZ_FORCE_INLINE uint32_t Step(K *count, uint32_t mode, uint32_t out, uint32_t in) {
+        const K m = count[mode];
         --count[out];
         ++count[in];
-        if (out == mode)
-            search();
-        else if (in != mode && count[in] > count[mode])
-            mode = in;
+        if (out != mode) return (in != mode && count[in] > m) ? in : mode;
+        if (count[in] > m) return in;
+        const uint32_t v = FirstWith(count, m);
+        return v < 256 ? v : FirstWith(count, K(m - 1));
     }
+    RZ_FORCE_INLINE void step(uint32_t out, uint32_t in) { mode = Step(count, mode, out, in); }
 
     // k steps with the same leaving and entering values (a repeated edge
     // row), in closed form.
@@ -145,11 +163,17 @@ template <class K> RZ_FORCE_INLINE void OilifyChannel(ModeCounter<K> &h, const R
     }
     out[c] = uint8_t(h.mode);
     if (p.unitWeights) {
+        // The hot loop: the mode in a register, two counter updates per row.
+        K *count = h.count;
+        uint32_t mode = h.mode;
+        const uint8_t *const *rows = p.rows;
+        const int32_t n = p.rowCount;
         for (int32_t x = 1; x < p.right; ++x) {
             const int64_t o = int64_t(p.leave[x]) * C + c, i = int64_t(p.enter[x]) * C + c;
-            for (int32_t r = 0; r < p.rowCount; ++r) h.step(p.rows[r][o], p.rows[r][i]);
-            out[int64_t(x) * C + c] = uint8_t(h.mode);
+            for (int32_t r = 0; r < n; ++r) mode = ModeCounter<K>::Step(count, mode, rows[r][o], rows[r][i]);
+            out[int64_t(x) * C + c] = uint8_t(mode);
         }
+        h.mode = mode;
         return;
     }
     for (int32_t x = 1; x < p.right; ++x) {
@@ -219,7 +243,6 @@ int32_t OilifyBitmap(BitmapDesc *bmp, uint32_t size) {
     if (st != ST_SUCCESS) return st;
     const Window win(size);
     // Counts reach n * n where edges repeat.
-    if (size <= 15) return Oilify<uint8_t>(bmp, pass, win);
     if (size <= 255) return Oilify<uint16_t>(bmp, pass, win);
     if (size <= 65535) return Oilify<uint32_t>(bmp, pass, win);
     return Oilify<uint64_t>(bmp, pass, win);
