@@ -33,40 +33,62 @@ namespace {
 using filt::Clamp;
 using filt::ClampedRange;
 
-// First value whose count is target, 256 when there is none.
-template <class K> RZ_FORCE_INLINE uint32_t FirstWith(const K *count, K target) {
+// The first value from `low` whose count is target, 256 when there is
+// none. No value below `low` is counted; it moves up to the first value
+// that is, so that the next search starts near the window's values.
+template <class K> RZ_FORCE_INLINE uint32_t FirstWith(const K *count, K target, uint32_t &low) {
+    uint32_t i = low & ~15u;
+    bool seen = false;
 #if defined(__SSE2__)
     if constexpr (sizeof(K) == 2) {
-        const __m128i t = _mm_set1_epi16(int16_t(target));
-        for (uint32_t i = 0; i < 256; i += 16) {
-            const __m128i a = _mm_cmpeq_epi16(_mm_load_si128(reinterpret_cast<const __m128i *>(count + i)), t);
-            const __m128i b = _mm_cmpeq_epi16(_mm_load_si128(reinterpret_cast<const __m128i *>(count + i + 8)), t);
-            const uint32_t m = uint32_t(_mm_movemask_epi8(_mm_packs_epi16(a, b)));
+        const __m128i t = _mm_set1_epi16(int16_t(target)), zero = _mm_setzero_si128();
+        for (; i < 256; i += 16) {
+            const __m128i a = _mm_load_si128(reinterpret_cast<const __m128i *>(count + i));
+            const __m128i b = _mm_load_si128(reinterpret_cast<const __m128i *>(count + i + 8));
+            if (!seen) {
+                const uint32_t empty = uint32_t(_mm_movemask_epi8(_mm_packs_epi16(_mm_cmpeq_epi16(a, zero), _mm_cmpeq_epi16(b, zero))));
+                if (empty != 0xFFFF) {
+                    low = i + uint32_t(std::countr_one(empty));
+                    seen = true;
+                }
+            }
+            const uint32_t m = uint32_t(_mm_movemask_epi8(_mm_packs_epi16(_mm_cmpeq_epi16(a, t), _mm_cmpeq_epi16(b, t))));
             if (m) return i + uint32_t(std::countr_zero(m));
         }
         return 256;
     }
 #endif
-    for (uint32_t i = 0; i < 256; ++i)
+    for (; i < 256; ++i) {
+        if (!seen && count[i]) {
+            low = i;
+            seen = true;
+        }
         if (count[i] == target) return i;
+    }
     return 256;
 }
 
 // One channel's histogram and mode. K holds a window's count (n * n); it is
 // never a byte, whose stores the compiler must assume alias everything.
 template <class K> struct ModeCounter {
-    alignas(64) K count[256];
+    // 32 bins past the last stay 0, so that 32 bins from any value can be read.
+    alignas(64) K count[256 + 32];
     uint32_t mode;
+    uint32_t low, high; // no value outside low..high is counted
 
     void clear() {
-        std::fill(count, count + 256, K(0));
+        std::fill(count, count + 256 + 32, K(0));
         mode = 0;
+        low = 256;
+        high = 0;
     }
 
     // v added w times in a row: the mode can only change to v, and does
     // when v passes it.
     RZ_FORCE_INLINE void add(uint32_t v, K w) {
         count[v] = K(count[v] + w);
+        low = std::min(low, v);
+        high = std::max(high, v);
         if (v != mode && count[v] > count[mode]) mode = v;
     }
 
@@ -74,20 +96,61 @@ template <class K> struct ModeCounter {
     // mode. When the mode's own value leaves, the lowest value of the
     // largest count is searched for; that count is known: the old mode's m
     // plus one (the entering value passed it), m (a tie) or m - 1.
-    static RZ_FORCE_INLINE uint32_t Step(K *count, uint32_t mode, uint32_t out, uint32_t in) {
+    static RZ_FORCE_INLINE uint32_t Step(K *count, uint32_t mode, uint32_t &low, uint32_t &high, uint32_t out,
+                                         uint32_t in) {
         const K m = count[mode];
         --count[out];
         ++count[in];
+        low = std::min(low, in);
+        high = std::max(high, in);
         if (out != mode) return (in != mode && count[in] > m) ? in : mode;
         if (count[in] > m) return in;
-        const uint32_t v = FirstWith(count, m);
-        return v < 256 ? v : FirstWith(count, K(m - 1));
+        const Found f = Search(count, m, low, high);
+        low = f.low;
+        high = f.high;
+        return f.mode;
     }
-    RZ_FORCE_INLINE void step(uint32_t out, uint32_t in) { mode = Step(count, mode, out, in); }
+
+    // Out of line, so that the hot loop stays small. A window's values
+    // mostly lie within 32 of each other (photographs): then one look at
+    // those 32 bins finds the value and narrows the bounds, without loops.
+    // Bounds go in and out by value, so that the hot loop keeps them in
+    // registers.
+    struct Found {
+        uint32_t mode, low, high;
+    };
+    static __attribute__((noinline)) Found Search(const K *count, K m, uint32_t low, uint32_t high) {
+#if defined(__SSE2__)
+        if constexpr (sizeof(K) == 2) {
+            if (high < low + 32) {
+                const K *p = count + low;
+                const __m128i a0 = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
+                const __m128i a1 = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p + 8));
+                const __m128i a2 = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p + 16));
+                const __m128i a3 = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p + 24));
+                auto equal = [&](K v) {
+                    const __m128i t = _mm_set1_epi16(int16_t(v));
+                    const uint32_t lo = uint32_t(_mm_movemask_epi8(_mm_packs_epi16(_mm_cmpeq_epi16(a0, t), _mm_cmpeq_epi16(a1, t))));
+                    const uint32_t hi = uint32_t(_mm_movemask_epi8(_mm_packs_epi16(_mm_cmpeq_epi16(a2, t), _mm_cmpeq_epi16(a3, t))));
+                    return lo | hi << 16;
+                };
+                const uint32_t counted = ~equal(0), top = equal(m), below = equal(K(m - 1));
+                return {low + uint32_t(std::countr_zero(top ? top : below)),
+                        low + uint32_t(std::countr_zero(counted)), low + 31 - uint32_t(std::countl_zero(counted))};
+            }
+        }
+#endif
+        uint32_t v = FirstWith(count, m, low);
+        if (v == 256) v = FirstWith(count, K(m - 1), low);
+        return {v, low, high};
+    }
+    RZ_FORCE_INLINE void step(uint32_t out, uint32_t in) { mode = Step(count, mode, low, high, out, in); }
 
     // k steps with the same leaving and entering values (a repeated edge
     // row), in closed form.
     void steps(uint32_t out, uint32_t in, K k) {
+        low = std::min(low, in);
+        high = std::max(high, in);
         if (out == in) { // counts stay; only a first search can move the mode
             step(out, in);
             return;
@@ -150,41 +213,55 @@ template <class K> struct RowPlan {
     const int32_t *enter;
     ClampedRange firstCols;
     int32_t right; // columns 0 .. right - 1 are computed
-    int32_t C;
 };
 
-template <class K> RZ_FORCE_INLINE void OilifyChannel(ModeCounter<K> &h, const RowPlan<K> &p, int32_t c, uint8_t *out) {
-    const int32_t C = p.C;
-    h.clear();
-    for (int32_t r = 0; r < p.rowCount; ++r) {
-        const uint8_t *row = p.rows[r] + c;
-        for (int32_t q = p.firstCols.first; q <= p.firstCols.last; ++q)
-            h.add(row[int64_t(q) * C], K(p.weight[r] * K(p.firstCols.weight(q))));
+// All channels of one output row (L of them). Each channel's steps form a
+// chain, each step waiting for the last; the channels' chains are
+// independent, and moving them together lets the processor overlap them.
+template <class K, int L> RZ_FORCE_INLINE void OilifyRow(ModeCounter<K> *h, const RowPlan<K> &p, uint8_t *out) {
+    for (int l = 0; l < L; ++l) {
+        h[l].clear();
+        for (int32_t r = 0; r < p.rowCount; ++r)
+            for (int32_t q = p.firstCols.first; q <= p.firstCols.last; ++q)
+                h[l].add(p.rows[r][int64_t(q) * L + l], K(p.weight[r] * K(p.firstCols.weight(q))));
+        out[l] = uint8_t(h[l].mode);
     }
-    out[c] = uint8_t(h.mode);
     if (p.unitWeights) {
-        // The hot loop: the mode in a register, two counter updates per row.
-        K *count = h.count;
-        uint32_t mode = h.mode;
+        // The hot loop: the modes in registers, two counter updates per row.
+        uint32_t mode[L], low[L], high[L];
+        for (int l = 0; l < L; ++l) {
+            mode[l] = h[l].mode;
+            low[l] = h[l].low;
+            high[l] = h[l].high;
+        }
         const uint8_t *const *rows = p.rows;
         const int32_t n = p.rowCount;
         for (int32_t x = 1; x < p.right; ++x) {
-            const int64_t o = int64_t(p.leave[x]) * C + c, i = int64_t(p.enter[x]) * C + c;
-            for (int32_t r = 0; r < n; ++r) mode = ModeCounter<K>::Step(count, mode, rows[r][o], rows[r][i]);
-            out[int64_t(x) * C + c] = uint8_t(mode);
+            const int64_t o = int64_t(p.leave[x]) * L, i = int64_t(p.enter[x]) * L;
+            for (int32_t r = 0; r < n; ++r) {
+                const uint8_t *row = rows[r];
+#pragma GCC unroll 3
+                for (int l = 0; l < L; ++l) mode[l] = ModeCounter<K>::Step(h[l].count, mode[l], low[l], high[l], row[o + l], row[i + l]);
+            }
+            for (int l = 0; l < L; ++l) out[int64_t(x) * L + l] = uint8_t(mode[l]);
         }
-        h.mode = mode;
+        for (int l = 0; l < L; ++l) {
+            h[l].mode = mode[l];
+            h[l].low = low[l];
+            h[l].high = high[l];
+        }
         return;
     }
     for (int32_t x = 1; x < p.right; ++x) {
-        const int64_t o = int64_t(p.leave[x]) * C + c, i = int64_t(p.enter[x]) * C + c;
-        for (int32_t r = 0; r < p.rowCount; ++r) {
-            if (p.weight[r] == 1)
-                h.step(p.rows[r][o], p.rows[r][i]);
-            else
-                h.steps(p.rows[r][o], p.rows[r][i], p.weight[r]);
-        }
-        out[int64_t(x) * C + c] = uint8_t(h.mode);
+        const int64_t o = int64_t(p.leave[x]) * L, i = int64_t(p.enter[x]) * L;
+        for (int32_t r = 0; r < p.rowCount; ++r)
+            for (int l = 0; l < L; ++l) {
+                if (p.weight[r] == 1)
+                    h[l].step(p.rows[r][o + l], p.rows[r][i + l]);
+                else
+                    h[l].steps(p.rows[r][o + l], p.rows[r][i + l], p.weight[r]);
+            }
+        for (int l = 0; l < L; ++l) out[int64_t(x) * L + l] = uint8_t(h[l].mode);
     }
 }
 
@@ -201,7 +278,7 @@ template <class K> int32_t Oilify(BitmapDesc *bmp, filt::Pass &pass, const Windo
     KrnPtr<const uint8_t *[]> rows = KrnArray<const uint8_t *>(size_t(ringRows));
     KrnPtr<K[]> weights = KrnArray<K>(size_t(ringRows));
     if (!out || !cols || !rows || !weights) return ST_FAILURE;
-    ModeCounter<K> hist; // on the stack: aligned for the searches' vectors
+    ModeCounter<K> hist[3]; // on the stack: aligned for the searches' vectors
     int32_t *leave = cols.get(), *enter = cols.get() + rc.right;
     for (int32_t x = 0; x < rc.right; ++x) {
         leave[x] = Clamp(int64_t(x) - 1 - win.h1, 0, W - 1);
@@ -221,9 +298,13 @@ template <class K> int32_t Oilify(BitmapDesc *bmp, filt::Pass &pass, const Windo
             unit = unit && weights[i] == 1;
         }
         const RowPlan<K> plan{rows.get(), weights.get(), count, unit, leave, enter,
-                              ClampedRange(-win.h1, win.h2, W), rc.right, C};
-        for (int32_t c = 0; c < C; ++c)
-            filt::Vectorised([&]() RZ_LAMBDA_INLINE { OilifyChannel<K>(hist, plan, c, out.get()); });
+                              ClampedRange(-win.h1, win.h2, W), rc.right};
+        filt::Vectorised([&]() RZ_LAMBDA_INLINE {
+            if (C == 1)
+                OilifyRow<K, 1>(hist, plan, out.get());
+            else
+                OilifyRow<K, 3>(hist, plan, out.get());
+        });
         RZ_RETURN_IF_FAILED(PutRow(ctx, out.get(), y, nullptr, 0));
     }
     KrnBitmapChanged(bmp);
