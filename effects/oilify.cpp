@@ -74,13 +74,14 @@ template <class K> struct ModeCounter {
     // 32 bins past the last stay 0, so that 32 bins from any value can be read.
     alignas(64) K count[256 + 32];
     uint32_t mode;
-    uint32_t low, high; // no value outside low..high is counted
+    uint32_t low; // no value below it is counted
+    K total;      // samples in the window
 
-    void clear() {
+    void clear(K windowSamples) {
         std::fill(count, count + 256 + 32, K(0));
         mode = 0;
         low = 256;
-        high = 0;
+        total = windowSamples;
     }
 
     // v added w times in a row: the mode can only change to v, and does
@@ -88,69 +89,66 @@ template <class K> struct ModeCounter {
     RZ_FORCE_INLINE void add(uint32_t v, K w) {
         count[v] = K(count[v] + w);
         low = std::min(low, v);
-        high = std::max(high, v);
         if (v != mode && count[v] > count[mode]) mode = v;
     }
 
-    // The window moves by one column in one window row; returns the new
-    // mode. When the mode's own value leaves, the lowest value of the
-    // largest count is searched for; that count is known: the old mode's m
-    // plus one (the entering value passed it), m (a tie) or m - 1.
-    static RZ_FORCE_INLINE uint32_t Step(K *count, uint32_t mode, uint32_t &low, uint32_t &high, uint32_t out,
-                                         uint32_t in) {
+    // The window (`total` samples) moves by one column in one window row;
+    // returns the new mode. When the mode's own value leaves, the lowest
+    // value of the largest count is searched for; that count is known: the
+    // old mode's m plus one (the entering value passed it), m (a tie) or
+    // m - 1.
+    static RZ_FORCE_INLINE uint32_t Step(K *count, K total, uint32_t mode, uint32_t &low, uint32_t out, uint32_t in) {
         const K m = count[mode];
         --count[out];
         ++count[in];
         low = std::min(low, in);
-        high = std::max(high, in);
         if (out != mode) return (in != mode && count[in] > m) ? in : mode;
         if (count[in] > m) return in;
-        const Found f = Search(count, m, low, high);
-        low = f.low;
-        high = f.high;
-        return f.mode;
+        const uint64_t found = Search(count, total, m, low);
+        low = uint32_t(found >> 32);
+        return uint32_t(found);
     }
 
-    // Out of line, so that the hot loop stays small. A window's values
-    // mostly lie within 32 of each other (photographs): then one look at
-    // those 32 bins finds the value and narrows the bounds, without loops.
-    // Bounds go in and out by value, so that the hot loop keeps them in
-    // registers.
-    struct Found {
-        uint32_t mode, low, high;
-    };
-    static __attribute__((noinline)) Found Search(const K *count, K m, uint32_t low, uint32_t high) {
+    // Out of line, so that the hot loop stays small; the mode and the new
+    // bound come back in one register. A window's values mostly lie within
+    // 32 of each other (photographs): then one look at the 32 bins from the
+    // bound finds the value (the bins hold the whole window when their
+    // counts add up to it) without a loop.
+    static __attribute__((noinline)) uint64_t Search(const K *count, K total, K m, uint32_t low) {
 #if defined(__SSE2__)
         if constexpr (sizeof(K) == 2) {
-            if (high < low + 32) {
-                const K *p = count + low;
-                const __m128i a0 = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
-                const __m128i a1 = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p + 8));
-                const __m128i a2 = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p + 16));
-                const __m128i a3 = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p + 24));
-                auto equal = [&](K v) {
-                    const __m128i t = _mm_set1_epi16(int16_t(v));
-                    const uint32_t lo = uint32_t(_mm_movemask_epi8(_mm_packs_epi16(_mm_cmpeq_epi16(a0, t), _mm_cmpeq_epi16(a1, t))));
-                    const uint32_t hi = uint32_t(_mm_movemask_epi8(_mm_packs_epi16(_mm_cmpeq_epi16(a2, t), _mm_cmpeq_epi16(a3, t))));
-                    return lo | hi << 16;
-                };
-                const uint32_t counted = ~equal(0), top = equal(m), below = equal(K(m - 1));
-                return {low + uint32_t(std::countr_zero(top ? top : below)),
-                        low + uint32_t(std::countr_zero(counted)), low + 31 - uint32_t(std::countl_zero(counted))};
-            }
+            const K *p = count + low;
+            const __m128i a0 = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
+            const __m128i a1 = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p + 8));
+            const __m128i a2 = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p + 16));
+            const __m128i a3 = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p + 24));
+            auto equal = [&](K v) {
+                const __m128i t = _mm_set1_epi16(int16_t(v));
+                const uint32_t lo = uint32_t(_mm_movemask_epi8(_mm_packs_epi16(_mm_cmpeq_epi16(a0, t), _mm_cmpeq_epi16(a1, t))));
+                const uint32_t hi = uint32_t(_mm_movemask_epi8(_mm_packs_epi16(_mm_cmpeq_epi16(a2, t), _mm_cmpeq_epi16(a3, t))));
+                return lo | hi << 16;
+            };
+            const uint32_t bound = low + uint32_t(std::countr_zero(~equal(0)));
+            if (const uint32_t top = equal(m)) return uint64_t(bound) << 32 | (low + uint32_t(std::countr_zero(top)));
+            // Counts never exceed the window's total, so 16-bit sums do not wrap.
+            __m128i sum = _mm_add_epi16(_mm_add_epi16(a0, a1), _mm_add_epi16(a2, a3));
+            sum = _mm_add_epi16(sum, _mm_srli_si128(sum, 8));
+            sum = _mm_add_epi16(sum, _mm_srli_si128(sum, 4));
+            sum = _mm_add_epi16(sum, _mm_srli_si128(sum, 2));
+            if (K(_mm_cvtsi128_si32(sum)) == total)
+                return uint64_t(bound) << 32 | (low + uint32_t(std::countr_zero(equal(K(m - 1)))));
         }
 #endif
         uint32_t v = FirstWith(count, m, low);
         if (v == 256) v = FirstWith(count, K(m - 1), low);
-        return {v, low, high};
+        return uint64_t(low) << 32 | v;
     }
-    RZ_FORCE_INLINE void step(uint32_t out, uint32_t in) { mode = Step(count, mode, low, high, out, in); }
+    RZ_FORCE_INLINE void step(uint32_t out, uint32_t in) { mode = Step(count, total, mode, low, out, in); }
 
     // k steps with the same leaving and entering values (a repeated edge
     // row), in closed form.
     void steps(uint32_t out, uint32_t in, K k) {
         low = std::min(low, in);
-        high = std::max(high, in);
         if (out == in) { // counts stay; only a first search can move the mode
             step(out, in);
             return;
@@ -213,6 +211,7 @@ template <class K> struct RowPlan {
     const int32_t *enter;
     ClampedRange firstCols;
     int32_t right; // columns 0 .. right - 1 are computed
+    K total;       // n * n
 };
 
 // All channels of one output row (L of them). Each channel's steps form a
@@ -220,7 +219,7 @@ template <class K> struct RowPlan {
 // independent, and moving them together lets the processor overlap them.
 template <class K, int L> RZ_FORCE_INLINE void OilifyRow(ModeCounter<K> *h, const RowPlan<K> &p, uint8_t *out) {
     for (int l = 0; l < L; ++l) {
-        h[l].clear();
+        h[l].clear(p.total);
         for (int32_t r = 0; r < p.rowCount; ++r)
             for (int32_t q = p.firstCols.first; q <= p.firstCols.last; ++q)
                 h[l].add(p.rows[r][int64_t(q) * L + l], K(p.weight[r] * K(p.firstCols.weight(q))));
@@ -228,11 +227,10 @@ template <class K, int L> RZ_FORCE_INLINE void OilifyRow(ModeCounter<K> *h, cons
     }
     if (p.unitWeights) {
         // The hot loop: the modes in registers, two counter updates per row.
-        uint32_t mode[L], low[L], high[L];
+        uint32_t mode[L], low[L];
         for (int l = 0; l < L; ++l) {
             mode[l] = h[l].mode;
             low[l] = h[l].low;
-            high[l] = h[l].high;
         }
         const uint8_t *const *rows = p.rows;
         const int32_t n = p.rowCount;
@@ -241,14 +239,13 @@ template <class K, int L> RZ_FORCE_INLINE void OilifyRow(ModeCounter<K> *h, cons
             for (int32_t r = 0; r < n; ++r) {
                 const uint8_t *row = rows[r];
 #pragma GCC unroll 3
-                for (int l = 0; l < L; ++l) mode[l] = ModeCounter<K>::Step(h[l].count, mode[l], low[l], high[l], row[o + l], row[i + l]);
+                for (int l = 0; l < L; ++l) mode[l] = ModeCounter<K>::Step(h[l].count, p.total, mode[l], low[l], row[o + l], row[i + l]);
             }
             for (int l = 0; l < L; ++l) out[int64_t(x) * L + l] = uint8_t(mode[l]);
         }
         for (int l = 0; l < L; ++l) {
             h[l].mode = mode[l];
             h[l].low = low[l];
-            h[l].high = high[l];
         }
         return;
     }
@@ -298,7 +295,7 @@ template <class K> int32_t Oilify(BitmapDesc *bmp, filt::Pass &pass, const Windo
             unit = unit && weights[i] == 1;
         }
         const RowPlan<K> plan{rows.get(), weights.get(), count, unit, leave, enter,
-                              ClampedRange(-win.h1, win.h2, W), rc.right};
+                              ClampedRange(-win.h1, win.h2, W), rc.right, K(uint64_t(win.n) * uint64_t(win.n))};
         filt::Vectorised([&]() RZ_LAMBDA_INLINE {
             if (C == 1)
                 OilifyRow<K, 1>(hist, plan, out.get());
