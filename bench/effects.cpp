@@ -170,13 +170,13 @@ const Pair kPairs[] = {
 
 std::string Name(const Pair &p, const char *side) { return p.name + "/" + PictureName(p.picture) + "/" + side; }
 
-// Keeps every run's time (milliseconds per iteration) for the final table.
+// Keeps every run's times (milliseconds per iteration) for the final table.
 class Collector : public benchmark::ConsoleReporter {
   public:
-    std::map<std::string, double> ms;
+    std::map<std::string, std::pair<double, double>> ms; // real, processor
     void ReportRuns(const std::vector<Run> &runs) override {
         for (const Run &r : runs)
-            if (!r.error_occurred) ms[r.benchmark_name()] = r.GetAdjustedRealTime();
+            if (!r.error_occurred) ms[r.benchmark_name()] = {r.GetAdjustedRealTime(), r.GetAdjustedCPUTime()};
         ConsoleReporter::ReportRuns(runs);
     }
 };
@@ -198,13 +198,19 @@ int main(int argc, char **argv) {
     benchmark::RunSpecifiedBenchmarks(&collector);
 
     std::printf("\nmosaic16 beside ImageMagick's scale and sample: largest difference %d (allowed 1)\n", difference);
-    std::printf("%-24s %12s %12s %8s %6s\n", "case", "rz ms", "magick ms", "ratio", "goal");
+    // Both run on the calling thread only, so processor time is the fairer
+    // measure on a shared machine; the goal is judged on it.
+    std::printf("%-16s %10s %10s %10s %10s %8s %8s %6s\n", "case", "rz ms", "magick ms", "rz cpu", "magick cpu",
+                "ratio", "cpu", "goal");
     for (const Pair &p : kPairs) {
         const auto rz = collector.ms.find(Name(p, "rz")), im = collector.ms.find(Name(p, "magick"));
         if (rz == collector.ms.end() || im == collector.ms.end()) continue;
-        const double ratio = rz->second / im->second;
-        std::printf("%-24s %12.1f %12.1f %8.3f %6.2f %s\n", (p.name + "/" + PictureName(p.picture)).c_str(),
-                    rz->second, im->second, ratio, kGoal, ratio <= kGoal ? "met" : "MISSED");
+        const auto [rzReal, rzCpu] = rz->second;
+        const auto [imReal, imCpu] = im->second;
+        const double ratio = rzCpu / imCpu;
+        std::printf("%-16s %10.1f %10.1f %10.1f %10.1f %8.3f %8.3f %6.2f %s\n",
+                    (p.name + "/" + PictureName(p.picture)).c_str(), rzReal, imReal, rzCpu, imCpu, rzReal / imReal,
+                    ratio, kGoal, ratio <= kGoal ? "met" : "MISSED");
     }
     benchmark::Shutdown();
     MagickCoreTerminus();
