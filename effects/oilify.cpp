@@ -27,6 +27,12 @@
 #include <emmintrin.h>
 #endif
 
+#if defined(__GNUC__)
+#define RZ_NOINLINE __attribute__((noinline))
+#else
+#define RZ_NOINLINE
+#endif
+
 namespace rz::fx {
 namespace {
 
@@ -114,7 +120,7 @@ template <class K> struct ModeCounter {
     // 32 of each other (photographs): then one look at the 32 bins from the
     // bound finds the value (the bins hold the whole window when their
     // counts add up to it) without a loop.
-    static __attribute__((noinline)) uint64_t Search(const K *count, K total, K m, uint32_t low) {
+    static RZ_NOINLINE uint64_t Search(const K *count, K total, K m, uint32_t low) {
 #if defined(__SSE2__)
         if constexpr (sizeof(K) == 2) {
             const K *p = count + low;
@@ -199,7 +205,7 @@ struct Window {
     explicit Window(uint32_t size) : n(size), h1((int64_t(size) - 1) / 2), h2(int64_t(size) / 2) {}
 };
 
-// One output row, one channel: rows[i] with weight[i] are the window's
+// One output row: rows[i] with weight[i] are the window's
 // distinct source rows, top to bottom; leave[x] / enter[x] the columns that
 // leave and enter when the window moves to x.
 template <class K> struct RowPlan {
