@@ -1,6 +1,7 @@
 // Cell effects: Mosaic and Pixelate against direct tile averages and centre
 // pixels on every layout, shape, region and view; the documented edge cases
-// and the tiles' grout, bevel and colour word worked by hand.
+// (oilify's among them) and the tiles' grout, bevel and colour word worked
+// by hand.
 #include "direct_pixels.h"
 
 #include <gtest/gtest.h>
@@ -39,50 +40,41 @@ Plane CellReference(const Plane &p, const CellRef &g) {
     return q;
 }
 
-RzRect Bounds(const BitmapDesc *b) {
-    RzRect r{};
-    EXPECT_EQ(DisGetRegionBounds(b, 0, &r), 1);
-    return RzRect{std::max(r.left, 0), std::max(r.top, 0), std::min(r.right, b->nWidth), std::min(r.bottom, b->nHeight)};
-}
+// One cell effect: the call, and the reference's grid for the bitmap.
+struct CellCase {
+    const char *name;
+    uint32_t w, h, flags; // flags 2: Mosaic
+    CellRef grid(const BitmapDesc *b) const {
+        if (flags == 2) return {{0, 0, b->nWidth, b->nHeight}, w, h, b->nViewPerspective == 3 || b->nViewPerspective == 4};
+        RzRect r{};
+        EXPECT_EQ(DisGetRegionBounds(b, 0, &r), 1);
+        r = {std::max(r.left, 0), std::max(r.top, 0), std::min(r.right, b->nWidth), std::min(r.bottom, b->nHeight)};
+        return {r, w, h, false, flags ? CellRef::Centre : CellRef::Rounded};
+    }
+    int32_t run(BitmapDesc *b) const { return flags == 2 ? Rz_MosaicBitmap(b, w) : Rz_PixelateBitmap(b, w, h, flags); }
+};
 
-std::string Describe(const Setting &s, const std::string &what) {
-    return std::string(s.layout->name) + " " + std::to_string(s.w) + "x" + std::to_string(s.h) + " region " +
-           std::to_string(s.region) + " view " + std::to_string(s.view) + " " + what;
-}
-
-TEST(Mosaic, MatchesDirectTileAverages) {
+TEST(CellEffects, MatchDirectCellMeansAndCentres) {
+    const CellCase cases[] = {{"mosaic", 2, 2, 2},       {"mosaic", 3, 3, 2},        {"mosaic", 16, 16, 2},
+                              {"pixelate", 2, 3, 0},     {"pixelate", 5, 1, 0},      {"pixelate", 100, 100, 0},
+                              {"pixelate centre", 4, 4, 1}, {"pixelate centre", 3, 2, 1}};
     uint32_t seed = 300;
     for (const Setting &s : ReferenceSettings())
-        for (uint32_t n : {2u, 3u, 5u, 16u}) {
-            SCOPED_TRACE(Describe(s, "n " + std::to_string(n)));
+        for (const CellCase &c : cases) {
+            SCOPED_TRACE(std::string(s.layout->name) + " " + std::to_string(s.w) + "x" + std::to_string(s.h) +
+                         " region " + std::to_string(s.region) + " view " + std::to_string(s.view) + " " + c.name +
+                         " " + std::to_string(c.w) + "x" + std::to_string(c.h));
             Bitmap before = Make(s, seed), after = Make(s, seed);
             ++seed;
             const Plane p = DirectPixels(before.get(), false).plane();
             const int64_t blocks = KrnMemOutstanding();
-            ASSERT_EQ(Rz_MosaicBitmap(after.get(), n), 1);
+            ASSERT_EQ(c.run(after.get()), 1);
             EXPECT_EQ(KrnMemOutstanding(), blocks);
-            const bool flip = after->nViewPerspective == 3 || after->nViewPerspective == 4;
-            ExpectResult(before, after, CellReference(p, {{0, 0, p.w, p.h}, n, n, flip}), false);
+            ExpectResult(before, after, CellReference(p, c.grid(before.get())), false);
         }
 }
 
-TEST(Pixelate, MatchesDirectCellMeansAndCentres) {
-    uint32_t seed = 500;
-    for (const Setting &s : ReferenceSettings())
-        for (auto [cw, ch, flags] : {std::tuple{2u, 3u, 0u}, std::tuple{4u, 4u, 1u}, std::tuple{5u, 1u, 0u},
-                                     std::tuple{3u, 2u, 1u}, std::tuple{100u, 100u, 0u}}) {
-            SCOPED_TRACE(Describe(s, std::to_string(cw) + "x" + std::to_string(ch) + " flags " + std::to_string(flags)));
-            Bitmap before = Make(s, seed), after = Make(s, seed);
-            ++seed;
-            const Plane p = DirectPixels(before.get(), false).plane();
-            ASSERT_EQ(Rz_PixelateBitmap(after.get(), cw, ch, flags), 1);
-            CellRef g{Bounds(before.get()), cw, ch};
-            g.fill = flags ? CellRef::Centre : CellRef::Rounded;
-            ExpectResult(before, after, CellReference(p, g), false);
-        }
-}
-
-TEST(Mosaic, DocumentedCases) {
+TEST(CellEffects, DocumentedCases) {
     // Larger than the bitmap: the whole bitmap becomes its mean, 21 / 6.
     Bitmap whole = GreyBitmap(3, 2, {1, 2, 3, 4, 5, 6});
     ASSERT_EQ(Rz_MosaicBitmap(whole.get(), 4294967295u), 1);
@@ -103,13 +95,17 @@ TEST(Mosaic, DocumentedCases) {
     EXPECT_EQ(flipped.pixel(0, 0), 15u);
     EXPECT_EQ(flipped.pixel(0, 1), 15u);
     EXPECT_EQ(flipped.pixel(0, 2), 31u);
-    // Size 1 changes nothing, on any layout.
+    // Size 1 changes nothing, on any layout; neither does oilify on a
+    // uniform picture.
     for (const Layout &layout : AllLayouts()) {
-        Bitmap b(layout, 5, 4, 9);
-        const auto before = b.storedBytes();
+        Bitmap b(layout, 5, 4, 9), u(layout, 5, 4, 0);
+        const auto before = b.storedBytes(), zeros = u.storedBytes();
         ASSERT_EQ(Rz_MosaicBitmap(b.get(), 1), 1);
         ASSERT_EQ(Rz_PixelateBitmap(b.get(), 1, 1, 0), 1);
+        ASSERT_EQ(Rz_OilifyBitmap(b.get(), 1), 1);
+        ASSERT_EQ(Rz_OilifyBitmap(u.get(), 4), 1);
         EXPECT_EQ(b.storedBytes(), before) << layout.name;
+        EXPECT_EQ(u.storedBytes(), zeros) << layout.name;
     }
 }
 

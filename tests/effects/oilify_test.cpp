@@ -85,20 +85,6 @@ TEST(Oilify, TiesGoToTheFirstToReachAndToTheLowestAfterASearch) {
     EXPECT_EQ(c.pixel(0, 0), 5u);
 }
 
-TEST(Oilify, SizeOneAndUniformPicturesStayAsTheyAre) {
-    for (const Layout &layout : AllLayouts()) {
-        SCOPED_TRACE(layout.name);
-        Bitmap b(layout, 6, 5, 4);
-        const auto before = b.storedBytes();
-        ASSERT_EQ(Rz_OilifyBitmap(b.get(), 1), 1);
-        EXPECT_EQ(b.storedBytes(), before);
-        Bitmap u(layout, 6, 5, 0);
-        const auto zeros = u.storedBytes();
-        ASSERT_EQ(Rz_OilifyBitmap(u.get(), 4), 1);
-        EXPECT_EQ(u.storedBytes(), zeros);
-    }
-}
-
 TEST(Oilify, MatchesTheLiteralReference) {
     uint32_t seed = 100;
     for (const Setting &s : ReferenceSettings())
