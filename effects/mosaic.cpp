@@ -15,7 +15,6 @@
 #include "filters/filter_rows.h"
 
 #include <algorithm>
-#include <cmath>
 
 namespace rz::fx {
 namespace {
