@@ -731,6 +731,64 @@ typedef struct StatisticsInfo {
 #define RZ_DESKEW_PATH 0x10000u
 
 /* ---- end of document ---- */
+/* ---- Effects: oilify and cell mosaics ---- */
+
+/* These work in the caller's view (rows and columns as the view shows
+ * them). Only pixels inside the region change; windows and cells read the
+ * pixels around them, inside the region or not.
+ *
+ * Rz_OilifyBitmap(nDim 1 or more): per channel, the most frequent value of
+ * the n x n window, which covers (n - 1) / 2 columns and rows before the
+ * pixel and n / 2 after, edges replicated. Each channel is taken by itself,
+ * so a pixel may combine channels of different source pixels. Ties between
+ * equally frequent values are settled by history, row by row: the first
+ * column's window is counted row by row, left to right, and a value becomes
+ * the mode only when its count passes the mode's; moving right, each window
+ * row takes out the leaving column's value and adds the entering one, and
+ * when the mode's own value leaves, the lowest value of the largest count
+ * becomes the mode. Every row starts afresh at column 0, so the result does
+ * not depend on the region. Works on 8 bits a channel: grey in one channel,
+ * palettes and colour in blue, green, red; 12/16-bit grey and 48/64-bit
+ * colour come back as their high byte times 257 (nDim 1 returns at once and
+ * changes nothing). No upper limit: a window larger than the bitmap repeats
+ * the edges and costs what one of the bitmap's size does; the cost grows
+ * with min(n, height) per pixel.
+ *
+ * Rz_MosaicBitmap(nDim 1 or more): n x n tiles from the first row and
+ * column, the last ones clipped to the bitmap; each channel of a tile
+ * becomes the sum of its pixels divided by the tile's clipped area,
+ * truncated. In views 3 and 4 the tile rows start from the view's last row
+ * (the first stored row). At the bitmap's precision (16-bit samples for
+ * 12/16/48/64 bits). A null bitmap gives ST_NO_BITMAP.
+ *
+ * Rz_PixelateBitmap(uCellWidth, uCellHeight 1 or more, uFlags): cells from
+ * the top-left corner of the region's bounding rectangle (the bitmap when
+ * there is no region), clipped to it. RZ_PIXELATE_MEAN: the mean of the
+ * cell, rounded half up at the bitmap's precision; RZ_PIXELATE_CENTRE: the
+ * cell's centre pixel, at (w - 1) / 2, (h - 1) / 2 of the clipped cell.
+ *
+ * Rz_MosaicTilesBitmap(uTileWidth, uTileHeight 1 or more, uGroutWidth below
+ * both, crGrout, nShadowAngle, uFlags): tiles from the corner of the region's
+ * bounding rectangle, as Pixelate's cells. The last uGroutWidth columns and
+ * rows of every tile are grout, painted crGrout (red bits 0-7, green 8-15,
+ * blue 16-23, times 256 on 12/16/48/64-bit bitmaps; on 12/16-bit grey, bit
+ * 26 makes the low 16 bits the 16-bit grey level; grey bitmaps take
+ * (2 red + 5 green + blue) / 8). The rest is the tile's face: its mean,
+ * rounded half up (RZ_TILES_MEAN), or the picture itself (RZ_TILES_PICTURE).
+ * The face's one-pixel border is lit from nShadowAngle (hundredths of a
+ * degree, counter-clockwise from the right, 9000 from the top; any value,
+ * taken modulo 36000): each border pixel adds the signs of the edges it
+ * lies on (+1 facing the light, -1 facing away, 0 along it), limited to -1..1,
+ * times 48 (times 257 on 16-bit samples), clamped. RZ_TILES_FLAT leaves
+ * the bevel out. Tiles cut by the rectangle keep their grout and bevel at
+ * the tile grid's places, so the rectangle shows a window onto the tiling. */
+#define RZ_PIXELATE_MEAN 0
+#define RZ_PIXELATE_CENTRE 1
+#define RZ_TILES_MEAN 0
+#define RZ_TILES_PICTURE 1
+#define RZ_TILES_FLAT 0x10
+
+/* ---- end of effects ---- */
 
 #ifdef __cplusplus
 extern "C" {

@@ -306,3 +306,22 @@ RZ_OP(701, Rz_DeskewBitmapExt, document, RZ_OPF_CUSTOM,
        RZ_U32(nAngleResolution, 1, 4500, 1, "step of the search, tenths of a degree")
        RZ_U32(crBack, 0, 4294967295u, 16777215, "fill of the uncovered corners (0x00BBGGRR)")
        RZ_U32(uDeskewFlags, 0, 4294967295u, 0, "RZ_DESKEW_ flags")))
+RZ_OP(600, Rz_OilifyBitmap, effects, RZ_OPF_INPLACE,
+      "Replaces every channel by its most frequent value in the n x n window (8 bits a channel).",
+      (RZ_BMP(pBitmap) RZ_U32(nDim, 1, 4294967295u, 5, "window side in pixels")))
+RZ_OP(601, Rz_MosaicBitmap, effects, RZ_OPF_INPLACE | RZ_OPF_NULL_NO_BITMAP,
+      "Paints every n x n tile with its mean colour, truncated.",
+      (RZ_BMP(pBitmap) RZ_U32(nDim, 1, 4294967295u, 16, "tile side in pixels")))
+RZ_OP(602, Rz_PixelateBitmap, effects, RZ_OPF_INPLACE,
+      "Paints every cell with its mean colour, rounded, or with its centre pixel.",
+      (RZ_BMP(pBitmap) RZ_U32(uCellWidth, 1, 4294967295u, 12, "cell width in pixels")
+       RZ_U32(uCellHeight, 1, 4294967295u, 12, "cell height in pixels")
+       RZ_U32(uFlags, 0, 1, 0, "0 mean, 1 centre pixel")))
+RZ_OP(603, Rz_MosaicTilesBitmap, effects, RZ_OPF_INPLACE,
+      "Cuts the picture into bevelled tiles with grout between them.",
+      (RZ_BMP(pBitmap) RZ_U32(uTileWidth, 1, 4294967295u, 24, "tile width in pixels, grout included")
+       RZ_U32(uTileHeight, 1, 4294967295u, 24, "tile height in pixels, grout included")
+       RZ_U32(uGroutWidth, 0, 4294967294u, 3, "grout at each tile's right and bottom, below the tile size")
+       RZ_U32(crGrout, 0, 4294967295u, 0x505050, "grout colour word")
+       RZ_I32(nShadowAngle, -2147483647 - 1, 2147483647, 13500, "direction the light comes from, hundredths of a degree")
+       RZ_U32(uFlags, 0, 0x11, 0, "0 mean colour, 1 picture; 0x10 no bevel")))
