@@ -1,6 +1,7 @@
 // The distortions' shared frame outside the pixel loop: opening checks,
 // processing rectangle, fill colour, and the source copy.
 #include "distort/resample.h"
+#include "frame/colour_word.h"
 
 #include <algorithm>
 
@@ -44,17 +45,8 @@ int32_t GetArea(BitmapDesc *bmp, Area &area) {
 }
 
 Fill ConvertFill(const BitmapDesc *bmp, uint32_t colour) {
-    uint32_t r = colour & 0xFF, g = (colour >> 8) & 0xFF, b = (colour >> 16) & 0xFF;
-    const int32_t bits = bmp->nBitsPerPixel;
-    const bool grey = bmp->nColorOrder == KRN_ORDER_GRAY || KrnIsGrayscale(bmp);
-    if (bits == 12 || bits == 16 || bits == 48 || bits == 64) {
-        r *= 256;
-        g *= 256;
-        b *= 256;
-        if ((bits == 12 || bits == 16) && grey && (colour & (1u << 26))) r = g = b = colour & 0xFFFF;
-    }
-    if (grey) r = g = b = (g + b + 4 * g + 2 * r) / 8;
-    return {b, g, r};
+    const ColourWord c = WorkingColourWord(bmp, colour);
+    return {c.b, c.g, c.r};
 }
 
 int32_t OpenCopy(BitmapDesc *bmp, const Area &area, Copy &copy, bool rowScratch) {

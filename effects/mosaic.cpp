@@ -13,6 +13,7 @@
 // bitmap's own precision (16-bit samples for deep bitmaps, sums in 64
 // bits), so a mean is the mean of the stored values.
 #include "filters/filter_rows.h"
+#include "frame/colour_word.h"
 
 #include <algorithm>
 
@@ -42,19 +43,10 @@ int32_t UnitShift(const RowContext *ctx) {
 // A colour word (red bits 0-7, green 8-15, blue 16-23; bit 26: the low 16
 // bits are a grey level) as working samples, blue first.
 void WorkingColour(const BitmapDesc *bmp, uint32_t colour, uint32_t out[3]) {
-    uint32_t r = colour & 0xFF, g = (colour >> 8) & 0xFF, b = (colour >> 16) & 0xFF;
-    const int32_t bits = bmp->nBitsPerPixel;
-    const bool grey = bmp->nColorOrder == KRN_ORDER_GRAY || KrnIsGrayscale(bmp);
-    if (bits == 12 || bits == 16 || bits == 48 || bits == 64) {
-        r *= 256;
-        g *= 256;
-        b *= 256;
-        if ((bits == 12 || bits == 16) && grey && (colour & (1u << 26))) r = g = b = colour & 0xFFFF;
-    }
-    if (grey) r = g = b = (g + b + 4 * g + 2 * r) / 8;
-    out[0] = b;
-    out[1] = g;
-    out[2] = r;
+    const ColourWord c = WorkingColourWord(bmp, colour);
+    out[0] = c.b;
+    out[1] = c.g;
+    out[2] = c.r;
 }
 
 // Sign of the light on a face's left, right, top and bottom edges for light
