@@ -110,16 +110,7 @@ int32_t Blend(BlendCall &c) {
 
 PairInputs Inputs(BitmapDesc *dst, int32_t x, int32_t y, int32_t w, int32_t h, BitmapDesc *src, int32_t sx,
                   int32_t sy) {
-    PairInputs in;
-    in.dst = dst;
-    in.src = src;
-    in.x = x;
-    in.y = y;
-    in.w = w;
-    in.h = h;
-    in.sx = sx;
-    in.sy = sy;
-    return in;
+    return {.dst = dst, .src = src, .x = x, .y = y, .w = w, .h = h, .sx = sx, .sy = sy};
 }
 
 // Size and signed samples of an optional bitmap.

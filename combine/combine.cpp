@@ -112,16 +112,8 @@ int32_t Combine(BitmapDesc *dst, int32_t x, int32_t y, int32_t w, int32_t h, Bit
     RZ_RETURN_IF_FAILED(CheckPixels(dst));
     RZ_RETURN_IF_FAILED(CheckPixels(src));
 
-    PairInputs in;
-    in.dst = dst;
-    in.src = src;
-    in.x = x;
-    in.y = y;
-    in.w = w;
-    in.h = h;
-    in.sx = sx;
-    in.sy = sy;
-    in.sourceInColour = f.select[2] != 0;
+    const PairInputs in{.dst = dst, .src = src, .x = x, .y = y, .w = w, .h = h, .sx = sx, .sy = sy,
+                        .sourceInColour = f.select[2] != 0};
     // Scratch for the prepared source: a row of either view.
     KrnPtr<uint16_t[]> scratch;
     if (!f.plain) {
