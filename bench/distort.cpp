@@ -7,6 +7,8 @@
 // part of its work. Ends with the ratios and their goal.
 #include <rzimg.h>
 
+#include "bench_picture.h"
+
 #include <benchmark/benchmark.h>
 
 #include <magick/MagickCore.h>
@@ -23,44 +25,16 @@
 
 namespace {
 
-constexpr int32_t kSide = 4096;
+using namespace rzbench;
 constexpr double kGoal = 0.5;
 
-class Picture {
-  public:
-    Picture() {
-        if (KrnInitBitmap(&d_, BITMAPDESC_SIZE, kSide, kSide, 24) != KRN_OK || KrnAllocBitmap(&d_) != KRN_OK)
-            std::abort();
-        uint32_t s = 0x2545F491u;
-        for (int32_t y = 0; y < kSide; ++y) {
-            uint8_t *row = d_.pData + size_t(y) * d_.nStride;
-            for (int32_t x = 0; x < kSide; ++x)
-                for (int c = 0; c < 3; ++c) {
-                    s = s * 1664525u + 1013904223u;
-                    const int v = int(128 + 60 * std::sin(x * 0.01 + c) + 50 * std::cos(y * 0.013 + x * 0.002)) +
-                                  int(s >> 28);
-                    row[x * 3 + c] = uint8_t(std::clamp(v, 0, 255));
-                }
-        }
-        pristine_.assign(d_.pData, d_.pData + size_t(d_.nStride) * kSide);
-    }
-    ~Picture() { KrnFreeBitmap(&d_); }
-    BitmapDesc *desc() { return &d_; }
-    void restore() { std::memcpy(d_.pData, pristine_.data(), pristine_.size()); }
-    const uint8_t *pixels() const { return pristine_.data(); }
-
-  private:
-    BitmapDesc d_{};
-    std::vector<uint8_t> pristine_;
-};
-
-Picture &Shared() {
-    static Picture p;
+Bitmap24 &Shared() {
+    static Bitmap24 p(Picture::Photo);
     return p;
 }
 
 void RunRz(benchmark::State &state, const std::function<int32_t(BitmapDesc *)> &op) {
-    Picture &p = Shared();
+    Bitmap24 &p = Shared();
     for (auto _ : state) {
         state.PauseTiming();
         p.restore();
@@ -74,7 +48,7 @@ void RunRz(benchmark::State &state, const std::function<int32_t(BitmapDesc *)> &
 }
 
 void RunMagick(benchmark::State &state, const std::function<Image *(const Image *, ExceptionInfo *)> &op) {
-    Picture &p = Shared();
+    Bitmap24 &p = Shared();
     ExceptionInfo *ex = AcquireExceptionInfo();
     Image *src = ConstituteImage(kSide, kSide, "BGR", CharPixel, p.pixels(), ex);
     if (!src) {
