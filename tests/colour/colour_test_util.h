@@ -70,6 +70,26 @@ inline Colour ByteHsvBack(int h8, int s, int v) {
     return {v, mn, mn + k * (360 - d) / (d - 240)};
 }
 
+// Degrees and percent (hundredths of both for 16-bit channels, P = 10000):
+// the ratio hue of HSV and the six-sector hue of HLS, truncated.
+inline std::array<int, 3> DegHsv(int r, int g, int b, int P) {
+    const int64_t mn = std::min({r, g, b}), mx = std::max({r, g, b}), third = 120 * (P / 100);
+    if (mx == mn) return {0, 0, int(mx)};
+    const int64_t rise = b == mn ? g - mn : r == mn ? b - mn : r - mn, fall = b == mn ? r - mn : r == mn ? g - mn : b - mn;
+    const int64_t sector = b == mn ? 0 : r == mn ? 1 : 2;
+    return {int(sector * third + third * rise / (rise + fall)), int((mx - mn) * P / mx), int(mx)};
+}
+
+inline std::array<int, 3> DegHls(int r, int g, int b, int P) {
+    const int64_t M = P == 100 ? 255 : 65535, mn = std::min({r, g, b}), mx = std::max({r, g, b}), c = mx - mn;
+    const int64_t l = (mx + mn) / 2, sixth = 60 * (P / 100);
+    const int64_t s = c == 0 ? 0 : c * P / (l <= 128 * (M / 255) ? mx + mn : 2 * M - mx - mn);
+    if (s == 0) return {0, int(l), 0};
+    const int64_t diff = mx == r ? g - b : mx == g ? b - r : r - g, base = mx == r ? 0 : mx == g ? 2 * sixth : 4 * sixth;
+    const int64_t h = base + (diff < 0 ? -(-diff * sixth / c) : diff * sixth / c);
+    return {int(h < 0 ? h + 6 * sixth : h), int(l), int(s)};
+}
+
 // Word scale, in double precision as the formula is stated.
 inline std::array<int, 3> WordHsv(int r, int g, int b) {
     const int mn = std::min({r, g, b}), mx = std::max({r, g, b});
@@ -130,10 +150,13 @@ inline Bitmap RandomColourBitmap(const char *layout, int w, int h, uint32_t seed
     return b;
 }
 
+// The colour a pixel must have, from what it was, on its own scale.
+using Expectation = std::function<Colour(const Colour &in, bool deep)>;
+
 // Runs op on a random bitmap of every colour layout and compares each pixel
-// with the reference on its own scale; the fourth channel must not move.
+// with the expectation; the fourth channel must not move.
 inline void CompareEveryPixel(const std::string &name, const std::function<int32_t(BitmapDesc *)> &op,
-                              const std::function<Colour(const Colour &, bool deep)> &expect) {
+                              const Expectation &expect) {
     for (const char *layout : {"bgr24", "rgb24", "bgr32", "bgr48", "rgb48", "bgr64"}) {
         Bitmap b = RandomColourBitmap(layout, 61, 23, 17);
         const Bitmap before(b);
