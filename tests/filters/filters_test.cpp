@@ -303,6 +303,10 @@ TEST(Filters, ByHand) {
          {90, 90, 90, 60, 60}},
         {"median of a column", "grey8", 1, 5, {5, 90, 7, 3, 60}, [](BitmapDesc *b) { return Rz_MedianFilterBitmap(b, 3); },
          {5, 7, 7, 7, 60}},
+        // Radius 3: sigma 1.0333, r 3; the tail shares of 256 are 1.46, 16.65
+        // and 78.56, rounded 1, 17, 79: weights 98 62 16 1, times 255 / 256.
+        {"gaussian 3 of an impulse", "grey8", 9, 1, {0, 0, 0, 0, 255, 0, 0, 0, 0},
+         [](BitmapDesc *b) { return Rz_GaussianFilterBitmap(b, 3); }, {0, 1, 16, 62, 98, 62, 16, 1, 0}},
         {"no edges on flat grey", "grey8", 4, 3, Field(4, 3, 77),
          [](BitmapDesc *b) { return Rz_EdgeDetectorBitmap(b, 0, EDG_LAPLACE_EIGHT); }, Field(4, 3, 0)},
         {"vertical line, vertical operator", "grey8", 5, 1, {0, 0, 255, 0, 0},
@@ -370,9 +374,6 @@ TEST(Gaussian, WeightsAreTheDocumentedOnes) {
             }
         }
     }
-    // Worked by hand for radius 3 (sigma 1.0333, r 3): the tail shares of
-    // 256 are 1.46, 16.65 and 78.56, rounded 1, 17, 79; so 98 62 16 1.
-    EXPECT_EQ(DocumentedGaussWeights(3, 8), (std::vector<int64_t>{98, 62, 16, 1}));
 }
 
 // Two passes report one sequence: the second starts at 51; a stop in either

@@ -63,6 +63,7 @@ TEST(PointOps, WorkedTables) {
         {"gamma 1/2", [](BitmapDesc *b) { return Rz_GammaCorrectBitmap(b, 50); },
          {{15, 1}, {16, 1}, {128, 64}, {200, 157}, {254, 253}, {255, 255}}},
         {"gamma 1", [](BitmapDesc *b) { return Rz_GammaCorrectBitmap(b, 100); }, {{0, 0}, {1, 1}, {77, 77}, {255, 255}}},
+        {"invert", Rz_InvertBitmap, {{0, 255}, {200, 55}, {255, 0}}},
         {"solarize 128", [](BitmapDesc *b) { return Rz_SolarizeBitmap(b, 128); }, {{100, 100}, {127, 127}, {128, 127}, {200, 55}}},
         // +1000: low = 1000 x 128 / 4000 = 32; k = trunc(5.34 x 1.5^7) = 91;
         // high = 165; between them (i - 32) x 256 / 133.
@@ -88,22 +89,6 @@ TEST(PointOps, WorkedTables) {
     EXPECT_EQ(Rz_SolarizeBitmap(rgb.get(), 65535), 1);
 }
 
-TEST(Paths, PaletteBitmapsChangeOnlyTheirPalette) {
-    Bitmap b(FindLayout("pal8_colour"), 64, 64, 3);
-    const Bitmap before(b);
-    RzRGBQuad pal[256], old[256];
-    ASSERT_EQ(KrnGetBitmapPalette(before.get(), 0, 256, old), 256);
-    CallbackRecorder rec;
-    ASSERT_EQ(Rz_InvertBitmap(b.get()), 1);
-    EXPECT_EQ(rec.percents(), (std::vector<int32_t>{0, 100}));
-    EXPECT_EQ(b.storedBytes(), before.storedBytes());
-    ASSERT_EQ(KrnGetBitmapPalette(b.get(), 0, 256, pal), 256);
-    for (int i = 0; i < 256; ++i) {
-        EXPECT_EQ(pal[i].rgbRed, 255 - old[i].rgbRed);
-        EXPECT_EQ(pal[i].rgbBlue, 255 - old[i].rgbBlue);
-    }
-}
-
 TEST(Paths, DisplayTableIsEditedInsteadOfPixels) {
     Bitmap b(FindLayout("grey16_lut"), 9, 5, 3);
     const Bitmap before(b);
@@ -127,15 +112,18 @@ TEST(Paths, DisplayTableOfSampleDataIsFoldedFirst) {
     EXPECT_EQ(b.pixel(2, 0) >> 8, 255u);
 }
 
-TEST(Paths, ChannelSelectionTouchesOneChannel) {
+TEST(Paths, ChannelSelectionTouchesOneChannelOrPaletteEntry) {
     for (const char *name : {"bgr24", "rgb24", "bgr32", "pal8_colour"}) {
         SCOPED_TRACE(name);
         Bitmap b(FindLayout(name), 7, 3, 11);
         const Bitmap before(b);
         std::vector<uint32_t> table(256);
         for (int i = 0; i < 256; ++i) table[i] = 255 - i;
+        CallbackRecorder rec;
         ASSERT_EQ(Rz_RemapBitmapIntensity(b.get(), table.data(), 256, RZ_CHANNEL_GREEN), 1);
-        if (b->nBitsPerPixel == 8) {
+        if (b->nBitsPerPixel == 8) { // the palette only, in one step
+            EXPECT_EQ(rec.percents(), (std::vector<int32_t>{0, 100}));
+            EXPECT_EQ(b.storedBytes(), before.storedBytes());
             RzRGBQuad p0[256], p1[256];
             KrnGetBitmapPalette(before.get(), 0, 256, p0);
             KrnGetBitmapPalette(b.get(), 0, 256, p1);
