@@ -166,8 +166,9 @@ TEST(KernelBitmap, CopyIsDeepAndDropsTheRegion) {
     EXPECT_EQ(KrnMemOutstanding(), base);
 }
 
-// Every allocation of a call fails once in turn; nothing leaks and the source is untouched.
-TEST(KernelBitmap, AllocationFailuresLeakNothing) {
+// Every allocation of a call fails once in turn: nothing leaks and the
+// source (in place: the bitmap) is as it was.
+TEST(KernelBitmap, AllocationFailuresLeaveEverythingAsItWas) {
     using Call = std::function<int32_t(BitmapDesc *, BitmapDesc *)>;
     const std::pair<int, Call> calls[] = {
         {8, [](BitmapDesc *s, BitmapDesc *d) { return KrnCopyBitmap(d, s, 164); }},
@@ -179,10 +180,14 @@ TEST(KernelBitmap, AllocationFailuresLeakNothing) {
              int32_t st = KrnInitBitmap(d, 164, 4, 4, 8);
              return st ? st : KrnAllocBitmap(d);
          }},
+        {1, [](BitmapDesc *s, BitmapDesc *) { return KrnResizeBitmap(s, 31, 3, KRN_RESIZE_AREA); }},
+        {64, [](BitmapDesc *s, BitmapDesc *) { return KrnResizeBitmap(s, 31, 3, KRN_RESIZE_BILINEAR); }},
+        {12, [](BitmapDesc *s, BitmapDesc *) { return KrnRotateBitmap(s, 1000, 5, 5, 0, KRN_ROTATE_BICUBIC); }},
+        {24, [](BitmapDesc *s, BitmapDesc *) { return KrnRotateBitmap(s, 1000, 5, 5, 0, KRN_ROTATE_NEAREST); }},
     };
     std::mt19937_64 rng(3);
     for (const auto &[bits, call] : calls) {
-        Bitmap src = kref::Random(9, 4, bits, rng);
+        Bitmap src = kref::Random(21, 9, bits, rng);
         src->pLUT = static_cast<RzRGBQuad *>(KrnMemAllocHandle(4 * sizeof(RzRGBQuad)));
         src->nLUTLength = 4;
         const std::vector<uint8_t> before = src.storedBytes();
@@ -197,7 +202,7 @@ TEST(KernelBitmap, AllocationFailuresLeakNothing) {
                 EXPECT_EQ(st, KRN_OK);
                 break;
             }
-            EXPECT_EQ(st, KRN_FAILURE) << "failure at allocation " << k;
+            EXPECT_EQ(st, KRN_FAILURE) << bits << " bits, failure at allocation " << k;
             EXPECT_EQ(KrnMemOutstanding(), base);
             ASSERT_EQ(src->uFlags & BMF_ALLOCATED, BMF_ALLOCATED);
             EXPECT_EQ(src.storedBytes(), before);
