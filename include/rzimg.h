@@ -38,6 +38,21 @@
 #define RZ_CHANNEL_GREEN 2
 #define RZ_CHANNEL_BLUE 3
 
+/* Short tables on deep samples (Rz_RemapBitmapIntensity and every table
+ * operation). A table of 256 entries or fewer is applied in 8 bits a
+ * channel, through the low byte of its entries. On 48/64-bit colour a
+ * chosen 16-bit channel c becomes table[c >> 8] * 257, and every channel of
+ * every pixel of the region's bounding rectangle, inside the region or not,
+ * is narrowed to (c >> 8) * 257 (a fourth channel is kept): give 65536
+ * entries to keep 16 bits. On 12/16-bit grey with k significant bits the
+ * region's pixels become table[v >> (k - 8)] * 257 >> (16 - k) and the
+ * others keep their samples; with one channel chosen the grey is worked as
+ * 8-bit colour and the whole bounding rectangle narrowed as above.
+ * 1..7-bit pixels are always written back as the nearest palette entry of
+ * the colour worked on (lowest index on ties), even when marked as grey
+ * samples (nColorOrder 2, nDataKind 1): a sample whose colour an earlier
+ * entry repeats comes back as that entry. */
+
 /* ---- Colour: hue, saturation and intensity ---- */
 
 /* A hue range of Rz_ChangeHueSatIntBitmap: its changes are added in full

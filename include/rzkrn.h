@@ -310,7 +310,11 @@ RZKRN_API int32_t RZAPI KrnGetBitRange(int32_t nBitsPerPixel, int32_t nStorageBi
  * other the split palette (3-3-2, 2-3-2, 2-2-2, 2-2-1, 1-2-1, 1-1-1 bits of
  * red-green-blue levels for 8..3 bits; grey for 1 and 2). 12/16-bit targets
  * are grey with the full bit range. A new fourth channel is opaque. A signed
- * grey source is offset to unsigned, except into 12/16-bit grey. -11 for an
+ * grey source (BMF_SIGNED on 8-bit grey order or on 12/16-bit grey) is
+ * offset to unsigned, its sign bit flipped (8 bits: -128 becomes 0, -1 127,
+ * 127 255), except into 12/16-bit grey, which stays signed: the offset value
+ * is widened as an unsigned one would be and the sign bit flipped back
+ * (8-bit -128 becomes -32768, 0 becomes 128, 127 32767). -11 for an
  * unknown depth, -13 for an order outside 0..2 (4 is blue first for colour), -12
  * for colour with order 2. */
 RZKRN_API int32_t RZAPI KrnConvertBitmap(BitmapDesc *pDest, BitmapDesc *pSrc, uint32_t uStructSize,

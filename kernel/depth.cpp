@@ -10,8 +10,8 @@
 // Choices: grey from colour is (R*77 + G*150 + B*29 + 128) >> 8 at the
 // source's precision; 16 to 8 bits keeps the high byte, 8 to 16 multiplies by
 // 257; 12/16-bit grey keeps its significant bits at the top of the word; a
-// signed grey source is offset to unsigned (sign bit flipped) unless the
-// target is 12/16-bit grey, which stays signed. Palettised targets: a
+// signed grey source (8-bit grey order, 12/16-bit grey) is offset to unsigned
+// (sign bit flipped) unless the target is 12/16-bit grey, which stays signed. Palettised targets: a
 // palettised source whose colours fit keeps palette and indices; a grey
 // picture gets the grey ramp; a picture with at most 2^bits colours gets
 // exactly those colours (ascending); any other gets a fixed split palette
@@ -97,7 +97,7 @@ int32_t PrepareSource(Source &s, const BitmapDesc *b, bool redOnly) {
     unsigned count = unsigned(s.bits), shift = 0;
     if (s.bits > 8 && !GreyBitRange(b, &count, &shift))
         return KRN_NO_BITMAP;
-    s.signedGrey = greySamples && s.bits > 8 && (b->uFlags & BMF_SIGNED);
+    s.signedGrey = greySamples && s.bits >= 8 && (b->uFlags & BMF_SIGNED);
     s.wide = s.bits > 8 && !s.usesLut;
     const uint32_t valueMask = count >= 32 ? ~0u : (1u << count) - 1;
     for (size_t raw = 0; raw < n; ++raw) {

@@ -7,6 +7,7 @@
 #include "frame/kmem.h"
 #include "frame/row_context.h"
 #include "frame/status.h"
+#include "kernel/kernel_ref.h"
 #include "support/bitmaps.h"
 
 #include <gtest/gtest.h>
@@ -18,13 +19,6 @@ namespace rz {
 namespace {
 
 using test::Bitmap;
-
-// View pixel (x, y) in stored coordinates (the documented view table).
-void StoredOf(int view, int pw, int ph, int x, int y, int *sx, int *sy) {
-    const int tx = view >= 5 ? y : x, ty = view >= 5 ? x : y;
-    *sx = (view == 2 || view == 3 || view == 6 || view == 7) ? pw - 1 - tx : tx;
-    *sy = (view == 3 || view == 4 || view == 7 || view == 8) ? ph - 1 - ty : ty;
-}
 
 // The byte an operation mixes into the working bytes of stored pixel (sx, sy).
 uint8_t Key(int sx, int sy, int pass) { return uint8_t(sx * 7 + sy * 13 + pass * 101 + 1); }
@@ -49,7 +43,7 @@ int32_t MixRows(BitmapDesc *bmp, uint32_t mode, const RowCheck &check) {
         uint8_t *r = rows[size_t(y)].data();
         for (int32_t x = ctx->nAlignedLeft; x < ctx->rcWork.right; ++x) {
             int sx = 0, sy = 0;
-            StoredOf(view, pw, ph, x, y, &sx, &sy);
+            kref::Stored(view, pw, ph, x, y, &sx, &sy);
             for (int32_t b = 0; b < pixelBytes; ++b) r[size_t(x - ctx->nAlignedLeft) * pixelBytes + b] ^= Key(sx, sy, pass);
         }
     };
@@ -125,7 +119,7 @@ TEST(RowBands, RowsReadShowTheStoredPixelsOfTheView) {
                     ++reads;
                     for (int32_t x = bounds.left; x < bounds.right; ++x) {
                         int sx = 0, sy = 0;
-                        StoredOf(view, w, h, x, y, &sx, &sy);
+                        kref::Stored(view, w, h, x, y, &sx, &sy);
                         const uint8_t *px = model.data() + size_t(sy) * storedRow + size_t(sx) * size_t(e);
                         ASSERT_EQ(std::memcmp(row + size_t(x - bounds.left) * size_t(e), px, size_t(e)), 0)
                             << "x " << x << " y " << y;
@@ -143,7 +137,7 @@ TEST(RowBands, RowsReadShowTheStoredPixelsOfTheView) {
                         check(y, row.data());
                         for (int32_t x = bounds.left; x < bounds.right; ++x) {
                             int sx = 0, sy = 0;
-                            StoredOf(view, w, h, x, y, &sx, &sy);
+                            kref::Stored(view, w, h, x, y, &sx, &sy);
                             for (int k = 0; k < e; ++k) {
                                 row[size_t(x - bounds.left) * size_t(e) + size_t(k)] ^= Key(sx, sy, 0);
                                 model[size_t(sy) * storedRow + size_t(sx) * size_t(e) + size_t(k)] ^= Key(sx, sy, 0);

@@ -2,14 +2,19 @@
 // view table written out independently of the kernel's own accessors.
 #pragma once
 
-#include <rzkrn.h>
+#include "support/bitmaps.h"
 
 #include <cstdint>
 #include <cstring>
 #include <random>
 #include <vector>
 
+using rz::test::DepthBitmap;
+using rz::test::OutputBitmap;
+
 namespace kref {
+
+using rz::test::Bitmap;
 
 inline const int kDepths[] = {1, 2, 3, 4, 5, 6, 7, 8, 12, 16, 24, 32, 48, 64};
 
@@ -57,22 +62,6 @@ inline void Stored(int view, int pw, int ph, int x, int y, int *sx, int *sy) {
     *sy = flipY ? ph - 1 - ty : ty;
 }
 
-// A descriptor released at scope end.
-struct Bitmap {
-    BitmapDesc d{};
-    int32_t init = KRN_OK;
-    Bitmap() = default;
-    Bitmap(int w, int h, int bits, bool alloc = true) {
-        init = KrnInitBitmap(&d, BITMAPDESC_SIZE, w, h, bits);
-        if (init == KRN_OK && alloc)
-            init = KrnAllocBitmap(&d);
-    }
-    Bitmap(const Bitmap &) = delete;
-    ~Bitmap() { KrnFreeBitmap(&d); }
-    BitmapDesc *operator->() { return &d; }
-    BitmapDesc *get() { return &d; }
-};
-
 inline uint64_t StoredPixel(const BitmapDesc &d, int sx, int sy) {
     return Get(d.pData + size_t(sy) * d.nStride, d.nBitsPerPixel, sx);
 }
@@ -93,5 +82,20 @@ inline void Fill(BitmapDesc &d, std::mt19937_64 &rng) {
 }
 
 inline uint32_t RowBytes(int width, int bits) { return uint32_t((uint64_t(width) * bits + 7) / 8); }
+
+// A bitmap of any depth with random stored pixels.
+inline Bitmap Random(int w, int h, int bits, std::mt19937_64 &rng) {
+    Bitmap b = DepthBitmap(w, h, bits);
+    Fill(*b.get(), rng);
+    return b;
+}
+
+// Every shown pixel, row by row.
+inline std::vector<uint64_t> Pixels(const BitmapDesc &b) {
+    std::vector<uint64_t> out;
+    for (int y = 0; y < b.nHeight; ++y)
+        for (int x = 0; x < b.nWidth; ++x) out.push_back(Shown(b, x, y));
+    return out;
+}
 
 } // namespace kref

@@ -143,3 +143,18 @@ int32_t RZAPI CallbackRecorder::Callback(int32_t percent, void *user) {
 }
 
 } // namespace rz::test
+
+namespace rz::test {
+
+Bitmap DepthBitmap(int32_t width, int32_t height, int32_t bits) {
+    const Layout layout{"depth", bits, bits == 12 || bits == 16 ? KRN_ORDER_GRAY : KRN_ORDER_BGR, 0};
+    return Bitmap(layout, width, height, 0);
+}
+
+Bitmap OutputBitmap() {
+    Bitmap b = DepthBitmap(1, 1, 8);
+    KrnFreeBitmap(b.get());
+    return b;
+}
+
+} // namespace rz::test
