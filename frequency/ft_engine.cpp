@@ -27,6 +27,20 @@ namespace rz::freq {
 
 using filt::Vectorised;
 
+void AdviseLargeBlock([[maybe_unused]] void *block, [[maybe_unused]] size_t bytes, [[maybe_unused]] bool prefault) {
+#if defined(__linux__) && defined(MADV_HUGEPAGE)
+    constexpr size_t kPage = 4096, kWorthIt = size_t(32) << 20;
+    if (bytes < kWorthIt) return; // smaller blocks mostly come back from the heap already mapped
+    const uintptr_t first = (reinterpret_cast<uintptr_t>(block) + kPage - 1) & ~uintptr_t(kPage - 1);
+    const uintptr_t last = (reinterpret_cast<uintptr_t>(block) + bytes) & ~uintptr_t(kPage - 1);
+    if (last <= first) return;
+    madvise(reinterpret_cast<void *>(first), last - first, MADV_HUGEPAGE);
+#if defined(MADV_POPULATE_WRITE)
+    if (prefault) madvise(reinterpret_cast<void *>(first), last - first, MADV_POPULATE_WRITE);
+#endif
+#endif
+}
+
 int32_t Plan::init(int32_t length) {
     n = length;
     stages = 0;
@@ -331,28 +345,6 @@ int32_t ForwardReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
     return ST_SUCCESS;
 }
 
-namespace {
-
-// A block of hundreds of megabytes, fresh on every call, costs one page
-// fault per 4 KB page, which on some virtual machines takes longer than
-// the transform itself. Huge pages, taken all at once, make it a few
-// hundred faults; elsewhere (or when refused) this is only a hint.
-void AdviseLargeBlock([[maybe_unused]] void *block, [[maybe_unused]] size_t bytes) {
-#if defined(__linux__) && defined(MADV_HUGEPAGE)
-    constexpr size_t kPage = 4096, kWorthIt = size_t(32) << 20;
-    if (bytes < kWorthIt) return; // small blocks come back from the heap already mapped
-    const uintptr_t first = (reinterpret_cast<uintptr_t>(block) + kPage - 1) & ~uintptr_t(kPage - 1);
-    const uintptr_t last = (reinterpret_cast<uintptr_t>(block) + bytes) & ~uintptr_t(kPage - 1);
-    if (last <= first) return;
-    madvise(reinterpret_cast<void *>(first), last - first, MADV_HUGEPAGE);
-#if defined(MADV_POPULATE_WRITE)
-    madvise(reinterpret_cast<void *>(first), last - first, MADV_POPULATE_WRITE);
-#endif
-#endif
-}
-
-} // namespace
-
 int32_t InverseReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY, const ArrayView &in,
                     const Component &comp, RealRows &out, PassReport report) {
     const int32_t W = pw.n, H = ph.n, Wc = W / 2 + 1;
@@ -365,7 +357,7 @@ int32_t InverseReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
     // One more row, of zeros, pairs with the last row of an odd height.
     out.data = KrnArray<double>(KrnCheckedSize(stride, size_t(H) + 1, 1));
     if (!out.data) return ST_FAILURE;
-    AdviseLargeBlock(out.data.get(), (size_t(H) + 1) * stride * sizeof(double));
+    AdviseLargeBlock(out.data.get(), (size_t(H) + 1) * stride * sizeof(double), true);
     out.stride = stride;
     double *C = out.data.get();
     std::fill(C + size_t(H) * stride, C + size_t(H + 1) * stride, 0.0);
