@@ -261,6 +261,9 @@ class ColumnBlock {
     int32_t columns() const { return groups_ * kLanes; }
     // Element v of column c of the block.
     double &re(int32_t c, int32_t v) { return data_[Offset(c, v)]; }
+    // Group g: columns 8g..8g+7, element v of them at [v * kLanes].
+    double *groupRe(int32_t g) { return data_.get() + 2 * size_t(n_) * kLanes * size_t(g); }
+    double *groupIm(int32_t g) { return groupRe(g) + size_t(n_) * kLanes; }
     double &im(int32_t c, int32_t v) { return data_[Offset(c, v) + size_t(n_) * kLanes]; }
     void clear() { std::fill(data_.get(), data_.get() + size_t(n_) * kLanes * 2 * size_t(groups_), 0.0); }
     void transform(const Plan &plan, int32_t sign, int32_t count) {
@@ -285,6 +288,29 @@ class ColumnBlock {
     KrnPtr<double[]> data_;
     int32_t n_ = 0, groups_ = 1;
 };
+
+
+// kLanes adjacent elements of an array row to and from lane vectors; these
+// and the loops around them are what keeps the column passes from being
+// bound by single-element copies.
+RZ_FORCE_INLINE void LoadLanes(const uint8_t *src, double *__restrict re, double *__restrict im) {
+    double t[2 * kLanes];
+    std::memcpy(t, src, sizeof t);
+    for (int32_t l = 0; l < kLanes; ++l) re[l] = t[2 * l], im[l] = t[2 * l + 1];
+}
+
+RZ_FORCE_INLINE void StoreLanes(uint8_t *dst, const double *__restrict re, const double *__restrict im) {
+    double t[2 * kLanes];
+    for (int32_t l = 0; l < kLanes; ++l) t[2 * l] = re[l], t[2 * l + 1] = im[l];
+    std::memcpy(dst, t, sizeof t);
+}
+
+// Lane l to element kLanes - 1 - l, conjugated.
+RZ_FORCE_INLINE void StoreLanesMirrored(uint8_t *dst, const double *__restrict re, const double *__restrict im) {
+    double t[2 * kLanes];
+    for (int32_t l = 0; l < kLanes; ++l) t[2 * (kLanes - 1 - l)] = re[l], t[2 * (kLanes - 1 - l) + 1] = -im[l];
+    std::memcpy(dst, t, sizeof t);
+}
 
 } // namespace
 
@@ -312,34 +338,69 @@ int32_t ForwardReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
             }
         Transform(pw, signX, lanes);
         // Z = A + iB: A(k) = (Z(k) + conj Z(-k)) / 2, B(k) = (Z(k) - conj Z(-k)) / 2i.
-        for (int32_t b = 0; b < kLanes && y0 + 2 * b < H; ++b) {
-            const int32_t ya = y0 + 2 * b, yb = ya + 1;
-            for (int32_t k = 0; k < Wc; ++k) {
-                const size_t i = size_t(k) * kLanes + b, j = size_t(k == 0 ? 0 : W - k) * kLanes + b;
-                const double zr = lanes.re[i], zi = lanes.im[i], wr = lanes.re[j], wi = lanes.im[j];
-                out.store(k, ya, 0.5 * (zr + wr), 0.5 * (zi - wi));
-                if (yb < H) out.store(k, yb, 0.5 * (zi + wi), 0.5 * (wr - zr));
+        // Four elements at a time, so that each row gets whole cache lines.
+        const int32_t rows = std::min(2 * kLanes, H - y0);
+        Vectorised([&]() RZ_LAMBDA_INLINE {
+            constexpr int32_t kRun = 4;
+            for (int32_t k0 = 0; k0 < Wc; k0 += kRun) {
+                const int32_t run = std::min(kRun, Wc - k0);
+                double t[2 * kLanes][2 * kRun];
+                for (int32_t d = 0; d < kRun; ++d) {
+                    const int32_t k = k0 + std::min(d, run - 1);
+                    const size_t i = size_t(k) * kLanes, j = size_t(k == 0 ? 0 : W - k) * kLanes;
+                    const double *__restrict zr = lanes.re + i, *__restrict zi = lanes.im + i;
+                    const double *__restrict wr = lanes.re + j, *__restrict wi = lanes.im + j;
+                    for (int32_t b = 0; b < kLanes; ++b) {
+                        t[2 * b][2 * d] = 0.5 * (zr[b] + wr[b]);
+                        t[2 * b][2 * d + 1] = 0.5 * (zi[b] - wi[b]);
+                        t[2 * b + 1][2 * d] = 0.5 * (zi[b] + wi[b]);
+                        t[2 * b + 1][2 * d + 1] = 0.5 * (wr[b] - zr[b]);
+                    }
+                }
+                for (int32_t r = 0; r < rows; ++r) std::memcpy(out.at(k0, y0 + r), t[r], size_t(run) * 16);
             }
-        }
+        });
     }
 
     ColumnBlock block;
     RZ_RETURN_IF_FAILED(block.init(H));
     for (int32_t u0 = 0; u0 < Wc; u0 += block.columns()) {
-        const int32_t nb = std::min(block.columns(), Wc - u0);
+        const int32_t nb = std::min(block.columns(), Wc - u0), groups = (nb + kLanes - 1) / kLanes;
         if (nb < block.columns()) block.clear();
-        for (int32_t v = 0; v < H; ++v)
-            for (int32_t c = 0; c < nb; ++c) out.load(u0 + c, v, block.re(c, v), block.im(c, v));
+        Vectorised([&]() RZ_LAMBDA_INLINE {
+            for (int32_t v = 0; v < H; ++v)
+                for (int32_t g = 0; g < groups; ++g) {
+                    const int32_t u = u0 + g * kLanes;
+                    if (u + kLanes <= W) { // lanes past nb are transformed and dropped
+                        LoadLanes(out.at(u, v), block.groupRe(g) + size_t(v) * kLanes,
+                                  block.groupIm(g) + size_t(v) * kLanes);
+                    } else {
+                        for (int32_t c = u - u0; c < nb; ++c) out.load(u0 + c, v, block.re(c, v), block.im(c, v));
+                    }
+                }
+        });
         block.transform(ph, signY, nb);
         // Each result also gives its mirror image, X(W - u, -v) = conj X(u, v),
         // written while the row is at hand.
         const int32_t firstMirrored = std::max(u0, 1), lastMirrored = std::min(u0 + nb, W - Wc + 1);
-        for (int32_t v = 0; v < H; ++v) {
-            const int32_t nv = v == 0 ? 0 : H - v;
-            for (int32_t c = 0; c < nb; ++c) out.store(u0 + c, v, block.re(c, v), block.im(c, v));
-            for (int32_t u = firstMirrored; u < lastMirrored; ++u)
-                out.store(W - u, nv, block.re(u - u0, v), -block.im(u - u0, v));
-        }
+        Vectorised([&]() RZ_LAMBDA_INLINE {
+            for (int32_t v = 0; v < H; ++v) {
+                const int32_t nv = v == 0 ? 0 : H - v;
+                for (int32_t g = 0; g < groups; ++g) {
+                    const int32_t u = u0 + g * kLanes;
+                    const double *re = block.groupRe(g) + size_t(v) * kLanes, *im = block.groupIm(g) + size_t(v) * kLanes;
+                    if (u + kLanes <= u0 + nb)
+                        StoreLanes(out.at(u, v), re, im);
+                    else
+                        for (int32_t c = u - u0; c < nb; ++c) out.store(u0 + c, v, block.re(c, v), block.im(c, v));
+                    if (u >= firstMirrored && u + kLanes <= lastMirrored)
+                        StoreLanesMirrored(out.at(W - u - (kLanes - 1), nv), re, im);
+                    else
+                        for (int32_t m = std::max(u, firstMirrored); m < std::min(u + kLanes, lastMirrored); ++m)
+                            out.store(W - m, nv, block.re(m - u0, v), -block.im(m - u0, v));
+                }
+            }
+        });
         RZ_RETURN_IF_FAILED(report(1, u0 + nb, Wc));
     }
     return ST_SUCCESS;
