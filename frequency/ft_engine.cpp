@@ -305,11 +305,37 @@ RZ_FORCE_INLINE void StoreLanes(uint8_t *dst, const double *__restrict re, const
     std::memcpy(dst, t, sizeof t);
 }
 
-// Lane l to element kLanes - 1 - l, conjugated.
-RZ_FORCE_INLINE void StoreLanesMirrored(uint8_t *dst, const double *__restrict re, const double *__restrict im) {
+// Lane l to and from element kLanes - 1 - l, the imaginary part times imSign.
+RZ_FORCE_INLINE void StoreLanesReversed(uint8_t *dst, const double *__restrict re, const double *__restrict im,
+                                        double imSign) {
     double t[2 * kLanes];
-    for (int32_t l = 0; l < kLanes; ++l) t[2 * (kLanes - 1 - l)] = re[l], t[2 * (kLanes - 1 - l) + 1] = -im[l];
+    for (int32_t l = 0; l < kLanes; ++l) t[2 * (kLanes - 1 - l)] = re[l], t[2 * (kLanes - 1 - l) + 1] = imSign * im[l];
     std::memcpy(dst, t, sizeof t);
+}
+
+RZ_FORCE_INLINE void LoadLanesReversed(const uint8_t *src, double *__restrict re, double *__restrict im) {
+    double t[2 * kLanes];
+    std::memcpy(t, src, sizeof t);
+    for (int32_t l = 0; l < kLanes; ++l) re[l] = t[2 * (kLanes - 1 - l)], im[l] = t[2 * (kLanes - 1 - l) + 1];
+}
+
+// Component::apply on kLanes elements, the kind chosen once.
+RZ_FORCE_INLINE void ApplyLanes(const Component &comp, double *__restrict re, double *__restrict im) {
+    if (comp.kind == FT_MAGNITUDE) {
+        for (int32_t l = 0; l < kLanes; ++l) {
+            re[l] = std::sqrt(re[l] * re[l] + im[l] * im[l]) * comp.inverse;
+            im[l] = 0.0;
+        }
+    } else if (comp.kind == FT_PHASE) {
+        for (int32_t l = 0; l < kLanes; ++l) {
+            const double m = std::sqrt(re[l] * re[l] + im[l] * im[l]);
+            const double f = 1.0 / (m * comp.count);
+            re[l] = m == 0.0 ? 0.0 : re[l] * f;
+            im[l] = m == 0.0 ? 0.0 : im[l] * f;
+        }
+    } else {
+        for (int32_t l = 0; l < kLanes; ++l) re[l] *= comp.inverse, im[l] *= comp.inverse;
+    }
 }
 
 } // namespace
@@ -394,7 +420,7 @@ int32_t ForwardReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
                     else
                         for (int32_t c = u - u0; c < nb; ++c) out.store(u0 + c, v, block.re(c, v), block.im(c, v));
                     if (u >= firstMirrored && u + kLanes <= lastMirrored)
-                        StoreLanesMirrored(out.at(W - u - (kLanes - 1), nv), re, im);
+                        StoreLanesReversed(out.at(W - u - (kLanes - 1), nv), re, im, -1.0);
                     else
                         for (int32_t m = std::max(u, firstMirrored); m < std::min(u + kLanes, lastMirrored); ++m)
                             out.store(W - m, nv, block.re(m - u0, v), -block.im(m - u0, v));
@@ -440,33 +466,63 @@ int32_t InverseReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
     for (int32_t u0 = 0; u0 < Wc; u0 += block.columns()) {
         const int32_t nb = std::min(block.columns(), Wc - u0);
         if (nb < block.columns()) block.clear();
-        for (int32_t v = 0; v < H; ++v) {
-            const int32_t nv = v == 0 ? 0 : H - v;
-            for (int32_t c = 0; c < nb; ++c) {
-                const int32_t u = u0 + c, mu = u == 0 ? 0 : W - u;
-                double ar, ai, cr, ci;
-                in.load(u, v, ar, ai);
-                in.load(mu, nv, cr, ci);
-                comp.apply(ar, ai);
-                comp.apply(cr, ci);
-                if (!selfMirrored(u)) {
-                    in.store(u, v, ar, ai);
-                    in.store(mu, nv, cr, ci);
+        const int32_t groups = (nb + kLanes - 1) / kLanes;
+        Vectorised([&]() RZ_LAMBDA_INLINE {
+            for (int32_t v = 0; v < H; ++v) {
+                const int32_t nv = v == 0 ? 0 : H - v;
+                for (int32_t g = 0; g < groups; ++g) {
+                    const int32_t u = u0 + g * kLanes;
+                    // Whole groups with their mirror images past W/2 go as vectors.
+                    if (u >= 1 && u + kLanes <= u0 + nb && 2 * (u + kLanes - 1) < W) {
+                        double ar[kLanes], ai[kLanes], cr[kLanes], ci[kLanes];
+                        uint8_t *direct = in.at(u, v), *mirror = in.at(W - u - (kLanes - 1), nv);
+                        LoadLanes(direct, ar, ai);
+                        LoadLanesReversed(mirror, cr, ci);
+                        ApplyLanes(comp, ar, ai);
+                        ApplyLanes(comp, cr, ci);
+                        StoreLanes(direct, ar, ai);
+                        StoreLanesReversed(mirror, cr, ci, 1.0);
+                        double *re = block.groupRe(g) + size_t(v) * kLanes, *im = block.groupIm(g) + size_t(v) * kLanes;
+                        for (int32_t l = 0; l < kLanes; ++l) re[l] = 0.5 * (ar[l] + cr[l]), im[l] = 0.5 * (ai[l] - ci[l]);
+                        continue;
+                    }
+                    for (int32_t c = u - u0; c < std::min(nb, u - u0 + kLanes); ++c) {
+                        const int32_t uc = u0 + c, mu = uc == 0 ? 0 : W - uc;
+                        double ar, ai, cr, ci;
+                        in.load(uc, v, ar, ai);
+                        in.load(mu, nv, cr, ci);
+                        comp.apply(ar, ai);
+                        comp.apply(cr, ci);
+                        if (!selfMirrored(uc)) {
+                            in.store(uc, v, ar, ai);
+                            in.store(mu, nv, cr, ci);
+                        }
+                        block.re(c, v) = 0.5 * (ar + cr);
+                        block.im(c, v) = 0.5 * (ai - ci);
+                    }
                 }
-                block.re(c, v) = 0.5 * (ar + cr);
-                block.im(c, v) = 0.5 * (ai - ci);
             }
-        }
+        });
         for (int32_t u = u0; u < u0 + nb; ++u)
             if (selfMirrored(u)) scaleColumn(u);
         block.transform(ph, signY, nb);
-        for (int32_t y = 0; y < H; ++y) {
-            double *dst = C + size_t(y) * stride + 2 * size_t(u0);
-            for (int32_t c = 0; c < nb; ++c) {
-                dst[2 * c] = block.re(c, y);
-                dst[2 * c + 1] = block.im(c, y);
+        Vectorised([&]() RZ_LAMBDA_INLINE {
+            for (int32_t y = 0; y < H; ++y) {
+                double *dst = C + size_t(y) * stride + 2 * size_t(u0);
+                for (int32_t g = 0; g < groups; ++g) {
+                    const int32_t c0 = g * kLanes;
+                    if (c0 + kLanes <= nb) {
+                        StoreLanes(reinterpret_cast<uint8_t *>(dst + 2 * c0), block.groupRe(g) + size_t(y) * kLanes,
+                                   block.groupIm(g) + size_t(y) * kLanes);
+                        continue;
+                    }
+                    for (int32_t c = c0; c < nb; ++c) {
+                        dst[2 * c] = block.re(c, y);
+                        dst[2 * c + 1] = block.im(c, y);
+                    }
+                }
             }
-        }
+        });
         const int32_t st = report(0, u0 + nb, Wc);
         if (st != ST_SUCCESS) {
             // Stopped: the rest of the array is scaled all the same.
