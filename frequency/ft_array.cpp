@@ -22,6 +22,7 @@ int32_t AllocArray(BitmapDesc *bmp, FTARRAY **out, uint32_t structSize) {
     }
     auto *a = static_cast<FTARRAY *>(KrnMemAllocHandle(bytes));
     if (!a) return ST_FAILURE;
+    AdviseLargeBlock(a, bytes, false);
     a->uStructSize = structSize;
     a->uWidth = uint32_t(w);
     a->uHeight = uint32_t(h);

@@ -17,10 +17,29 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
+
+#if defined(__linux__)
+#include <sys/mman.h>
+#endif
 
 namespace rz::freq {
 
 using filt::Vectorised;
+
+void AdviseLargeBlock([[maybe_unused]] void *block, [[maybe_unused]] size_t bytes, [[maybe_unused]] bool prefault) {
+#if defined(__linux__) && defined(MADV_HUGEPAGE)
+    constexpr size_t kPage = 4096, kWorthIt = size_t(32) << 20;
+    if (bytes < kWorthIt) return; // smaller blocks mostly come back from the heap already mapped
+    const uintptr_t first = (reinterpret_cast<uintptr_t>(block) + kPage - 1) & ~uintptr_t(kPage - 1);
+    const uintptr_t last = (reinterpret_cast<uintptr_t>(block) + bytes) & ~uintptr_t(kPage - 1);
+    if (last <= first) return;
+    madvise(reinterpret_cast<void *>(first), last - first, MADV_HUGEPAGE);
+#if defined(MADV_POPULATE_WRITE)
+    if (prefault) madvise(reinterpret_cast<void *>(first), last - first, MADV_POPULATE_WRITE);
+#endif
+#endif
+}
 
 int32_t Plan::init(int32_t length) {
     n = length;
@@ -63,6 +82,9 @@ void Lanes::clear() { std::fill(re, re + 2 * size_t(n) * kLanes, 0.0); }
 
 namespace {
 
+// The lanes loops carry no dependence (x and y never overlap), which the
+// compiler cannot prove through these pointers: without `ivdep` it would
+// need more run-time alias checks than it allows itself, and stay scalar.
 struct Stage {
     const double *__restrict xr, *__restrict xi;
     double *__restrict yr, *__restrict yi;
@@ -87,6 +109,7 @@ RZ_FORCE_INLINE void Radix2(const Stage &st) {
         const double *__restrict br = ar + st.m * L, *__restrict bi = ai + st.m * L;
         double *__restrict y0r = st.yr + 2 * k * L, *__restrict y0i = st.yi + 2 * k * L;
         double *__restrict y1r = y0r + L, *__restrict y1i = y0i + L;
+        #pragma GCC ivdep
         for (int64_t j = 0; j < L; ++j) {
             const double dr = ar[j] - br[j], di = ai[j] - bi[j];
             y0r[j] = ar[j] + br[j];
@@ -108,6 +131,7 @@ RZ_FORCE_INLINE void Radix4(const Stage &st) {
         Twiddle(st, 3 * int64_t(k) * st.step, w3r, w3i);
         const double *__restrict a0r = st.xr + k * L, *__restrict a0i = st.xi + k * L;
         double *__restrict y0r = st.yr + 4 * k * L, *__restrict y0i = st.yi + 4 * k * L;
+        #pragma GCC ivdep
         for (int64_t j = 0; j < L; ++j) {
             const double t0r = a0r[j] + a0r[j + 2 * M], t0i = a0i[j] + a0i[j + 2 * M];
             const double t1r = a0r[j] - a0r[j + 2 * M], t1i = a0i[j] - a0i[j + 2 * M];
@@ -142,6 +166,7 @@ template <int32_t P> RZ_FORCE_INLINE void RadixOdd(const Stage &st, int32_t p, i
         const double *__restrict ar = st.xr + k * L, *__restrict ai = st.xi + k * L;
         double *__restrict yr = st.yr + int64_t(p) * k * L, *__restrict yi = st.yi + int64_t(p) * k * L;
         // Output 0.
+        #pragma GCC ivdep
         for (int64_t j = 0; j < L; ++j) {
             double sr = ar[j], si = ai[j];
             for (int32_t r = 1; r < p; ++r) sr += ar[j + r * M], si += ai[j + r * M];
@@ -163,6 +188,7 @@ template <int32_t P> RZ_FORCE_INLINE void RadixOdd(const Stage &st, int32_t p, i
                 cs[r - 1] = st.tw[2 * idx * unit];
                 sn[r - 1] = st.tw[2 * idx * unit + 1];
             }
+            #pragma GCC ivdep
             for (int64_t j = 0; j < L; ++j) {
                 double pr = ar[j], pi = ai[j], qr = 0, qi = 0;
                 int64_t idx = 0;
@@ -242,6 +268,9 @@ class ColumnBlock {
     int32_t columns() const { return groups_ * kLanes; }
     // Element v of column c of the block.
     double &re(int32_t c, int32_t v) { return data_[Offset(c, v)]; }
+    // Group g: columns 8g..8g+7, element v of them at [v * kLanes].
+    double *groupRe(int32_t g) { return data_.get() + 2 * size_t(n_) * kLanes * size_t(g); }
+    double *groupIm(int32_t g) { return groupRe(g) + size_t(n_) * kLanes; }
     double &im(int32_t c, int32_t v) { return data_[Offset(c, v) + size_t(n_) * kLanes]; }
     void clear() { std::fill(data_.get(), data_.get() + size_t(n_) * kLanes * 2 * size_t(groups_), 0.0); }
     void transform(const Plan &plan, int32_t sign, int32_t count) {
@@ -266,6 +295,55 @@ class ColumnBlock {
     KrnPtr<double[]> data_;
     int32_t n_ = 0, groups_ = 1;
 };
+
+
+// kLanes adjacent elements of an array row to and from lane vectors; these
+// and the loops around them are what keeps the column passes from being
+// bound by single-element copies.
+RZ_FORCE_INLINE void LoadLanes(const uint8_t *src, double *__restrict re, double *__restrict im) {
+    double t[2 * kLanes];
+    std::memcpy(t, src, sizeof t);
+    for (int32_t l = 0; l < kLanes; ++l) re[l] = t[2 * l], im[l] = t[2 * l + 1];
+}
+
+RZ_FORCE_INLINE void StoreLanes(uint8_t *dst, const double *__restrict re, const double *__restrict im) {
+    double t[2 * kLanes];
+    for (int32_t l = 0; l < kLanes; ++l) t[2 * l] = re[l], t[2 * l + 1] = im[l];
+    std::memcpy(dst, t, sizeof t);
+}
+
+// Lane l to and from element kLanes - 1 - l, the imaginary part times imSign.
+RZ_FORCE_INLINE void StoreLanesReversed(uint8_t *dst, const double *__restrict re, const double *__restrict im,
+                                        double imSign) {
+    double t[2 * kLanes];
+    for (int32_t l = 0; l < kLanes; ++l) t[2 * (kLanes - 1 - l)] = re[l], t[2 * (kLanes - 1 - l) + 1] = imSign * im[l];
+    std::memcpy(dst, t, sizeof t);
+}
+
+RZ_FORCE_INLINE void LoadLanesReversed(const uint8_t *src, double *__restrict re, double *__restrict im) {
+    double t[2 * kLanes];
+    std::memcpy(t, src, sizeof t);
+    for (int32_t l = 0; l < kLanes; ++l) re[l] = t[2 * (kLanes - 1 - l)], im[l] = t[2 * (kLanes - 1 - l) + 1];
+}
+
+// Component::apply on kLanes elements, the kind chosen once.
+RZ_FORCE_INLINE void ApplyLanes(const Component &comp, double *__restrict re, double *__restrict im) {
+    if (comp.kind == FT_MAGNITUDE) {
+        for (int32_t l = 0; l < kLanes; ++l) {
+            re[l] = std::sqrt(re[l] * re[l] + im[l] * im[l]) * comp.inverse;
+            im[l] = 0.0;
+        }
+    } else if (comp.kind == FT_PHASE) {
+        for (int32_t l = 0; l < kLanes; ++l) {
+            const double m = std::sqrt(re[l] * re[l] + im[l] * im[l]);
+            const double f = 1.0 / (m * comp.count);
+            re[l] = m == 0.0 ? 0.0 : re[l] * f;
+            im[l] = m == 0.0 ? 0.0 : im[l] * f;
+        }
+    } else {
+        for (int32_t l = 0; l < kLanes; ++l) re[l] *= comp.inverse, im[l] *= comp.inverse;
+    }
+}
 
 } // namespace
 
@@ -293,34 +371,69 @@ int32_t ForwardReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
             }
         Transform(pw, signX, lanes);
         // Z = A + iB: A(k) = (Z(k) + conj Z(-k)) / 2, B(k) = (Z(k) - conj Z(-k)) / 2i.
-        for (int32_t b = 0; b < kLanes && y0 + 2 * b < H; ++b) {
-            const int32_t ya = y0 + 2 * b, yb = ya + 1;
-            for (int32_t k = 0; k < Wc; ++k) {
-                const size_t i = size_t(k) * kLanes + b, j = size_t(k == 0 ? 0 : W - k) * kLanes + b;
-                const double zr = lanes.re[i], zi = lanes.im[i], wr = lanes.re[j], wi = lanes.im[j];
-                out.store(k, ya, 0.5 * (zr + wr), 0.5 * (zi - wi));
-                if (yb < H) out.store(k, yb, 0.5 * (zi + wi), 0.5 * (wr - zr));
+        // Four elements at a time, so that each row gets whole cache lines.
+        const int32_t rows = std::min(2 * kLanes, H - y0);
+        Vectorised([&]() RZ_LAMBDA_INLINE {
+            constexpr int32_t kRun = 4;
+            for (int32_t k0 = 0; k0 < Wc; k0 += kRun) {
+                const int32_t run = std::min(kRun, Wc - k0);
+                double t[2 * kLanes][2 * kRun];
+                for (int32_t d = 0; d < kRun; ++d) {
+                    const int32_t k = k0 + std::min(d, run - 1);
+                    const size_t i = size_t(k) * kLanes, j = size_t(k == 0 ? 0 : W - k) * kLanes;
+                    const double *__restrict zr = lanes.re + i, *__restrict zi = lanes.im + i;
+                    const double *__restrict wr = lanes.re + j, *__restrict wi = lanes.im + j;
+                    for (int32_t b = 0; b < kLanes; ++b) {
+                        t[2 * b][2 * d] = 0.5 * (zr[b] + wr[b]);
+                        t[2 * b][2 * d + 1] = 0.5 * (zi[b] - wi[b]);
+                        t[2 * b + 1][2 * d] = 0.5 * (zi[b] + wi[b]);
+                        t[2 * b + 1][2 * d + 1] = 0.5 * (wr[b] - zr[b]);
+                    }
+                }
+                for (int32_t r = 0; r < rows; ++r) std::memcpy(out.at(k0, y0 + r), t[r], size_t(run) * 16);
             }
-        }
+        });
     }
 
     ColumnBlock block;
     RZ_RETURN_IF_FAILED(block.init(H));
     for (int32_t u0 = 0; u0 < Wc; u0 += block.columns()) {
-        const int32_t nb = std::min(block.columns(), Wc - u0);
+        const int32_t nb = std::min(block.columns(), Wc - u0), groups = (nb + kLanes - 1) / kLanes;
         if (nb < block.columns()) block.clear();
-        for (int32_t v = 0; v < H; ++v)
-            for (int32_t c = 0; c < nb; ++c) out.load(u0 + c, v, block.re(c, v), block.im(c, v));
+        Vectorised([&]() RZ_LAMBDA_INLINE {
+            for (int32_t v = 0; v < H; ++v)
+                for (int32_t g = 0; g < groups; ++g) {
+                    const int32_t u = u0 + g * kLanes;
+                    if (u + kLanes <= W) { // lanes past nb are transformed and dropped
+                        LoadLanes(out.at(u, v), block.groupRe(g) + size_t(v) * kLanes,
+                                  block.groupIm(g) + size_t(v) * kLanes);
+                    } else {
+                        for (int32_t c = u - u0; c < nb; ++c) out.load(u0 + c, v, block.re(c, v), block.im(c, v));
+                    }
+                }
+        });
         block.transform(ph, signY, nb);
         // Each result also gives its mirror image, X(W - u, -v) = conj X(u, v),
         // written while the row is at hand.
         const int32_t firstMirrored = std::max(u0, 1), lastMirrored = std::min(u0 + nb, W - Wc + 1);
-        for (int32_t v = 0; v < H; ++v) {
-            const int32_t nv = v == 0 ? 0 : H - v;
-            for (int32_t c = 0; c < nb; ++c) out.store(u0 + c, v, block.re(c, v), block.im(c, v));
-            for (int32_t u = firstMirrored; u < lastMirrored; ++u)
-                out.store(W - u, nv, block.re(u - u0, v), -block.im(u - u0, v));
-        }
+        Vectorised([&]() RZ_LAMBDA_INLINE {
+            for (int32_t v = 0; v < H; ++v) {
+                const int32_t nv = v == 0 ? 0 : H - v;
+                for (int32_t g = 0; g < groups; ++g) {
+                    const int32_t u = u0 + g * kLanes;
+                    const double *re = block.groupRe(g) + size_t(v) * kLanes, *im = block.groupIm(g) + size_t(v) * kLanes;
+                    if (u + kLanes <= u0 + nb)
+                        StoreLanes(out.at(u, v), re, im);
+                    else
+                        for (int32_t c = u - u0; c < nb; ++c) out.store(u0 + c, v, block.re(c, v), block.im(c, v));
+                    if (u >= firstMirrored && u + kLanes <= lastMirrored)
+                        StoreLanesReversed(out.at(W - u - (kLanes - 1), nv), re, im, -1.0);
+                    else
+                        for (int32_t m = std::max(u, firstMirrored); m < std::min(u + kLanes, lastMirrored); ++m)
+                            out.store(W - m, nv, block.re(m - u0, v), -block.im(m - u0, v));
+                }
+            }
+        });
         RZ_RETURN_IF_FAILED(report(1, u0 + nb, Wc));
     }
     return ST_SUCCESS;
@@ -338,6 +451,7 @@ int32_t InverseReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
     // One more row, of zeros, pairs with the last row of an odd height.
     out.data = KrnArray<double>(KrnCheckedSize(stride, size_t(H) + 1, 1));
     if (!out.data) return ST_FAILURE;
+    AdviseLargeBlock(out.data.get(), (size_t(H) + 1) * stride * sizeof(double), true);
     out.stride = stride;
     double *C = out.data.get();
     std::fill(C + size_t(H) * stride, C + size_t(H + 1) * stride, 0.0);
@@ -359,33 +473,63 @@ int32_t InverseReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
     for (int32_t u0 = 0; u0 < Wc; u0 += block.columns()) {
         const int32_t nb = std::min(block.columns(), Wc - u0);
         if (nb < block.columns()) block.clear();
-        for (int32_t v = 0; v < H; ++v) {
-            const int32_t nv = v == 0 ? 0 : H - v;
-            for (int32_t c = 0; c < nb; ++c) {
-                const int32_t u = u0 + c, mu = u == 0 ? 0 : W - u;
-                double ar, ai, cr, ci;
-                in.load(u, v, ar, ai);
-                in.load(mu, nv, cr, ci);
-                comp.apply(ar, ai);
-                comp.apply(cr, ci);
-                if (!selfMirrored(u)) {
-                    in.store(u, v, ar, ai);
-                    in.store(mu, nv, cr, ci);
+        const int32_t groups = (nb + kLanes - 1) / kLanes;
+        Vectorised([&]() RZ_LAMBDA_INLINE {
+            for (int32_t v = 0; v < H; ++v) {
+                const int32_t nv = v == 0 ? 0 : H - v;
+                for (int32_t g = 0; g < groups; ++g) {
+                    const int32_t u = u0 + g * kLanes;
+                    // Whole groups with their mirror images past W/2 go as vectors.
+                    if (u >= 1 && u + kLanes <= u0 + nb && 2 * (u + kLanes - 1) < W) {
+                        double ar[kLanes], ai[kLanes], cr[kLanes], ci[kLanes];
+                        uint8_t *direct = in.at(u, v), *mirror = in.at(W - u - (kLanes - 1), nv);
+                        LoadLanes(direct, ar, ai);
+                        LoadLanesReversed(mirror, cr, ci);
+                        ApplyLanes(comp, ar, ai);
+                        ApplyLanes(comp, cr, ci);
+                        StoreLanes(direct, ar, ai);
+                        StoreLanesReversed(mirror, cr, ci, 1.0);
+                        double *re = block.groupRe(g) + size_t(v) * kLanes, *im = block.groupIm(g) + size_t(v) * kLanes;
+                        for (int32_t l = 0; l < kLanes; ++l) re[l] = 0.5 * (ar[l] + cr[l]), im[l] = 0.5 * (ai[l] - ci[l]);
+                        continue;
+                    }
+                    for (int32_t c = u - u0; c < std::min(nb, u - u0 + kLanes); ++c) {
+                        const int32_t uc = u0 + c, mu = uc == 0 ? 0 : W - uc;
+                        double ar, ai, cr, ci;
+                        in.load(uc, v, ar, ai);
+                        in.load(mu, nv, cr, ci);
+                        comp.apply(ar, ai);
+                        comp.apply(cr, ci);
+                        if (!selfMirrored(uc)) {
+                            in.store(uc, v, ar, ai);
+                            in.store(mu, nv, cr, ci);
+                        }
+                        block.re(c, v) = 0.5 * (ar + cr);
+                        block.im(c, v) = 0.5 * (ai - ci);
+                    }
                 }
-                block.re(c, v) = 0.5 * (ar + cr);
-                block.im(c, v) = 0.5 * (ai - ci);
             }
-        }
+        });
         for (int32_t u = u0; u < u0 + nb; ++u)
             if (selfMirrored(u)) scaleColumn(u);
         block.transform(ph, signY, nb);
-        for (int32_t y = 0; y < H; ++y) {
-            double *dst = C + size_t(y) * stride + 2 * size_t(u0);
-            for (int32_t c = 0; c < nb; ++c) {
-                dst[2 * c] = block.re(c, y);
-                dst[2 * c + 1] = block.im(c, y);
+        Vectorised([&]() RZ_LAMBDA_INLINE {
+            for (int32_t y = 0; y < H; ++y) {
+                double *dst = C + size_t(y) * stride + 2 * size_t(u0);
+                for (int32_t g = 0; g < groups; ++g) {
+                    const int32_t c0 = g * kLanes;
+                    if (c0 + kLanes <= nb) {
+                        StoreLanes(reinterpret_cast<uint8_t *>(dst + 2 * c0), block.groupRe(g) + size_t(y) * kLanes,
+                                   block.groupIm(g) + size_t(y) * kLanes);
+                        continue;
+                    }
+                    for (int32_t c = c0; c < nb; ++c) {
+                        dst[2 * c] = block.re(c, y);
+                        dst[2 * c + 1] = block.im(c, y);
+                    }
+                }
             }
-        }
+        });
         const int32_t st = report(0, u0 + nb, Wc);
         if (st != ST_SUCCESS) {
             // Stopped: the rest of the array is scaled all the same.
