@@ -35,7 +35,7 @@ for target in fuzz_ops fuzz_load; do
         echo "== $target found a fault: $build/findings" >&2
         status=1
     else
-        grep -E '^(#[0-9]+ *DONE|stat::number_of_executed_units)' "$build/$target.log" || true
+        grep -E '^(#[0-9]+[[:space:]]+DONE|stat::number_of_executed_units)' "$build/$target.log" || true
     fi
 done
 exit $status
