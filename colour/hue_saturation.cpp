@@ -487,7 +487,7 @@ RZIMG_API int32_t RZAPI Rz_ChangeHueSatIntBitmap(BitmapDesc *pBitmap, int32_t nH
                                                 uint32_t uRangeCount) {
     return Guard([&] {
         RZ_RETURN_IF_FAILED(CheckBitmap(pBitmap, Signed::Refused));
-        if (!pRanges && uRangeCount != 0) return ST_INVALID_PARAMETER;
+        if ((!pRanges && uRangeCount != 0) || uRangeCount > RZ_MAX_RECORDS) return ST_INVALID_PARAMETER;
         // The caller's records stay as they are; normalisation works on a copy.
         KrnPtr<HueSatIntRange[]> ranges = KrnArray<HueSatIntRange>(uRangeCount);
         if (!ranges) return ST_FAILURE;

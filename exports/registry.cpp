@@ -27,11 +27,21 @@ template <auto F> int32_t Invoke(const Arg *args) {
     }(F, args);
 }
 
+template <class P> constexpr size_t PointeeSize() {
+    using T = std::remove_cv_t<std::remove_pointer_t<P>>;
+    if constexpr (std::is_void_v<T>)
+        return 1;
+    else
+        return sizeof(T);
+}
+
 #define RZ_UNPACK(...) __VA_ARGS__
 #define RZ_BMP(name) {#name, ParamKind::Bitmap, 0, 0, 0, ""},
 #define RZ_I32(name, lo, hi, def, doc) {#name, ParamKind::I32, lo, hi, def, doc},
 #define RZ_U32(name, lo, hi, def, doc) {#name, ParamKind::U32, lo, hi, def, doc},
-#define RZ_PTR(type, name, doc) {#name, ParamKind::Ptr, 0, 0, 0, doc},
+#define RZ_PTR(type, name, doc)                                                      \
+    {#name, ParamKind::Ptr, 0, 0, 0, doc, 0, false, #type, PointeeSize<type>(), \
+     !std::is_const_v<std::remove_pointer_t<type>>},
 #define RZ_SRC(name, rank, nullable, doc) {#name, ParamKind::Source, 0, 0, 0, doc, rank, nullable != 0},
 #define RZ_LIST(name, doc) {#name, ParamKind::List, 0, 0, 0, doc},
 #define RZ_OUT(name, doc) {#name, ParamKind::Result, 0, 0, 0, doc},

@@ -4,6 +4,7 @@
 
 #include <rzimg.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -24,6 +25,11 @@ struct ParamInfo {
     // bitmap's (0; negative before), and whether null is accepted.
     int rank = 0;
     bool nullable = false;
+    // Ptr: the declared type ("const SpatialKernel *"), the size of what it
+    // points to, and whether the operation writes there.
+    const char *type = nullptr;
+    size_t pointee = 0;
+    bool output = false;
 };
 
 union Arg {

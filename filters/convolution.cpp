@@ -351,7 +351,8 @@ int32_t SpatialFilter(BitmapDesc *bmp, const SpatialKernel *kernel) {
         plan.bias8 = kPredefined[number].bias;
     } else {
         if (kernel->size != SPATIALKERNEL_SIZE) return ST_BAD_STRUCT_SIZE;
-        if (kernel->divisor == 0 || kernel->dim <= 0) return ST_INVALID_PARAMETER;
+        if (kernel->divisor == 0 || kernel->dim <= 0 || kernel->dim > RZ_MAX_KERNEL_SIDE)
+            return ST_INVALID_PARAMETER;
         const size_t n = KrnCheckedSize(size_t(kernel->dim), size_t(kernel->dim), 1);
         copy = KrnArray<int32_t>(n);
         if (!n || !copy) return ST_FAILURE;
@@ -573,13 +574,13 @@ int32_t UserFilter(BitmapDesc *bmp, const UserFilterKernel *f) {
     if (!f) return ST_NULL_POINTER;
     RZ_RETURN_IF_FAILED(CheckBitmap(bmp, Signed::Refused));
     if (f->size != USERFILTERKERNEL_SIZE) return ST_BAD_STRUCT_SIZE;
-    if (f->width == 0 || f->height == 0 || f->divisor == 0) return ST_INVALID_PARAMETER;
+    if (f->width == 0 || f->height == 0 || f->width > RZ_MAX_KERNEL_SIDE || f->height > RZ_MAX_KERNEL_SIDE ||
+        f->divisor == 0)
+        return ST_INVALID_PARAMETER;
     if (f->centerX < 0 || uint32_t(f->centerX) >= f->width || f->centerY < 0 || uint32_t(f->centerY) >= f->height)
         return ST_INVALID_PARAMETER;
     if (f->type != RZ_UF_TRUNCATE && f->type != RZ_UF_ABSOLUTE && f->type != RZ_UF_ROUND)
         return ST_INVALID_PARAMETER;
-    if (f->width > INT32_MAX || f->height > INT32_MAX || !KrnCheckedSize(f->width, f->height, sizeof(int32_t)))
-        return ST_FAILURE;
     RZ_RETURN_IF_FAILED(CheckAddressable(bmp));
     Plan plan;
     plan.coef = f->matrix;

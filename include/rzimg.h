@@ -59,7 +59,8 @@
  * for hues innerLow..innerHigh and fade linearly to nothing at outerLow and
  * outerHigh. Bounds are whole degrees, -359..359 (negative ones are turned
  * by 360); a range across 0 degrees has outerLow above outerHigh, and then
- * its inner range must cross 0 as well. */
+ * its inner range must cross 0 as well. At most RZ_MAX_RECORDS ranges (-13
+ * for more). */
 #define HUESATINTRANGE_SIZE 32
 typedef struct HueSatIntRange {
     int32_t size;      /* HUESATINTRANGE_SIZE */
@@ -97,7 +98,7 @@ typedef struct SpatialKernel {
     int32_t size;      /* SPATIALKERNEL_SIZE: the four fields and the first coefficient */
     int32_t divisor;   /* not 0; -1 negates the sum */
     int32_t bias;      /* on the 8-bit scale */
-    int32_t dim;       /* 1 or more */
+    int32_t dim;       /* 1 .. RZ_MAX_KERNEL_SIDE */
     int32_t matrix[1]; /* dim * dim coefficients */
 } SpatialKernel;
 
@@ -156,8 +157,8 @@ typedef struct SpatialKernel {
 #define RZ_UF_ROUND 2
 typedef struct UserFilterKernel {
     int32_t size;      /* USERFILTERKERNEL_SIZE: the header and the first coefficient */
-    uint32_t width;    /* 1 or more */
-    uint32_t height;   /* 1 or more */
+    uint32_t width;    /* 1 .. RZ_MAX_KERNEL_SIDE */
+    uint32_t height;   /* 1 .. RZ_MAX_KERNEL_SIDE */
     int32_t centerX;   /* 0 .. width - 1 */
     int32_t centerY;   /* 0 .. height - 1 */
     uint32_t divisor;  /* 1 or more */
@@ -347,7 +348,8 @@ typedef struct FTARRAY {
  * uMode not 0/1: -13. The significant bits become max(nLowBit, 0) ..
  * nHighBit (the top bit when nHighBit < 0) and are stored in the bitmap
  * before they are checked: a range upside down or past the sample gives -13
- * and stays. A count without a table is -13. Any other display table is
+ * and stays. A count without a table, or above RZ_MAX_RECORDS, is -13. Any
+ * other display table is
  * released; the given one is copied (unless it is the bitmap's own) and
  * becomes pLUT with BMF_USE_LUT. An all-grey table (or none) reduces the
  * bitmap to 8-bit grey through the window and the table's red bytes
@@ -804,6 +806,19 @@ typedef struct StatisticsInfo {
 #define RZ_TILES_FLAT 0x10
 
 /* ---- end of effects ---- */
+
+/* ---- Limits: the largest tables, records and kernels an operation takes ----
+ * Checked with the other arguments, before any memory is taken; a value past
+ * one gives ST_INVALID_PARAMETER (-13). Within them a call may still give
+ * ST_FAILURE (-1) when the memory is not there. Bitmaps are bounded by the
+ * kernel's KRN_MAX_PIXELS and KRN_MAX_BITMAP_BYTES, lists by
+ * KRN_MAX_LIST_ITEMS. Windows and cells (rank filters, oilify, mosaics,
+ * pixelate, tiles, glass) have no limit of their own: they are clipped to
+ * the bitmap, so neither their memory nor their work grows past what a
+ * window of the bitmap's size costs. */
+#define RZ_MAX_RECORDS 65536    /* entries of a table or records of an array argument */
+#define RZ_MAX_KERNEL_SIDE 1024 /* width and height of a convolution kernel */
+/* ---- end of limits ---- */
 
 #ifdef __cplusplus
 extern "C" {

@@ -55,7 +55,7 @@ RZ_OP(121, Rz_WindowLevelBitmap, tone, RZ_OPF_CUSTOM | RZ_OPF_SIGNED | RZ_OPF_NU
       (RZ_BMP(pBitmap) RZ_I32(nLowBit, -2147483647 - 1, 2147483647, 4, "lowest significant bit (below 0: 0)")
        RZ_I32(nHighBit, -2147483647 - 1, 2147483647, 11, "highest significant bit (below 0: the top bit)")
        RZ_PTR(const RzRGBQuad *, pLUT, "display table (blue, green, red, reserved), or null")
-       RZ_U32(uLUTLength, 0, 4294967295u, 0, "entries in pLUT")
+       RZ_U32(uLUTLength, 0, 65536, 0, "entries in pLUT, at most RZ_MAX_RECORDS")
        RZ_U32(uMode, 0, 1, 0, "colour tables: 0 red first, 1 blue first")))
 RZ_OP(122, Rz_MultiplyBitmap, tone, RZ_OPF_INPLACE | RZ_OPF_SIGNED,
       "Multiplies every sample by a factor in hundredths, clamped to the top.",
@@ -72,7 +72,7 @@ RZ_OP(302, Rz_ChangeHueSatIntBitmap, colour, RZ_OPF_CUSTOM,
        RZ_I32(nSaturation, -1000, 1000, 0, "tenths of a percent of the saturation")
        RZ_I32(nIntensity, -1000, 1000, 0, "tenths of a percent of full scale")
        RZ_PTR(const HueSatIntRange *, pRanges, "hue ranges with their own changes, or null")
-       RZ_U32(uRangeCount, 0, 4294967295u, 0, "records in pRanges")))
+       RZ_U32(uRangeCount, 0, 65536, 0, "records in pRanges, at most RZ_MAX_RECORDS")))
 RZ_OP(303, Rz_RemapBitmapHue, colour, RZ_OPF_CUSTOM | RZ_OPF_NULL_NO_BITMAP,
       "Replaces hue, saturation and value (ratio-hue HSV) through tables, for the hues a mask selects.",
       (RZ_BMP(pBitmap) RZ_PTR(const uint32_t *, pMask, "non-zero for the hues to remap; null for all")

@@ -171,8 +171,8 @@ RZKRN_API int32_t RZAPI KrnSetStatusCallback(RZSTATUSCALLBACK pfn, void *pUserDa
  * nLowBit 0, nHighBit -1, no pixel memory; a grey
  * ramp palette of 2^bits entries for 1..8 bits; nColorOrder 2 for 12 and 16
  * bits, 1 otherwise; nDataKind 0. -11 for an unknown depth, -13 for a size
- * the kernel cannot represent (width or height < 0, a stride above INT32_MAX
- * or more than 2^40 bytes of pixels), -789 for a wrong structure size. The
+ * the kernel cannot represent (width or height < 0, a stride above INT32_MAX,
+ * more than KRN_MAX_PIXELS pixels or KRN_MAX_BITMAP_BYTES bytes), -789 for a wrong structure size. The
  * palette is a kernel block: release the descriptor with KrnFreeBitmap even
  * when it never got pixels. Width or height 0 is a valid empty bitmap. */
 RZKRN_API int32_t RZAPI KrnInitBitmap(BitmapDesc *pBitmap, uint32_t uStructSize, int32_t nWidth,
@@ -443,6 +443,17 @@ RZKRN_API int32_t RZAPI KrnRotateBitmap(BitmapDesc *pBitmap, int32_t nAngle, dou
  * -13 for a null histogram. */
 RZKRN_API int32_t RZAPI KrnGetBitmapHistogram(const BitmapDesc *pBitmap, uint32_t *pHistogram);
 /* ---- end of geometry ---- */
+
+/* ---- Limits: the largest bitmap and list the kernel makes. ----
+ * Checked before any memory is taken: KrnInitBitmap, KrnAllocBitmap and every
+ * service and operation that makes a bitmap refuse a picture past them with
+ * KRN_INVALID_PARAMETER (-13), and KrnAppendBitmapList refuses an entry past
+ * the list limit with -13. Within them a request may still give KRN_FAILURE
+ * (-1) when the memory is not there. */
+#define KRN_MAX_PIXELS (INT64_C(1) << 30)       /* width x height */
+#define KRN_MAX_BITMAP_BYTES (INT64_C(1) << 32) /* stride x height */
+#define KRN_MAX_LIST_ITEMS 65536                /* entries of a KrnBitmapList */
+/* ---- end of limits ---- */
 
 #ifdef __cplusplus
 }

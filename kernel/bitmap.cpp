@@ -3,7 +3,8 @@
 //
 // Every size goes through ComputeLayout before anything is allocated: width
 // and height are at most INT32_MAX, the stride ((bits * width + 31) / 32) * 4
-// at most INT32_MAX and the pixel block at most kMaxImageBytes. The stored
+// at most INT32_MAX, the picture at most kMaxPixels and the pixel block at
+// most kMaxImageBytes. The stored
 // picture size (nStoredWidth x nStoredHeight) never changes with the view;
 // nWidth / nHeight are the view's size, swapped for views 5..8. Validation
 // only compares numbers, so a hostile descriptor gets a status, not a fault
@@ -43,7 +44,8 @@ namespace krn {
 int32_t ComputeLayout(int64_t width, int64_t height, int bits, uint32_t *stride, size_t *total) {
     if (!IsKnownDepth(bits))
         return KRN_BAD_BITS;
-    if (width < 0 || height < 0 || width > kMaxDimension || height > kMaxDimension)
+    if (width < 0 || height < 0 || width > kMaxDimension || height > kMaxDimension ||
+        uint64_t(width) * uint64_t(height) > kMaxPixels)
         return KRN_INVALID_PARAMETER;
     uint64_t rowBytes = (uint64_t(width) * unsigned(bits) + 31) / 32 * 4;
     if (rowBytes > uint64_t(INT32_MAX))

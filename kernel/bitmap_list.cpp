@@ -43,6 +43,7 @@ RZKRN_API int32_t RZAPI KrnAppendBitmapList(KrnBitmapList *pList, BitmapDesc *pB
     if (!pBitmap) return KRN_NULL_POINTER;
     if (pBitmap->uStructSize != BITMAPDESC_SIZE) return KRN_BAD_STRUCT_SIZE;
     if (uFlags == KRN_LIST_COPY && !(pBitmap->uFlags & BMF_ALLOCATED)) return KRN_NO_BITMAP;
+    if (pList->count >= KRN_MAX_LIST_ITEMS) return KRN_INVALID_PARAMETER;
     if (pList->count == pList->capacity) {
         const uint32_t grown = pList->capacity ? pList->capacity * 2 : 4;
         const size_t bytes = KrnCheckedSize(grown, sizeof(KrnBitmapList::Entry), 1);

@@ -11,9 +11,10 @@
 
 namespace krn {
 
-// Largest pixel block the kernel hands out (1 TiB); larger requests fail as
-// sizes the kernel cannot represent.
-constexpr uint64_t kMaxImageBytes = uint64_t(1) << 40;
+// Largest pixel block and picture the kernel hands out (rzkrn.h); larger
+// requests fail as sizes the kernel cannot represent.
+constexpr uint64_t kMaxImageBytes = KRN_MAX_BITMAP_BYTES;
+constexpr uint64_t kMaxPixels = KRN_MAX_PIXELS;
 // Most rows or columns of a picture.
 constexpr int64_t kMaxDimension = INT32_MAX;
 

@@ -95,7 +95,7 @@ RZIMG_API int32_t RZAPI Rz_WindowLevelBitmap(BitmapDesc *bmp, int32_t lowBit, in
         bmp->nLowBit = lowBit < 0 ? 0 : lowBit;
         bmp->nHighBit = highBit < 0 ? top : highBit;
         if (bmp->nLowBit > bmp->nHighBit || bmp->nHighBit > top) return ST_INVALID_PARAMETER;
-        if (count != 0 && !table) return ST_INVALID_PARAMETER;
+        if ((count != 0 && !table) || count > RZ_MAX_RECORDS) return ST_INVALID_PARAMETER;
         if (bmp->pLUT && bmp->pLUT != table) {
             KrnMemFreeHandle(bmp->pLUT);
             bmp->pLUT = nullptr;
