@@ -72,6 +72,10 @@ struct BadCase {
     std::string name;
     std::function<Bytes(const TempDir &)> make; // nullptr: a directory or nothing, by name
     int32_t status;
+    // Claims over the pixel limit with almost no data: refused from the
+    // header before any kernel block is requested (the armed allocation
+    // failure is never reached), and not as corrupt; the header is described.
+    bool noBlock = false, describedHuge = false;
 };
 void PrintTo(const BadCase &c, std::ostream *os) { *os << c.name; }
 
@@ -102,6 +106,23 @@ std::vector<BadCase> Corpus() {
         {"pnm_truncated_raw", text("P6 4 4 255\nabcdefgh"), RZ_FILE_CORRUPT},
         {"pbm_bad_digit", text("P1 3 1\n0 2 1\n"), RZ_FILE_CORRUPT},
         {"png_page_1", [](const TempDir &d) { return Saved(d, ".png"); }, RZ_FILE_BAD_PAGE},
+        {"claim_pnm", text("P5\n16385 16384\n255\n"), RZ_FILE_TOO_LARGE, true, true},
+        {"claim_pnm_row", text("P6\n2147483647 1\n255\n"), RZ_FILE_TOO_LARGE, true},
+        {"claim_jpeg", [](const TempDir &d) {
+             Bytes b = Saved(d, ".jpg");
+             const size_t sof = Find(b, "\xFF\xC0");
+             for (int k : {5, 7})
+                 b[sof + k] = 0xEA, b[sof + k + 1] = 0x60; // 60000
+             return Cut(b, 700);
+         }, RZ_FILE_TOO_LARGE, true, true},
+        {"claim_tiff", [](const TempDir &d) { return TiffWithTag(TiffWithTag(Saved(d, ".tif"), 256, 70000), 257, 70000); },
+         RZ_FILE_TOO_LARGE, true, true},
+        {"claim_png", [](const TempDir &d) { // libpng takes its own memory from the kernel
+             Bytes b = Saved(d, ".png");
+             PutBE32(b, 16, 70000), PutBE32(b, 20, 70000);
+             PutBE32(b, 29, uint32_t(crc32(0, b.data() + 12, 17)));
+             return b;
+         }, RZ_FILE_TOO_LARGE, false, true},
     };
 }
 
@@ -120,12 +141,16 @@ TEST_P(Malformed, GivesItsStatusAndLeavesNothing) {
     std::memset(&d, 0xAB, sizeof d);
     copy = d;
     const int32_t page = c.status == RZ_FILE_BAD_PAGE ? 1 : 0;
+    if (c.noBlock)
+        KrnMemFailAfter(0);
     EXPECT_EQ(Rz_LoadBitmap(file.c_str(), &d, BITMAPDESC_SIZE, page), c.status);
+    EXPECT_TRUE(KrnMemFailAfter(-1) == 0 || !c.noBlock) << "requested a kernel block";
     EXPECT_EQ(std::memcmp(&d, &copy, sizeof d), 0) << "a failed load changed the descriptor";
     EXPECT_STRNE(Rz_FileStatusText(c.status), Rz_FileStatusText(12345));
     RzFileInfo info; // a sound header may still be described
     const int32_t st = Info(file, &info);
-    EXPECT_TRUE(st < 0 || st == ST_SUCCESS) << st;
+    EXPECT_TRUE(c.describedHuge ? st == ST_SUCCESS && int64_t(info.nWidth) * info.nHeight > int64_t(1) << 28
+                                : st < 0 || st == ST_SUCCESS) << st;
     EXPECT_EQ(KrnMemOutstanding(), before);
 }
 
@@ -168,11 +193,8 @@ struct LimitGuard {
 };
 
 // The default is 2^28 and a query (0 or less) leaves it. A picture one pixel
-// over the limit is refused, one at the limit loads, in every format. Files
-// that claim a picture over the limit but carry almost no data are refused
-// from the header, before any kernel block is requested (the armed
-// allocation failure is never reached), and not as "corrupt".
-TEST(PixelLimit, AppliesToEveryFormatFromTheHeader) {
+// over the limit is refused, one at the limit loads, in every format.
+TEST(PixelLimit, AppliesToEveryFormat) {
     EXPECT_EQ(Rz_SetFilePixelLimit(0), int64_t(1) << 28);
     EXPECT_EQ(Rz_SetFilePixelLimit(-5), int64_t(1) << 28);
     TempDir dir;
@@ -185,41 +207,9 @@ TEST(PixelLimit, AppliesToEveryFormatFromTheHeader) {
             EXPECT_EQ(Loaded(file).status, limit == 400 ? ST_SUCCESS : RZ_FILE_TOO_LARGE) << ext;
         }
     }
-    Bytes png = Saved(dir, ".png"), jpg = Saved(dir, ".jpg");
-    PutBE32(png, 16, 70000), PutBE32(png, 20, 70000);
-    PutBE32(png, 29, uint32_t(crc32(0, png.data() + 12, 17)));
-    const size_t sof = Find(jpg, "\xFF\xC0");
-    for (int k : {5, 7})
-        jpg[sof + k] = 0xEA, jpg[sof + k + 1] = 0x60; // 60000
-    const struct {
-        const char *name;
-        Bytes bytes;
-        bool codecUsesKernelMemory;
-    } claims[] = {
-        {"huge.pnm", Text("P5\n16385 16384\n255\n"), false},
-        {"wide.pnm", Text("P6\n2147483647 1\n255\n"), false},
-        {"huge.jpg", Cut(jpg, 700), false},
-        {"huge.tif", TiffWithTag(TiffWithTag(Saved(dir, ".tif"), 256, 70000), 257, 70000), false},
-        {"huge.png", png, true},
-    };
-    for (const auto &c : claims) {
-        const std::string file = dir.path(c.name);
-        WriteBytes(file, c.bytes);
-        const int64_t before = KrnMemOutstanding();
-        BitmapDesc d{};
-        if (!c.codecUsesKernelMemory)
-            KrnMemFailAfter(0);
-        EXPECT_EQ(Rz_LoadBitmap(file.c_str(), &d, BITMAPDESC_SIZE, 0), RZ_FILE_TOO_LARGE) << c.name;
-        EXPECT_TRUE(KrnMemFailAfter(-1) == 0 || c.codecUsesKernelMemory) << c.name << " requested a kernel block";
-        EXPECT_EQ(KrnMemOutstanding(), before) << c.name;
-        RzFileInfo info; // the header still describes the file
-        if (std::string(c.name) != "wide.pnm") {
-            ASSERT_EQ(Info(file, &info), ST_SUCCESS) << c.name;
-            EXPECT_GT(int64_t(info.nWidth) * info.nHeight, int64_t(1) << 28) << c.name;
-        }
-    }
     // Raising the limit does not make a row the kernel cannot hold loadable.
     LimitGuard g(int64_t(1) << 40);
+    WriteText(dir.path("wide.pnm"), "P6\n2147483647 1\n255\n");
     KrnMemFailAfter(0);
     BitmapDesc d{};
     EXPECT_EQ(Rz_LoadBitmap(dir.path("wide.pnm").c_str(), &d, BITMAPDESC_SIZE, 0), RZ_FILE_TOO_LARGE);
@@ -234,45 +224,63 @@ void ExpectUntouched(const TempDir &dir, const std::string &name) {
     EXPECT_EQ(ReadBytes(dir.path(name)), Text(kOld));
 }
 
-// Every allocation of a load and of a save fails in turn: each gives -1,
-// frees all, leaves the caller's descriptor and the old target.
-TEST(AllocationFailure, LoadsAndSavesFreeEverythingAndKeepTheTarget) {
+// Every allocation of a save and of a load fails in turn, and the callback
+// stops each at every progress step in turn: a failure gives -1, a stop the
+// callback's value; each frees all and leaves the caller's descriptor and
+// the old target as they were. The percentages never go down.
+TEST(FailuresAndStops, LeaveNothingBehindAtEveryStep) {
     const std::pair<const char *, const char *> cases[] = {
         {".png", "pal4_colour"}, {".png", "grey16_bits0_11"}, {".jpg", "bgr24"}, {".jpg", "grey12"},
         {".tif", "bgr64"},       {".tif", "pal8_colour"},     {".pnm", "bgr48"}, {".pnm", "pal1_grey"}};
-    for (auto [ext, layout] : cases) {
-        SCOPED_TRACE(std::string(layout) + ext);
-        TempDir dir;
-        const std::string file = dir.path(std::string("t") + ext);
-        Bitmap src(FindLayout(layout), 23, 9, 3);
-        const int64_t before = KrnMemOutstanding();
-        int32_t saved = ST_FAILURE, loaded = ST_FAILURE;
-        for (int64_t n = 0; n < 500 && saved != ST_SUCCESS; ++n) {
-            WriteText(file, kOld);
-            KrnMemFailAfter(n);
-            saved = Save(file, src.get());
-            KrnMemFailAfter(-1);
-            EXPECT_EQ(KrnMemOutstanding(), before);
-            if (saved != ST_SUCCESS) {
-                EXPECT_EQ(saved, ST_FAILURE) << "failing allocation " << n;
-                ExpectUntouched(dir, "t" + std::string(ext));
+    for (auto [ext, layout] : cases)
+        for (bool stop : {false, true}) {
+            SCOPED_TRACE(std::string(layout) + ext + (stop ? " stopped" : " failing allocation"));
+            TempDir dir;
+            const std::string name = std::string("t") + ext, file = dir.path(name);
+            Bitmap src(FindLayout(layout), 23, 9, 3);
+            const int64_t before = KrnMemOutstanding();
+            const int32_t refused = stop ? 0 : ST_FAILURE;
+            int32_t st = refused, interrupted = 0;
+            // Arms the n-th interruption (from 0) around one call.
+            auto run = [&](int64_t n, const std::function<int32_t()> &call) {
+                CallbackRecorder rec;
+                if (stop)
+                    rec.stopAt(int32_t(n) + 1, refused);
+                else
+                    KrnMemFailAfter(n);
+                const int32_t got = call();
+                KrnMemFailAfter(-1);
+                EXPECT_TRUE(std::is_sorted(rec.percents().begin(), rec.percents().end()));
+                interrupted += got != ST_SUCCESS;
+                return got;
+            };
+            for (int64_t n = 0; n < 500 && st != ST_SUCCESS; ++n) {
+                WriteText(file, kOld);
+                st = run(n, [&] { return Save(file, src.get()); });
+                EXPECT_EQ(KrnMemOutstanding(), before);
+                if (st != ST_SUCCESS) {
+                    EXPECT_EQ(st, refused) << n;
+                    ExpectUntouched(dir, name);
+                }
             }
+            ASSERT_EQ(st, ST_SUCCESS);
+            EXPECT_EQ(dir.names(), std::vector<std::string>{name});
+            const int32_t saveInterrupted = interrupted;
+            EXPECT_GT(saveInterrupted, 0);
+            st = refused;
+            for (int64_t n = 0; n < 500 && st != ST_SUCCESS; ++n) {
+                BitmapDesc d{};
+                d.nWidth = 77;
+                st = run(n, [&] { return Rz_LoadBitmap(file.c_str(), &d, BITMAPDESC_SIZE, 0); });
+                if (st == ST_SUCCESS)
+                    KrnFreeBitmap(&d);
+                else
+                    EXPECT_EQ(std::tuple(st, d.nWidth), std::tuple(refused, 77)) << n;
+                EXPECT_EQ(KrnMemOutstanding(), before) << n;
+            }
+            EXPECT_EQ(st, ST_SUCCESS);
+            EXPECT_GT(interrupted, saveInterrupted);
         }
-        ASSERT_EQ(saved, ST_SUCCESS);
-        for (int64_t n = 0; n < 500 && loaded != ST_SUCCESS; ++n) {
-            BitmapDesc d{};
-            d.nWidth = 77;
-            KrnMemFailAfter(n);
-            loaded = Rz_LoadBitmap(file.c_str(), &d, BITMAPDESC_SIZE, 0);
-            KrnMemFailAfter(-1);
-            if (loaded == ST_SUCCESS)
-                KrnFreeBitmap(&d);
-            else
-                EXPECT_EQ(std::tuple(loaded, d.nWidth), std::tuple(ST_FAILURE, 77)) << "failing allocation " << n;
-            EXPECT_EQ(KrnMemOutstanding(), before) << "failing allocation " << n;
-        }
-        EXPECT_EQ(loaded, ST_SUCCESS);
-    }
 }
 
 // The disk refuses to grow the file part-way (a file size limit stands in
@@ -304,37 +312,6 @@ TEST(WriteFailure, LeavesTheOldTargetAndNothingElse) {
     EXPECT_EQ(Save(dir.path("adir.png"), src.get()), RZ_FILE_WRITE);
     EXPECT_EQ(dir.names(), std::vector<std::string>{"adir.png"});
     EXPECT_TRUE(std::filesystem::is_empty(dir.path("adir.png")));
-}
-
-// A load or save stopped by the callback returns its value, leaves the
-// caller's descriptor and an existing file as they were and no temporary;
-// the percentages it saw never go down.
-TEST(Cancel, StoppedLoadsAndSavesLeaveNothingBehind) {
-    TempDir dir;
-    Bitmap b(FindLayout("bgr24"), 40, 60, 9);
-    for (const char *name : {"a.png", "a.jpg", "a.tif", "a.ppm"}) {
-        SCOPED_TRACE(name);
-        const std::string path = dir.path(name);
-        ASSERT_EQ(Save(path, b.get()), ST_SUCCESS);
-        const auto before = ReadBytes(path);
-        const auto names = dir.names();
-        const int64_t start = KrnMemOutstanding();
-        {
-            CallbackRecorder rec;
-            rec.stopAt(3, 0);
-            EXPECT_EQ(Save(path, b.get()), 0);
-            BitmapDesc untouched{};
-            untouched.nWidth = 77;
-            rec.clear();
-            EXPECT_EQ(Rz_LoadBitmap(path.c_str(), &untouched, BITMAPDESC_SIZE, 0), 0);
-            EXPECT_EQ(untouched.nWidth, 77);
-            ASSERT_GE(rec.calls(), 3);
-            EXPECT_TRUE(std::is_sorted(rec.percents().begin(), rec.percents().end()));
-        }
-        EXPECT_EQ(KrnMemOutstanding(), start);
-        EXPECT_EQ(ReadBytes(path), before);
-        EXPECT_EQ(dir.names(), names);
-    }
 }
 
 } // namespace
