@@ -291,9 +291,8 @@ TEST(PeerPng, InterlacedSignificantBitsShortPaletteGreyAlpha) {
 
 // Each file is written from samples v(x, y); what a pixel must show follows
 // the PNG rules: tRNS gives palette entries their alpha (entries past the
-// list opaque) or names the one grey / RGB value that is transparent. PNG
-// and TIFF keep the alpha, as libpng and libtiff see.
-TEST(PeerPng, TransparencyLoadsAsAlphaAndTravelsThroughPngAndTiff) {
+// list opaque) or names the one grey / RGB value that is transparent.
+TEST(PeerPng, TransparencyLoadsAsAlpha) {
     TempDir dir;
     const uint32_t w = 7, h = 5;
     const std::vector<png_color> pal = {{200, 10, 20}, {0, 255, 0}, {5, 6, 7}, {90, 80, 70}};
@@ -337,8 +336,7 @@ TEST(PeerPng, TransparencyLoadsAsAlphaAndTravelsThroughPngAndTiff) {
             const uint32_t a = i < c.alphas.size() ? c.alphas[i] : 255;
             return Rgba{pal[i].red * 257u, pal[i].green * 257u, pal[i].blue * 257u, a * 257};
         };
-        const std::string in = dir.path(std::string(c.name) + ".png"), png = dir.path("out.png"),
-                          tif = dir.path("out.tif");
+        const std::string in = dir.path(std::string(c.name) + ".png");
         WritePng(in, s);
         RzFileInfo info;
         ASSERT_EQ(Info(in, &info), ST_SUCCESS);
@@ -346,21 +344,8 @@ TEST(PeerPng, TransparencyLoadsAsAlphaAndTravelsThroughPngAndTiff) {
         Loaded got(in);
         ASSERT_EQ(got.status, ST_SUCCESS);
         EXPECT_EQ(got->nBitsPerPixel, c.depth == 16 ? 64 : 32);
-        ASSERT_EQ(Save(png, got.get()), ST_SUCCESS);
-        ASSERT_EQ(Save(tif, got.get()), ST_SUCCESS);
-        Loaded backPng(png), backTif(tif);
-        uint16_t photometric = 0;
-        const auto peer = PeerPngPixels(png, PNG_FORMAT_RGBA);
-        const auto peerTif = PeerTiffPixels(tif, w, h, &photometric);
-        ASSERT_EQ(std::tuple(peer.size(), peerTif.size()), std::tuple(size_t(w) * h * 4, size_t(w) * h));
-        for (uint32_t i = 0; i < w * h; ++i) {
-            const int32_t x = int32_t(i % w), y = int32_t(i / w);
-            const Rgba want1 = want(x, y);
-            ASSERT_EQ(Look(got.get(), x, y), want1) << x << "," << y;
-            ASSERT_EQ(Look(backPng.get(), x, y), want1);
-            ASSERT_EQ(Look(backTif.get(), x, y), want1);
-            ASSERT_EQ(std::tuple(uint32_t(peer[4 * i + 3]), uint32_t(TIFFGetA(peerTif[i]))), std::tuple(want1.a >> 8, want1.a >> 8));
-        }
+        for (uint32_t i = 0; i < w * h; ++i)
+            ASSERT_EQ(Look(got.get(), int32_t(i % w), int32_t(i / w)), want(i % w, i / w)) << i;
     }
 }
 
@@ -723,13 +708,11 @@ TEST(Metadata, OrientationResolutionProfileAndExifTravel) {
 }
 
 // Metadata follows the bitmap through the kernel's copies and conversions
-// and is released with it.
+// and is released with it; removing everything drops the block.
 TEST(Metadata, KernelKeepsItThroughCopiesAndConversions) {
     const int64_t start = KrnMemOutstanding();
     {
         Bitmap b(FindLayout("bgr24"), 4, 3, 5);
-        EXPECT_EQ(KrnSetBitmapResolution(b.get(), 0, 5, KRN_RES_INCH), KRN_INVALID_PARAMETER);
-        EXPECT_EQ(KrnSetBitmapResolution(b.get(), 72, 72, 3), KRN_INVALID_PARAMETER);
         ASSERT_EQ(KrnSetBitmapResolution(b.get(), 118.11, 59.055, KRN_RES_CM), KRN_OK);
         const std::vector<uint8_t> exif = {1, 2, 3};
         ASSERT_EQ(KrnSetBitmapMetadata(b.get(), KRN_META_EXIF, exif.data(), 3), KRN_OK);
@@ -746,9 +729,7 @@ TEST(Metadata, KernelKeepsItThroughCopiesAndConversions) {
             EXPECT_EQ(std::tuple(x, y, unit), std::tuple(118.11, 59.055, KRN_RES_CM));
             ASSERT_EQ(KrnGetBitmapMetadata(d->get(), KRN_META_EXIF, &p, &n), 1);
             EXPECT_EQ(std::vector<uint8_t>(static_cast<const uint8_t *>(p), static_cast<const uint8_t *>(p) + n), exif);
-            EXPECT_EQ(KrnGetBitmapMetadata(d->get(), KRN_META_ICC, &p, &n), 0);
         }
-        // Removing everything drops the block.
         ASSERT_EQ(KrnSetBitmapResolution(b.get(), 0, 0, KRN_RES_NONE), KRN_OK);
         ASSERT_EQ(KrnSetBitmapMetadata(b.get(), KRN_META_EXIF, nullptr, 0), KRN_OK);
         EXPECT_EQ(b->pMetadata, nullptr);
