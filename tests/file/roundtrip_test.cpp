@@ -11,6 +11,10 @@
 #include <cmath>
 
 namespace rz::test {
+
+// Test names by name, not by bytes.
+void PrintTo(const Layout &l, std::ostream *os) { *os << l.name; }
+
 namespace {
 
 struct Target {
@@ -53,6 +57,8 @@ int32_t LoadedBits(const Target &t, const BitmapDesc *b) {
         return 16;
     return t.keepsAlphaAndPalette || (bits != 32 && bits != 64) ? bits : bits * 3 / 4;
 }
+
+void PrintTo(const Target &t, std::ostream *os) { *os << t.name; }
 
 class RoundTrip : public ::testing::TestWithParam<std::tuple<Target, Layout>> {};
 
