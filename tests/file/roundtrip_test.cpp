@@ -67,8 +67,10 @@ TEST_P(RoundTrip, KeepsPixelsAtTheNaturalDepth) {
     TempDir dir;
     const int64_t before = KrnMemOutstanding();
     const std::string name = std::string("out") + target.ext;
-    // The file holds the picture as the current view shows it.
-    for (auto [w, h, view] : {std::tuple{13, 7, 1}, std::tuple{1, 1, 1}, std::tuple{64, 3, 3 + layout.bits % 6}}) {
+    // The file holds the picture as the current view shows it, in every view.
+    for (auto [w, h, view] : {std::tuple{13, 7, 1}, std::tuple{1, 1, 1}, std::tuple{64, 3, 2}, std::tuple{64, 3, 3},
+                              std::tuple{64, 3, 4}, std::tuple{64, 3, 5}, std::tuple{64, 3, 6}, std::tuple{64, 3, 7},
+                              std::tuple{64, 3, 8}}) {
         Bitmap src(layout, w, h, 7 + w);
         ASSERT_EQ(KrnChangeViewPerspective(nullptr, src.get(), BITMAPDESC_SIZE, view, 0), KRN_OK);
         const int32_t st = Save(dir.path(name), src.get(), RZ_FMT_UNKNOWN, target.compression);
