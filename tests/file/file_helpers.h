@@ -1,22 +1,20 @@
-// Shared pieces of the file library tests: a scratch folder, raw file bytes,
-// a bitmap loaded and freed by scope, and a colour view of any pixel that
-// does not depend on the depth, so pictures at different depths compare.
+// Shared pieces of the file tests: a scratch folder, raw file bytes, a file
+// loaded into the shared test bitmap, and the colour any pixel shows read
+// from its stored sample and palette, so pictures at different depths compare.
 #pragma once
 
+#include "support/bitmaps.h"
+
 #include <rzfil.h>
-#include <rzimg.h>
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
-#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <string>
 #include <unistd.h>
-#include <vector>
 
 namespace rz::test {
 
@@ -25,8 +23,8 @@ class TempDir {
   public:
     TempDir() {
         static std::atomic<int> n{0};
-        dir_ = std::filesystem::temp_directory_path() / ("rzfil-test-" + std::to_string(getpid()) + "-" +
-                                                         std::to_string(n++));
+        dir_ = std::filesystem::temp_directory_path() /
+               ("rzfil-test-" + std::to_string(getpid()) + "-" + std::to_string(n++));
         std::filesystem::remove_all(dir_);
         std::filesystem::create_directories(dir_);
     }
@@ -47,15 +45,35 @@ class TempDir {
     std::filesystem::path dir_;
 };
 
-inline std::vector<uint8_t> ReadBytes(const std::string &path) {
+using Bytes = std::vector<uint8_t>;
+inline Bytes ReadBytes(const std::string &path) {
     std::ifstream in(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 inline void WriteText(const std::string &path, const std::string &text) {
     std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
 }
-inline void WriteBytes(const std::string &path, const std::vector<uint8_t> &b) {
-    WriteText(path, std::string(b.begin(), b.end()));
+inline void WriteBytes(const std::string &path, const Bytes &b) { WriteText(path, std::string(b.begin(), b.end())); }
+
+inline int32_t Info(const std::string &path, RzFileInfo *info) {
+    *info = RzFileInfo{};
+    info->uStructSize = sizeof(RzFileInfo);
+    return Rz_GetFileInfo(path.c_str(), info);
+}
+
+// A loaded file; the bitmap frees whatever the load gave it.
+struct Loaded : Bitmap {
+    int32_t status;
+    explicit Loaded(const std::string &path, int32_t page = 0) : Bitmap(FindLayout("grey8"), 1, 1, 0) {
+        KrnFreeBitmap(get());
+        status = Rz_LoadBitmap(path.c_str(), get(), BITMAPDESC_SIZE, page);
+    }
+};
+
+inline int32_t Save(const std::string &path, const BitmapDesc *b, int32_t format = RZ_FMT_UNKNOWN,
+                    int32_t compression = 0, int32_t quality = 0) {
+    RzSaveOptions o{sizeof(RzSaveOptions), format, quality, compression};
+    return Rz_SaveBitmap(path.c_str(), b, &o);
 }
 
 inline uint64_t Px(const BitmapDesc *b, int32_t x, int32_t y) {
@@ -64,32 +82,15 @@ inline uint64_t Px(const BitmapDesc *b, int32_t x, int32_t y) {
     return v;
 }
 
-inline int32_t Info(const std::string &path, RzFileInfo *info) {
-    *info = RzFileInfo{};
-    info->uStructSize = sizeof(RzFileInfo);
-    return Rz_GetFileInfo(path.c_str(), info);
-}
-
-// A loaded bitmap, freed at the end.
-struct Loaded {
-    BitmapDesc d{};
-    int32_t status;
-    explicit Loaded(const std::string &path, int32_t page = 0)
-        : status(Rz_LoadBitmap(path.c_str(), &d, BITMAPDESC_SIZE, page)) {}
-    ~Loaded() {
-        if (status == ST_SUCCESS)
-            KrnFreeBitmap(&d);
-    }
-    Loaded(const Loaded &) = delete;
-    Loaded &operator=(const Loaded &) = delete;
-};
-
 // What a pixel shows: 16-bit red, green, blue and alpha (65535 without a
 // fourth channel). Grey of 12/16 bits is its significant range scaled to 16
 // bits by a left shift.
 struct Rgba {
     uint32_t r, g, b, a;
     bool operator==(const Rgba &o) const = default;
+    friend std::ostream &operator<<(std::ostream &os, const Rgba &c) {
+        return os << c.r << " " << c.g << " " << c.b << " " << c.a;
+    }
 };
 inline Rgba Look(const BitmapDesc *b, int32_t x, int32_t y) {
     const uint64_t v = Px(b, x, y);
@@ -112,10 +113,19 @@ inline Rgba Look(const BitmapDesc *b, int32_t x, int32_t y) {
     return {c(0), c(1), c(2), bits == 32 || bits == 64 ? c(3) : 65535};
 }
 
-inline int32_t Save(const std::string &path, const BitmapDesc *b, int32_t format = RZ_FMT_UNKNOWN,
-                    int32_t compression = 0, int32_t quality = 0) {
-    RzSaveOptions o{sizeof(RzSaveOptions), format, quality, compression};
-    return Rz_SaveBitmap(path.c_str(), b, &o);
+// Every pixel shows the same (alpha compared only when asked); reports the first few that differ.
+inline void ExpectSamePicture(const BitmapDesc *src, const BitmapDesc *got, bool alpha = true) {
+    ASSERT_EQ(std::tuple(got->nWidth, got->nHeight), std::tuple(src->nWidth, src->nHeight));
+    int bad = 0;
+    for (int32_t y = 0; y < src->nHeight; ++y)
+        for (int32_t x = 0; x < src->nWidth; ++x) {
+            Rgba a = Look(src, x, y), b = Look(got, x, y);
+            if (!alpha)
+                a.a = b.a = 0;
+            if (!(a == b) && bad++ < 3)
+                ADD_FAILURE() << "pixel " << x << "," << y << ": " << a << " became " << b;
+        }
+    EXPECT_EQ(bad, 0);
 }
 
 } // namespace rz::test
