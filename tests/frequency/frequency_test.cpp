@@ -1,14 +1,123 @@
-// Transforms against a naive DFT (every plane, power-of-two and other
-// sizes, rectangles and signs), round trips, the write-back rules worked by
-// hand, progress, views and regions, and bad input.
-#include "ft_reference.h"
+// The transforms against a naive double DFT (every plane, power-of-two and
+// other sizes, rectangles and signs) and FFTW, round trips, the write-back
+// rules and the spectrum display worked by hand, the rectangle and mask
+// filters against direct membership tests, views, regions and progress.
+// Pixels are read with KrnGetPixel; arrays are read as the stored doubles.
+#include "support/bitmaps.h"
+
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
+#include <complex>
+#include <cstring>
 #include <limits>
+#include <random>
+#include <vector>
+
+#ifdef RZ_HAVE_FFTW
+#include <fftw3.h>
+#endif
 
 namespace rz::test {
 namespace {
+
+
+using Spectrum = std::vector<std::complex<double>>;
+
+// An owned transform array.
+struct Array {
+    FTARRAY *a = nullptr;
+    explicit Array(BitmapDesc *b) { EXPECT_EQ(Rz_AllocFTArray(b, &a, FTARRAY_SIZE), 1); }
+    ~Array() {
+        if (a) Rz_FreeFTArray(a);
+    }
+    Array(const Array &) = delete;
+    Array &operator=(const Array &) = delete;
+    int32_t w() const { return int32_t(a->uWidth); }
+    int32_t h() const { return int32_t(a->uHeight); }
+    std::complex<double> get(int32_t u, int32_t v) const {
+        double t[2];
+        std::memcpy(t, reinterpret_cast<const uint8_t *>(a) + 12 + (size_t(v) * w() + u) * 16, 16);
+        return {t[0], t[1]};
+    }
+    void set(int32_t u, int32_t v, std::complex<double> z) {
+        const double t[2] = {z.real(), z.imag()};
+        std::memcpy(reinterpret_cast<uint8_t *>(a) + 12 + (size_t(v) * w() + u) * 16, t, 16);
+    }
+    Spectrum all() const {
+        Spectrum s;
+        for (int32_t v = 0; v < h(); ++v)
+            for (int32_t u = 0; u < w(); ++u) s.push_back(get(u, v));
+        return s;
+    }
+    void setAll(const Spectrum &s) {
+        for (int32_t v = 0; v < h(); ++v)
+            for (int32_t u = 0; u < w(); ++u) set(u, v, s[size_t(v) * w() + u]);
+    }
+};
+
+// The 8-bit plane the transforms read: FT_PLANE_ value, grey bitmaps by
+// their grey level.
+inline std::vector<double> Plane(const Bitmap &b, int32_t plane) {
+    const BitmapDesc *d = b.get();
+    const int32_t bits = d->nBitsPerPixel;
+    RzRGBQuad pal[256] = {};
+    if (bits <= 8 && d->nColorOrder != KRN_ORDER_GRAY) KrnGetBitmapPalette(d, 0, d->nColors, pal);
+    const bool greyPalette = bits <= 8 && KrnIsGrayscale(d);
+    std::vector<double> out;
+    for (int32_t y = 0; y < d->nHeight; ++y)
+        for (int32_t x = 0; x < d->nWidth; ++x) {
+            const uint64_t v = b.pixel(x, y);
+            int32_t r, g, bl;
+            if (d->nColorOrder == KRN_ORDER_GRAY) {
+                const int32_t hi = d->nHighBit < 0 ? bits - 1 : d->nHighBit;
+                const uint64_t s = (v >> d->nLowBit) & ((uint64_t(1) << (hi - d->nLowBit + 1)) - 1);
+                r = g = bl = int32_t(bits > 8 ? s >> (hi - d->nLowBit + 1 - 8) : s);
+            } else if (bits <= 8) {
+                r = pal[v].rgbRed, g = pal[v].rgbGreen, bl = pal[v].rgbBlue;
+            } else if (bits <= 32) {
+                r = int32_t(v & 0xFF), g = int32_t((v >> 8) & 0xFF), bl = int32_t((v >> 16) & 0xFF);
+            } else {
+                r = int32_t((v >> 8) & 0xFF), g = int32_t((v >> 24) & 0xFF), bl = int32_t((v >> 40) & 0xFF);
+            }
+            const bool grey = d->nColorOrder == KRN_ORDER_GRAY || greyPalette;
+            int32_t value = plane == FT_PLANE_BLUE ? bl : plane == FT_PLANE_GREEN ? g : r;
+            if (grey) value = r;
+            else if (plane == FT_PLANE_GREY) value = (77 * r + 150 * g + 29 * bl + 128) >> 8;
+            out.push_back(value);
+        }
+    return out;
+}
+
+// sum f(x, y) exp(i (sx 2 pi u x / W + sy 2 pi v y / H)), angles from the
+// index (u x mod W), as a table of the library's twiddles would give them.
+inline Spectrum NaiveDft(const std::vector<std::complex<double>> &f, int32_t W, int32_t H, int32_t sx, int32_t sy) {
+    const double pi = 3.1415926535;
+    Spectrum out(size_t(W) * H);
+    for (int32_t v = 0; v < H; ++v)
+        for (int32_t u = 0; u < W; ++u) {
+            std::complex<double> sum = 0;
+            for (int32_t y = 0; y < H; ++y)
+                for (int32_t x = 0; x < W; ++x) {
+                    const double a = sx * 2 * pi * double((int64_t(u) * x) % W) / W +
+                                     sy * 2 * pi * double((int64_t(v) * y) % H) / H;
+                    sum += f[size_t(y) * W + x] * std::complex<double>(std::cos(a), std::sin(a));
+                }
+            out[size_t(v) * W + u] = sum;
+        }
+    return out;
+}
+
+// Largest element difference in units of the reference's sum of magnitudes.
+inline double RelativeError(const Spectrum &got, const Spectrum &want) {
+    double total = 0, worst = 0;
+    for (const auto &z : want) total += std::abs(z);
+    for (size_t i = 0; i < want.size(); ++i) worst = std::max(worst, std::abs(got[i] - want[i]));
+    return total > 0 ? worst / total : worst;
+}
+
+
 
 std::vector<std::complex<double>> Complex(const std::vector<double> &v) { return {v.begin(), v.end()}; }
 
@@ -237,34 +346,148 @@ TEST(FrequencyTransform, BadInput) {
         EXPECT_EQ(Rz_DFTBitmap(b.get(), a.a, whole, f), ST_INVALID_PARAMETER) << std::hex << f;
     EXPECT_EQ(Rz_DFTBitmap(b.get(), a.a, nullptr, fwd | DFT_RECT | DFT_COLUMNS_PLUS), ST_INVALID_PARAMETER);
 
-    // Sizes and size fields, in the documented order.
+    // The array must have the picture's size.
     Bitmap other(FindLayout("grey8"), 8, 8, 1);
     EXPECT_EQ(Rz_FFTBitmap(other.get(), a.a, fwd), ST_INVALID_PARAMETER);
-    EXPECT_EQ(Rz_FFTBitmap(b.get(), nullptr, fwd), ST_NULL_POINTER);
-    EXPECT_EQ(Rz_FFTBitmap(nullptr, a.a, fwd), ST_NULL_POINTER);
-    a.a->uStructSize = 27;
-    EXPECT_EQ(Rz_FFTBitmap(b.get(), a.a, 0), ST_BAD_STRUCT_SIZE);
-    EXPECT_EQ(Rz_FTDisplayBitmap(b.get(), a.a, 0x11), ST_BAD_STRUCT_SIZE);
-    EXPECT_EQ(Rz_FreeFTArray(a.a), ST_BAD_STRUCT_SIZE); // nothing freed
-    a.a->uStructSize = FTARRAY_SIZE;
-    b->uFlags |= BMF_SIGNED;
-    EXPECT_EQ(Rz_FFTBitmap(b.get(), nullptr, fwd), ST_SIGNED_NOT_SUPPORTED);
-    b->uFlags &= ~BMF_SIGNED;
-
-    FTARRAY *p = reinterpret_cast<FTARRAY *>(1);
-    EXPECT_EQ(Rz_AllocFTArray(b.get(), nullptr, FTARRAY_SIZE), ST_INVALID_PARAMETER);
-    EXPECT_EQ(Rz_AllocFTArray(b.get(), &p, 27), ST_BAD_STRUCT_SIZE);
-    EXPECT_EQ(p, nullptr);
-    EXPECT_EQ(Rz_AllocFTArray(nullptr, &p, FTARRAY_SIZE), ST_NULL_POINTER);
-    EXPECT_EQ(Rz_FreeFTArray(nullptr), ST_NULL_POINTER);
-    const int64_t live = KrnMemOutstanding();
-    ASSERT_EQ(Rz_AllocFTArray(b.get(), &p, FTARRAY_SIZE), 1);
-    EXPECT_EQ(p->uWidth, 8u);
-    EXPECT_EQ(p->uHeight, 4u);
-    EXPECT_EQ(KrnMemOutstanding(), live + 1);
-    EXPECT_EQ(Rz_FreeFTArray(p), 1);
-    EXPECT_EQ(KrnMemOutstanding(), live);
 }
+
+// A 4 x 2 spectrum: element (u, v) goes to column (u + 2) % 4, row (v + 1) % 2.
+TEST(FrequencyDisplay, CentredScalesWorkedByHand) {
+    const Spectrum X{{3, 4}, {0, 1}, {-2, 0}, {0, 0}, {0, -0.5}, {1, 0}, {0, 0}, {-7, 0}};
+    // |X| = 5, 1, 2, 0 / 0.5, 1, 0, 7; D = 7.
+    const struct {
+        uint32_t flags;
+        std::vector<uint64_t> want; // picture rows, left to right
+    } cases[] = {
+        {FT_DISPLAY_MAGNITUDE | FT_DISPLAY_LINEAR, {0, 255, 18, 36, 72, 0, 182, 36}},
+        // ln: 1.609, 0, 0.693, -inf / -0.693, 0, -inf, 1.946 over D = 1.946
+        {FT_DISPLAY_MAGNITUDE | FT_DISPLAY_LOG, {0, 255, 0, 0, 90, 0, 210, 0}},
+        // atan2: 0.927, 1.571, pi, 0 / -1.571, 0, 0, pi; stretched over -1.571..3.1416
+        {FT_DISPLAY_PHASE, {85, 255, 0, 85, 255, 85, 135, 170}},
+    };
+    for (const auto &c : cases) {
+        Bitmap b(FindLayout("bgr24"), 4, 2, 4);
+        Array a(b.get());
+        a.setAll(X);
+        ASSERT_EQ(Rz_FTDisplayBitmap(b.get(), a.a, c.flags), 1);
+        for (int32_t i = 0; i < 8; ++i) {
+            const uint64_t grey = c.want[size_t(i)];
+            EXPECT_EQ(b.pixel(i % 4, i / 4), grey | grey << 8 | grey << 16) << c.flags << " pixel " << i;
+        }
+    }
+    Bitmap b(FindLayout("grey8"), 4, 2, 4);
+    Array a(b.get());
+    for (uint32_t bad : {0u, 3u, 0x1u, 0x31u, 0x111u, 0x102u})
+        EXPECT_EQ(Rz_FTDisplayBitmap(b.get(), a.a, bad), ST_INVALID_PARAMETER) << bad;
+    // All zeros: black, no fault.
+    ASSERT_EQ(Rz_FTDisplayBitmap(b.get(), a.a, FT_DISPLAY_MAGNITUDE | FT_DISPLAY_LOG), 1);
+    for (int32_t i = 0; i < 8; ++i) EXPECT_EQ(b.pixel(i % 4, i / 4), 0u);
+}
+
+Spectrum Ramp(int32_t n) {
+    Spectrum s;
+    for (int32_t i = 0; i < n; ++i) s.push_back({double(i + 1), double(-i)});
+    return s;
+}
+
+// Which elements survive, against a direct membership test of each case.
+TEST(FrequencyFilter, RectanglesInArrayAndCentredCoordinates) {
+    const int32_t W = 6, H = 5;
+    Bitmap b(FindLayout("grey8"), W, H, 0);
+    const struct {
+        uint32_t flags;
+        int32_t rect[4];
+    } cases[] = {
+        {FRQ_ARRAY_COORDS | FRQ_KEEP_INSIDE, {1, 1, 3, 2}},
+        {FRQ_ARRAY_COORDS | FRQ_ZERO_INSIDE, {0, 0, 5, 0}},
+        {FRQ_CENTRED_COORDS | FRQ_KEEP_INSIDE, {2, 1, 4, 3}}, // around frequency 0 at (3, 2)
+        {FRQ_CENTRED_COORDS | FRQ_ZERO_INSIDE, {0, 0, 5, 4}},
+    };
+    for (const auto &c : cases) {
+        Array a(b.get());
+        a.setAll(Ramp(W * H));
+        ASSERT_EQ(Rz_FrqFilterBitmap(a.a, c.rect, c.flags), 1);
+        const bool centred = (c.flags & 0xF) == FRQ_CENTRED_COORDS, keepInside = (c.flags & 0xF0) == FRQ_KEEP_INSIDE;
+        for (int32_t v = 0; v < H; ++v)
+            for (int32_t u = 0; u < W; ++u) {
+                const int32_t x = centred ? (u + W / 2) % W : u, y = centred ? (v + H / 2) % H : v;
+                const bool inside = x >= c.rect[0] && x <= c.rect[2] && y >= c.rect[1] && y <= c.rect[3];
+                const auto want = inside == keepInside ? Ramp(W * H)[size_t(v) * W + u] : 0.0;
+                EXPECT_EQ(a.get(u, v), want) << c.flags << " " << u << "," << v;
+            }
+    }
+    Array a(b.get());
+    const int32_t ok[4] = {0, 0, 5, 4}, right[4] = {0, 0, 6, 4}, bottom[4] = {0, 0, 5, 5}, flip[4] = {3, 0, 2, 4};
+    for (const int32_t *r : {right, bottom, flip})
+        EXPECT_EQ(Rz_FrqFilterBitmap(a.a, r, FRQ_ARRAY_COORDS | FRQ_KEEP_INSIDE), ST_INVALID_PARAMETER);
+    for (uint32_t bad : {0x10u, 0x01u, 0x13u, 0x31u, 0x111u})
+        EXPECT_EQ(Rz_FrqFilterBitmap(a.a, ok, bad), ST_INVALID_PARAMETER) << bad;
+    EXPECT_EQ(Rz_FrqFilterBitmap(a.a, nullptr, 0x11), ST_INVALID_PARAMETER);
+}
+
+// The mask lies over the centred spectrum: its centre pixel weighs
+// frequency 0; m / 255 as the documented double; 0 clears NaN too.
+TEST(FrequencyFilter, MaskIsCentredAndScales) {
+    const int32_t W = 5, H = 4;
+    std::vector<uint8_t> m(W * H, 0);
+    m[2 * W + 2] = 255; // frequency 0
+    m[2 * W + 3] = 128; // u = 1, v = 0
+    m[0] = 51;          // u = 3, v = 2
+    Bitmap mask = GreyBitmap(W, H, m);
+    Array a(mask.get());
+    Spectrum X = Ramp(W * H);
+    X[7] = {std::nan(""), 1};
+    a.setAll(X);
+    ASSERT_EQ(Rz_FrqFilterMaskBitmap(mask.get(), a.a, 0), 1);
+    for (int32_t v = 0; v < H; ++v)
+        for (int32_t u = 0; u < W; ++u) {
+            const double f = m[size_t((v + H / 2) % H) * W + (u + W / 2) % W] * 0.00392156862745098;
+            const auto want = f == 0 ? std::complex<double>(0) : X[size_t(v) * W + u] * f;
+            EXPECT_EQ(a.get(u, v), want) << u << "," << v;
+        }
+    EXPECT_EQ(Rz_FrqFilterMaskBitmap(mask.get(), a.a, 1), ST_INVALID_PARAMETER);
+    Bitmap other(FindLayout("grey8"), W + 1, H, 0);
+    EXPECT_EQ(Rz_FrqFilterMaskBitmap(other.get(), a.a, 0), ST_INVALID_PARAMETER);
+}
+
+#ifdef RZ_HAVE_FFTW
+TEST(FrequencyPeer, AgreesWithFftw) {
+    std::mt19937 rng(3);
+    for (auto [w, h] : {std::pair{256, 256}, std::pair{1024, 512}}) {
+        std::vector<uint8_t> pixels(size_t(w) * h);
+        for (auto &p : pixels) p = uint8_t(rng());
+        Bitmap b = GreyBitmap(w, h, pixels);
+        Array a(b.get());
+        ASSERT_EQ(Rz_FFTBitmap(b.get(), a.a, FT_FORWARD | FT_PLANE_GREY), 1);
+        auto *in = fftw_alloc_complex(size_t(w) * h), *out = fftw_alloc_complex(size_t(w) * h);
+        fftw_plan plan = fftw_plan_dft_2d(h, w, in, out, FFTW_FORWARD, FFTW_ESTIMATE);
+        for (size_t i = 0; i < pixels.size(); ++i) in[i][0] = pixels[i], in[i][1] = 0;
+        fftw_execute(plan);
+        Spectrum want(pixels.size());
+        for (size_t i = 0; i < want.size(); ++i) want[i] = {out[i][0], out[i][1]};
+        const double err = RelativeError(a.all(), want);
+        EXPECT_LT(err, 1e-9) << w << "x" << h;
+        // And back: FFTW's inverse of our spectrum, against our inverse.
+        const Spectrum ours = a.all();
+        for (size_t i = 0; i < ours.size(); ++i) in[i][0] = ours[i].real(), in[i][1] = ours[i].imag();
+        fftw_plan back = fftw_plan_dft_2d(h, w, in, out, FFTW_BACKWARD, FFTW_ESTIMATE);
+        fftw_execute(back);
+        ASSERT_EQ(Rz_FFTBitmap(b.get(), a.a, FT_INVERSE | FT_PLANE_GREY | FT_BOTH | FT_STRETCH), 1);
+        double lo = 1e300, hi = -1e300;
+        for (size_t i = 0; i < pixels.size(); ++i) lo = std::min(lo, out[i][0]), hi = std::max(hi, out[i][0]);
+        int32_t off = 0;
+        for (size_t i = 0; i < pixels.size(); ++i) {
+            const double v = (out[i][0] - lo) * 255 / (hi - lo);
+            off += std::abs(double(b.pixel(int32_t(i % w), int32_t(i / w))) - std::trunc(v)) > 1;
+        }
+        EXPECT_EQ(off, 0);
+        fftw_destroy_plan(plan);
+        fftw_destroy_plan(back);
+        fftw_free(in);
+        fftw_free(out);
+    }
+}
+#endif
 
 } // namespace
 } // namespace rz::test
