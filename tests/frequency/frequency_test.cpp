@@ -22,10 +22,10 @@
 namespace rz::test {
 namespace {
 
-
 using Spectrum = std::vector<std::complex<double>>;
 
-// An owned transform array.
+// An owned transform array; its elements are the stored pairs of doubles
+// (real, imaginary) after the 12-byte header, row by row.
 struct Array {
     FTARRAY *a = nullptr;
     explicit Array(BitmapDesc *b) { EXPECT_EQ(Rz_AllocFTArray(b, &a, FTARRAY_SIZE), 1); }
@@ -34,32 +34,17 @@ struct Array {
     }
     Array(const Array &) = delete;
     Array &operator=(const Array &) = delete;
-    int32_t w() const { return int32_t(a->uWidth); }
-    int32_t h() const { return int32_t(a->uHeight); }
-    std::complex<double> get(int32_t u, int32_t v) const {
-        double t[2];
-        std::memcpy(t, reinterpret_cast<const uint8_t *>(a) + 12 + (size_t(v) * w() + u) * 16, 16);
-        return {t[0], t[1]};
-    }
-    void set(int32_t u, int32_t v, std::complex<double> z) {
-        const double t[2] = {z.real(), z.imag()};
-        std::memcpy(reinterpret_cast<uint8_t *>(a) + 12 + (size_t(v) * w() + u) * 16, t, 16);
-    }
     Spectrum all() const {
-        Spectrum s;
-        for (int32_t v = 0; v < h(); ++v)
-            for (int32_t u = 0; u < w(); ++u) s.push_back(get(u, v));
+        Spectrum s(size_t(a->uWidth) * a->uHeight);
+        std::memcpy(static_cast<void *>(s.data()), reinterpret_cast<const uint8_t *>(a) + 12, s.size() * 16);
         return s;
     }
-    void setAll(const Spectrum &s) {
-        for (int32_t v = 0; v < h(); ++v)
-            for (int32_t u = 0; u < w(); ++u) set(u, v, s[size_t(v) * w() + u]);
-    }
+    void setAll(const Spectrum &s) { std::memcpy(reinterpret_cast<uint8_t *>(a) + 12, s.data(), s.size() * 16); }
 };
 
 // The 8-bit plane the transforms read: FT_PLANE_ value, grey bitmaps by
 // their grey level.
-inline std::vector<double> Plane(const Bitmap &b, int32_t plane) {
+std::vector<double> Plane(const Bitmap &b, int32_t plane) {
     const BitmapDesc *d = b.get();
     const int32_t bits = d->nBitsPerPixel;
     RzRGBQuad pal[256] = {};
@@ -92,7 +77,7 @@ inline std::vector<double> Plane(const Bitmap &b, int32_t plane) {
 
 // sum f(x, y) exp(i (sx 2 pi u x / W + sy 2 pi v y / H)), angles from the
 // index (u x mod W), as a table of the library's twiddles would give them.
-inline Spectrum NaiveDft(const std::vector<std::complex<double>> &f, int32_t W, int32_t H, int32_t sx, int32_t sy) {
+Spectrum NaiveDft(const std::vector<std::complex<double>> &f, int32_t W, int32_t H, int32_t sx, int32_t sy) {
     const double pi = 3.1415926535;
     Spectrum out(size_t(W) * H);
     for (int32_t v = 0; v < H; ++v)
@@ -110,14 +95,12 @@ inline Spectrum NaiveDft(const std::vector<std::complex<double>> &f, int32_t W, 
 }
 
 // Largest element difference in units of the reference's sum of magnitudes.
-inline double RelativeError(const Spectrum &got, const Spectrum &want) {
+double RelativeError(const Spectrum &got, const Spectrum &want) {
     double total = 0, worst = 0;
     for (const auto &z : want) total += std::abs(z);
     for (size_t i = 0; i < want.size(); ++i) worst = std::max(worst, std::abs(got[i] - want[i]));
     return total > 0 ? worst / total : worst;
 }
-
-
 
 std::vector<std::complex<double>> Complex(const std::vector<double> &v) { return {v.begin(), v.end()}; }
 
@@ -215,38 +198,42 @@ TEST(FrequencyTransform, RoundTripKeepsPlaneAndOtherChannels) {
 }
 
 // Hand-worked 2x2: f = [[-10, 0], [10, 300]] has X = 300, -300 (u = 1),
-// -320 (v = 1), 280; the inverse gives f back exactly.
+// -320 (v = 1), 280; the inverse gives f back exactly. Zero and NaN
+// spectra, and constant results, give black. Both transforms alike.
 TEST(FrequencyTransform, WriteBackRulesWorkedByHand) {
-    const Spectrum X{300, -300, -320, 280};
+    const Spectrum X{300, -300, -320, 280}, zero(4), nan(4, {std::nan(""), std::nan("")});
     const struct {
+        const Spectrum &in;
         int32_t flags;
         std::vector<uint64_t> want;
     } cases[] = {
-        {FT_BOTH | FT_CLIP, {0, 0, 10, 255}},
-        {FT_BOTH | FT_STRETCH, {0, 8, 16, 255}}, // (v + 10) * 255 / 310
-        {FT_MAGNITUDE | FT_CLIP, {255, 10, 0, 0}},  // |X| / 4 = 75, 75, 80, 70: 300, 10, 0, -10
+        {X, FT_BOTH | FT_CLIP, {0, 0, 10, 255}},
+        {X, FT_BOTH | FT_STRETCH, {0, 8, 16, 255}},     // (v + 10) * 255 / 310
+        {X, FT_MAGNITUDE | FT_CLIP, {255, 10, 0, 0}},   // |X| / 4 = 75, 75, 80, 70: 300, 10, 0, -10
+        {Spectrum{400, 0, 0, 0}, FT_BOTH | FT_STRETCH, {0, 0, 0, 0}}, // stretched with factor 1
+        {zero, FT_BOTH | FT_CLIP, {0, 0, 0, 0}},        {nan, FT_BOTH | FT_CLIP, {0, 0, 0, 0}},
+        {zero, FT_PHASE | FT_STRETCH, {0, 0, 0, 0}},    {nan, FT_PHASE | FT_STRETCH, {0, 0, 0, 0}},
+        {zero, FT_MAGNITUDE | FT_CLIP, {0, 0, 0, 0}},   {nan, FT_MAGNITUDE | FT_CLIP, {0, 0, 0, 0}},
     };
-    for (const auto &c : cases) {
-        Bitmap b(FindLayout("grey8"), 2, 2, 0);
-        Array a(b.get());
-        a.setAll(X);
-        ASSERT_EQ(Rz_FFTBitmap(b.get(), a.a, FT_INVERSE | FT_PLANE_GREY | c.flags), 1);
-        for (int32_t i = 0; i < 4; ++i) EXPECT_EQ(b.pixel(i % 2, i / 2), c.want[size_t(i)]) << c.flags << " " << i;
-    }
+    for (const auto &c : cases)
+        for (bool fft : {true, false}) {
+            Bitmap b(FindLayout("grey8"), 2, 2, 3);
+            Array a(b.get());
+            a.setAll(c.in);
+            const int32_t flags = FT_INVERSE | FT_PLANE_GREY | c.flags;
+            ASSERT_EQ(fft ? Rz_FFTBitmap(b.get(), a.a, flags) : Rz_DFTBitmap(b.get(), a.a, nullptr, flags | DFT_WHOLE), 1);
+            for (int32_t i = 0; i < 4; ++i)
+                EXPECT_EQ(b.pixel(i % 2, i / 2), c.want[size_t(i)]) << (fft ? "FFT " : "DFT ") << c.flags << " " << i;
+        }
     // The caller's array is left scaled: magnitude / P, phase / P, zero stays zero.
     Bitmap b(FindLayout("grey8"), 2, 2, 0);
     Array a(b.get());
     a.setAll({{3, 4}, {0, 0}, {-8, 0}, {0, 2}});
     ASSERT_EQ(Rz_FFTBitmap(b.get(), a.a, FT_INVERSE | FT_PLANE_GREY | FT_PHASE | FT_CLIP), 1);
-    const Spectrum phase{{0.15, 0.2}, {0, 0}, {-0.25, 0}, {0, 0.25}};
-    EXPECT_LT(RelativeError(a.all(), phase), 1e-15);
+    EXPECT_LT(RelativeError(a.all(), {{0.15, 0.2}, {0, 0}, {-0.25, 0}, {0, 0.25}}), 1e-15);
     a.setAll({{3, 4}, {0, 0}, {-8, 0}, {0, 2}});
     ASSERT_EQ(Rz_FFTBitmap(b.get(), a.a, FT_INVERSE | FT_PLANE_GREY | FT_MAGNITUDE | FT_CLIP), 1);
     EXPECT_LT(RelativeError(a.all(), {1.25, 0, 2, 0.5}), 1e-15);
-    // A constant result stretches with factor 1: all 0.
-    a.setAll({400, 0, 0, 0});
-    ASSERT_EQ(Rz_FFTBitmap(b.get(), a.a, FT_INVERSE | FT_PLANE_GREY | FT_BOTH | FT_STRETCH), 1);
-    for (int32_t i = 0; i < 4; ++i) EXPECT_EQ(b.pixel(i % 2, i / 2), 0u);
 }
 
 // The array ends scaled however far the inverse got: stopped in either
@@ -263,19 +250,6 @@ TEST(FrequencyTransform, InverseLeavesTheWholeArrayScaled) {
         EXPECT_EQ(Rz_FFTBitmap(b.get(), a.a, FT_INVERSE | FT_PLANE_GREY | FT_BOTH | FT_CLIP), stop ? 77 : 1);
         EXPECT_EQ(a.all(), want) << "stopped at call " << stop;
     }
-}
-
-TEST(FrequencyTransform, ZeroAndNanSpectraGiveDocumentedValues) {
-    const double nan = std::numeric_limits<double>::quiet_NaN();
-    for (int32_t flags : {FT_BOTH | FT_CLIP, FT_PHASE | FT_STRETCH, FT_MAGNITUDE | FT_CLIP})
-        for (double fill : {0.0, nan}) {
-            Bitmap b(FindLayout("grey8"), 8, 4, 3);
-            Array a(b.get());
-            a.setAll(Spectrum(32, {fill, fill}));
-            ASSERT_EQ(Rz_FFTBitmap(b.get(), a.a, FT_INVERSE | FT_PLANE_GREY | flags), 1);
-            ASSERT_EQ(Rz_DFTBitmap(b.get(), a.a, nullptr, DFT_WHOLE | FT_INVERSE | FT_PLANE_GREY | flags), 1);
-            for (int32_t i = 0; i < 32; ++i) EXPECT_EQ(b.pixel(i % 8, i / 8), 0u) << flags << " " << fill;
-        }
 }
 
 // The whole picture is transformed in view 1 whatever the view and region;
@@ -384,67 +358,54 @@ TEST(FrequencyDisplay, CentredScalesWorkedByHand) {
     for (int32_t i = 0; i < 8; ++i) EXPECT_EQ(b.pixel(i % 4, i / 4), 0u);
 }
 
-Spectrum Ramp(int32_t n) {
-    Spectrum s;
-    for (int32_t i = 0; i < n; ++i) s.push_back({double(i + 1), double(-i)});
-    return s;
-}
-
-// Which elements survive, against a direct membership test of each case.
-TEST(FrequencyFilter, RectanglesInArrayAndCentredCoordinates) {
+// Which elements survive, and how scaled, against a direct statement of
+// each filter: rectangles in array or centred coordinates (frequency 0 at
+// (W / 2, H / 2)), and a mask lying over the centred spectrum (m / 255 as
+// the documented double; 0 clears NaN too).
+TEST(FrequencyFilter, RectanglesAndMaskAgainstDirectMembership) {
     const int32_t W = 6, H = 5;
-    Bitmap b(FindLayout("grey8"), W, H, 0);
+    std::vector<uint8_t> m(W * H, 0);
+    m[2 * W + 3] = 255; // frequency 0
+    m[2 * W + 4] = 128; // u = 1, v = 0
+    m[0] = 51;          // u = 3, v = 3
+    Bitmap mask = GreyBitmap(W, H, m);
+    Spectrum X;
+    for (int32_t i = 0; i < W * H; ++i) X.push_back({double(i + 1), double(-i)});
+    X[7] = {std::nan(""), 1};
+    const uint32_t kMask = ~0u;
     const struct {
         uint32_t flags;
         int32_t rect[4];
     } cases[] = {
-        {FRQ_ARRAY_COORDS | FRQ_KEEP_INSIDE, {1, 1, 3, 2}},
-        {FRQ_ARRAY_COORDS | FRQ_ZERO_INSIDE, {0, 0, 5, 0}},
-        {FRQ_CENTRED_COORDS | FRQ_KEEP_INSIDE, {2, 1, 4, 3}}, // around frequency 0 at (3, 2)
-        {FRQ_CENTRED_COORDS | FRQ_ZERO_INSIDE, {0, 0, 5, 4}},
+        {FRQ_ARRAY_COORDS | FRQ_KEEP_INSIDE, {2, 1, 3, 2}},   {FRQ_ARRAY_COORDS | FRQ_ZERO_INSIDE, {0, 0, 5, 0}},
+        {FRQ_CENTRED_COORDS | FRQ_KEEP_INSIDE, {2, 1, 4, 3}}, {FRQ_CENTRED_COORDS | FRQ_ZERO_INSIDE, {0, 0, 5, 4}},
+        {kMask, {}},
     };
     for (const auto &c : cases) {
-        Array a(b.get());
-        a.setAll(Ramp(W * H));
-        ASSERT_EQ(Rz_FrqFilterBitmap(a.a, c.rect, c.flags), 1);
-        const bool centred = (c.flags & 0xF) == FRQ_CENTRED_COORDS, keepInside = (c.flags & 0xF0) == FRQ_KEEP_INSIDE;
+        Array a(mask.get());
+        a.setAll(X);
+        ASSERT_EQ(c.flags == kMask ? Rz_FrqFilterMaskBitmap(mask.get(), a.a, 0) : Rz_FrqFilterBitmap(a.a, c.rect, c.flags), 1);
+        const Spectrum got = a.all();
         for (int32_t v = 0; v < H; ++v)
             for (int32_t u = 0; u < W; ++u) {
-                const int32_t x = centred ? (u + W / 2) % W : u, y = centred ? (v + H / 2) % H : v;
+                const int32_t cu = (u + W / 2) % W, cv = (v + H / 2) % H;
+                const bool centred = (c.flags & 0xF) == FRQ_CENTRED_COORDS;
+                const int32_t x = centred ? cu : u, y = centred ? cv : v;
                 const bool inside = x >= c.rect[0] && x <= c.rect[2] && y >= c.rect[1] && y <= c.rect[3];
-                const auto want = inside == keepInside ? Ramp(W * H)[size_t(v) * W + u] : 0.0;
-                EXPECT_EQ(a.get(u, v), want) << c.flags << " " << u << "," << v;
+                const double f = c.flags == kMask ? m[size_t(cv) * W + cu] * 0.00392156862745098
+                                                  : inside == ((c.flags & 0xF0) == FRQ_KEEP_INSIDE);
+                const std::complex<double> want = f == 0 ? 0 : X[size_t(v) * W + u] * f, z = got[size_t(v) * W + u];
+                EXPECT_TRUE(z == want || (std::isnan(z.real()) && std::isnan(want.real())))
+                    << c.flags << " at " << u << "," << v << ": " << z << ", want " << want;
             }
     }
-    Array a(b.get());
+    Array a(mask.get());
     const int32_t ok[4] = {0, 0, 5, 4}, right[4] = {0, 0, 6, 4}, bottom[4] = {0, 0, 5, 5}, flip[4] = {3, 0, 2, 4};
     for (const int32_t *r : {right, bottom, flip})
         EXPECT_EQ(Rz_FrqFilterBitmap(a.a, r, FRQ_ARRAY_COORDS | FRQ_KEEP_INSIDE), ST_INVALID_PARAMETER);
     for (uint32_t bad : {0x10u, 0x01u, 0x13u, 0x31u, 0x111u})
         EXPECT_EQ(Rz_FrqFilterBitmap(a.a, ok, bad), ST_INVALID_PARAMETER) << bad;
     EXPECT_EQ(Rz_FrqFilterBitmap(a.a, nullptr, 0x11), ST_INVALID_PARAMETER);
-}
-
-// The mask lies over the centred spectrum: its centre pixel weighs
-// frequency 0; m / 255 as the documented double; 0 clears NaN too.
-TEST(FrequencyFilter, MaskIsCentredAndScales) {
-    const int32_t W = 5, H = 4;
-    std::vector<uint8_t> m(W * H, 0);
-    m[2 * W + 2] = 255; // frequency 0
-    m[2 * W + 3] = 128; // u = 1, v = 0
-    m[0] = 51;          // u = 3, v = 2
-    Bitmap mask = GreyBitmap(W, H, m);
-    Array a(mask.get());
-    Spectrum X = Ramp(W * H);
-    X[7] = {std::nan(""), 1};
-    a.setAll(X);
-    ASSERT_EQ(Rz_FrqFilterMaskBitmap(mask.get(), a.a, 0), 1);
-    for (int32_t v = 0; v < H; ++v)
-        for (int32_t u = 0; u < W; ++u) {
-            const double f = m[size_t((v + H / 2) % H) * W + (u + W / 2) % W] * 0.00392156862745098;
-            const auto want = f == 0 ? std::complex<double>(0) : X[size_t(v) * W + u] * f;
-            EXPECT_EQ(a.get(u, v), want) << u << "," << v;
-        }
     EXPECT_EQ(Rz_FrqFilterMaskBitmap(mask.get(), a.a, 1), ST_INVALID_PARAMETER);
     Bitmap other(FindLayout("grey8"), W + 1, H, 0);
     EXPECT_EQ(Rz_FrqFilterMaskBitmap(other.get(), a.a, 0), ST_INVALID_PARAMETER);
