@@ -2,10 +2,19 @@
 // reference (pixels read with KrnGetPixel, each formula written out here)
 // on every directly addressable layout, with offsets that clip on each side,
 // masks, tiled textures, flags, regions, views and the same bitmap twice;
-// plus hand-worked values and the documented refusals.
+// plus hand-worked values and the documented refusals. Beside OpenCV on
+// 8-bit grey and 24-bit images of several shapes (1 x N and N x 1 among
+// them): logic, saturating sums and differences, absolute difference,
+// minimum and maximum exactly; the product, which OpenCV rounds and we
+// truncate, and the blend, which OpenCV rounds in floating point and we
+// floor in 256ths, within one level and never above the peer.
 #include "support/bitmaps.h"
 
 #include <gtest/gtest.h>
+
+#ifdef RZ_HAVE_OPENCV
+#include <opencv2/core.hpp>
+#endif
 
 #include <algorithm>
 #include <cstring>
@@ -94,58 +103,43 @@ TEST(Blend, MatchesTheReferenceOnEveryLayout) {
     for (const char *name : DirectLayouts()) {
         const Layout &layout = FindLayout(name);
         const Bitmap dst(layout, kW, kH, seed++), src(layout, kW - 3, kH + 2, seed++);
-        const Bitmap mask(layout, 16, 16, seed++), texture(layout, 5, 3, seed++);
+        Bitmap mask(layout, 16, 16, seed++), texture(layout, 5, 3, seed++);
         const int32_t limit = layout.bits == 12 ? 4095 : (layout.bits == 16 || layout.bits >= 48 ? 65535 : 255);
-        const int32_t o3 = limit * 3 / 4;
         const RzPoint offset{-7, 4};
-        const int64_t w3 = Working(o3, dst);
-        auto textured = [&](bool withTexture) {
-            return PerChannel([=](uint32_t d, uint32_t s, uint32_t m, uint32_t t, uint32_t M) {
-                int64_t mm = m;
-                if (withTexture) mm = std::clamp<int64_t>(mm + t - (M + 1) / 2, 0, M);
-                return mm >= M ? d : Lerp(d, Lerp(s, d, mm, M), w3, M);
-            });
-        };
-        struct Case {
-            std::string what;
-            std::function<int32_t(BitmapDesc *, const Geometry &, BitmapDesc *)> call;
-            Inputs in;
-            PixelFn fn;
-        };
-        std::vector<Case> cases;
-        for (int32_t o : {0, 1, limit / 2, limit}) {
-            const int64_t w = Working(o, dst);
-            cases.push_back({"alpha " + std::to_string(o),
-                             [o](BitmapDesc *d, const Geometry &g, BitmapDesc *s) {
-                                 return Rz_AlphaBlendBitmap(d, g.x, g.y, g.w, g.h, s, g.sx, g.sy, o);
-                             },
-                             {}, PerChannel([w](uint32_t d, uint32_t s, uint32_t, uint32_t, uint32_t M) {
-                                 return w == 0 ? d : Lerp(d, s, w, M);
-                             })});
-        }
-        cases.push_back({"feather",
-                         [&](BitmapDesc *d, const Geometry &g, BitmapDesc *s) {
-                             return Rz_FeatherAlphaBlendBitmap(d, g.x, g.y, g.w, g.h, s, g.sx, g.sy,
-                                                               const_cast<BitmapDesc *>(mask.get()));
-                         },
-                         {&mask}, PerChannel([](uint32_t d, uint32_t s, uint32_t m, uint32_t, uint32_t M) {
-                             return Lerp(d, s, m, M);
-                         })});
-        for (bool withTexture : {false, true})
-            cases.push_back({withTexture ? "texture" : "texture, mask only",
-                             [&, withTexture](BitmapDesc *d, const Geometry &g, BitmapDesc *s) {
-                                 return Rz_TextureAlphaBlendBitmap(
-                                     d, g.x, g.y, g.w, g.h, s, g.sx, g.sy, const_cast<BitmapDesc *>(mask.get()), o3,
-                                     withTexture ? const_cast<BitmapDesc *>(texture.get()) : nullptr, &offset);
-                             },
-                             {&mask, withTexture ? &texture : nullptr, offset}, textured(withTexture)});
-        for (const Geometry &g : kGeometries)
-            for (const Case &c : cases) {
+        for (const Geometry &g : kGeometries) {
+            auto check = [&](const std::string &what, auto call, const Inputs &in, const PixelFn &fn) {
                 Bitmap got(dst), copy(src);
-                ASSERT_EQ(c.call(got.get(), g, copy.get()), 1) << name << " " << c.what;
-                ExpectSame(got, Expected(dst, src, g, c.in, c.fn),
-                           std::string(name) + " " + c.what + " at " + std::to_string(g.x) + "," + std::to_string(g.y));
+                ASSERT_EQ(call(got.get(), copy.get()), 1) << what;
+                ExpectSame(got, Expected(dst, src, g, in, fn),
+                           std::string(name) + " " + what + " at " + std::to_string(g.x) + "," + std::to_string(g.y));
+            };
+            for (int32_t o : {0, 1, limit / 2, limit}) {
+                const int64_t w = Working(o, dst);
+                check("alpha " + std::to_string(o),
+                      [&](BitmapDesc *d, BitmapDesc *s) { return Rz_AlphaBlendBitmap(d, g.x, g.y, g.w, g.h, s, g.sx, g.sy, o); },
+                      {}, PerChannel([w](auto d, auto s, auto, auto, auto M) { return w == 0 ? d : Lerp(d, s, w, M); }));
             }
+            check("feather",
+                  [&](BitmapDesc *d, BitmapDesc *s) {
+                      return Rz_FeatherAlphaBlendBitmap(d, g.x, g.y, g.w, g.h, s, g.sx, g.sy, mask.get());
+                  },
+                  {&mask}, PerChannel([](auto d, auto s, auto m, auto, auto M) { return Lerp(d, s, m, M); }));
+            // The texture sample, less half the range, moves the mask sample.
+            const int32_t o = limit * 3 / 4;
+            const int64_t w = Working(o, dst);
+            for (bool withTexture : {false, true})
+                check(withTexture ? "texture" : "texture, mask only",
+                      [&](BitmapDesc *d, BitmapDesc *s) {
+                          return Rz_TextureAlphaBlendBitmap(d, g.x, g.y, g.w, g.h, s, g.sx, g.sy, mask.get(), o,
+                                                            withTexture ? texture.get() : nullptr, &offset);
+                      },
+                      {&mask, withTexture ? &texture : nullptr, offset},
+                      PerChannel([&](uint32_t d, uint32_t s, uint32_t m, uint32_t t, uint32_t M) {
+                          int64_t mm = m;
+                          if (withTexture) mm = std::clamp<int64_t>(mm + t - (M + 1) / 2, 0, M);
+                          return mm >= M ? d : Lerp(d, Lerp(s, d, mm, M), w, M);
+                      }));
+        }
     }
 }
 
@@ -440,6 +434,58 @@ TEST(AddBitmaps, RefusalsLeaveAReleasedResult) {
     ASSERT_EQ(r->nColors, one[0]->nColors);
     ExpectSame(r, one[0], "single");
 }
+
+#ifdef RZ_HAVE_OPENCV
+cv::Mat AsMat(Bitmap &b) {
+    return cv::Mat(b->nHeight, b->nWidth, b->nBitsPerPixel == 8 ? CV_8UC1 : CV_8UC3, b->pData, b->nStride);
+}
+
+struct Peer {
+    uint32_t flags;
+    std::function<void(const cv::Mat &s, const cv::Mat &d, cv::Mat &out)> peer;
+    int tolerance; // 0 exact; 1: within one level and not above the peer
+};
+
+TEST(OpenCVCombine, OperationsMatchThePeer) {
+    cv::setNumThreads(1);
+    const Peer peers[] = {
+        {CBF_AND, [](auto &s, auto &d, auto &o) { cv::bitwise_and(s, d, o); }, 0},
+        {CBF_OR, [](auto &s, auto &d, auto &o) { cv::bitwise_or(s, d, o); }, 0},
+        {CBF_XOR, [](auto &s, auto &d, auto &o) { cv::bitwise_xor(s, d, o); }, 0},
+        {CBF_ADD, [](auto &s, auto &d, auto &o) { cv::add(s, d, o); }, 0},
+        {CBF_SUBTRACT_SRC, [](auto &s, auto &d, auto &o) { cv::subtract(d, s, o); }, 0},
+        {CBF_SUBTRACT_DST, [](auto &s, auto &d, auto &o) { cv::subtract(s, d, o); }, 0},
+        {CBF_ABSDIFF, [](auto &s, auto &d, auto &o) { cv::absdiff(s, d, o); }, 0},
+        {CBF_MIN, [](auto &s, auto &d, auto &o) { cv::min(s, d, o); }, 0},
+        {CBF_MAX, [](auto &s, auto &d, auto &o) { cv::max(s, d, o); }, 0},
+        {CBF_MULTIPLY, [](auto &s, auto &d, auto &o) { cv::multiply(s, d, o, 1.0 / 255); }, 1},
+    };
+    uint32_t seed = 9;
+    for (const char *layout : {"grey8", "bgr24"})
+        for (auto [w, h] : {std::pair{1, 1}, std::pair{1, 37}, std::pair{41, 1}, std::pair{77, 53}}) {
+            Bitmap dst(FindLayout(layout), w, h, seed++), src(FindLayout(layout), w, h, seed++);
+            const cv::Mat s = AsMat(src).clone(), d = AsMat(dst).clone();
+            for (const Peer &p : peers) {
+                Bitmap got(dst);
+                ASSERT_EQ(Rz_CombineBitmapExt(got.get(), 0, 0, w, h, src.get(), 0, 0, p.flags), 1);
+                cv::Mat want;
+                p.peer(s, d, want);
+                const cv::Mat mine = AsMat(got);
+                EXPECT_LE(cv::norm(mine, want, cv::NORM_INF), p.tolerance) << layout << " flags " << p.flags;
+                EXPECT_EQ(cv::countNonZero(cv::Mat(mine > want).reshape(1)), 0) << layout << " flags " << p.flags;
+            }
+            for (int opacity : {1, 64, 200, 255}) {
+                Bitmap got(dst);
+                ASSERT_EQ(Rz_AlphaBlendBitmap(got.get(), 0, 0, w, h, src.get(), 0, 0, opacity), 1);
+                cv::Mat want;
+                cv::addWeighted(s, opacity / 256.0, d, 1 - opacity / 256.0, 0, want);
+                const cv::Mat mine = AsMat(got);
+                EXPECT_LE(cv::norm(mine, want, cv::NORM_INF), 1) << layout << " opacity " << opacity;
+                EXPECT_EQ(cv::countNonZero(cv::Mat(mine > want).reshape(1)), 0) << layout << " opacity " << opacity;
+            }
+        }
+}
+#endif
 
 } // namespace
 } // namespace rz::test
