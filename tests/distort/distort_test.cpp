@@ -64,8 +64,8 @@ struct Rect {
     int32_t l, t, r, b;
 };
 
-// Step 7: a position at or beyond the right or bottom edge goes to the last
-// column or row, one before the left or top edge to the first.
+// A position at or beyond the right or bottom edge goes to the last column
+// or row, one before the left or top edge to the first.
 void Clamp(const Rect &rc, double &sx, double &sy) {
     if (sx >= rc.r) sx = rc.r - 1;
     if (sx < rc.l) sx = rc.l;
@@ -143,7 +143,8 @@ Diff Compare(const Samples &got, const Samples &want) {
 
 using Call = std::function<int32_t(BitmapDesc *)>;
 
-// Parameter checks in their documented order, and values at their limits.
+// Checks in their documented order and values the declared ranges allow but
+// the operations refuse (the sweeps try one past each declared bound).
 TEST(Distort, StatusesInTheirOrder) {
     const int32_t cx = kW / 2, cy = kH / 2;
 #define CASE(what, call, want) {what, [&](BitmapDesc *b) { return call; }, want}
@@ -157,7 +158,6 @@ TEST(Distort, StatusesInTheirOrder) {
         CASE("swirl centre 2 right", Rz_SwirlBitmap(b, 90, kW + 1, cy), ST_BAD_BITS),
         CASE("swirl centre 2 above", Rz_SwirlBitmap(b, 90, cx, -2), ST_BAD_BITS),
         CASE("swirl far centre, no turn", Rz_SwirlBitmap(b, 0, 1 << 30, 0), 1),
-        CASE("spherize 501", Rz_SpherizeBitmap(b, 501, cx, cy, 0, 0), ST_BAD_BITS),
         CASE("spherize -501 before the centre", Rz_SpherizeBitmap(b, -501, -9, -9, 0, 0), ST_BAD_BITS),
         CASE("spherize centre before flags", Rz_SpherizeBitmap(b, 50, -2, cy, 0, 0x20), ST_BAD_BITS),
         CASE("spherize stray flag bit", Rz_SpherizeBitmap(b, 50, cx, cy, 0, 0x100), ST_INVALID_PARAMETER),
@@ -165,23 +165,13 @@ TEST(Distort, StatusesInTheirOrder) {
         CASE("spherize option and rule 2", Rz_SpherizeBitmap(b, 50, cx, cy, 0, 0x12), 1),
         CASE("spherize bits above 15 unread", Rz_SpherizeBitmap(b, 50, cx, cy, 0, 0x10000), 1),
         CASE("bending 0 ignores the centre", Rz_BendingBitmap(b, 0, -50, -50, 0, 0), 1),
-        CASE("punch 501", Rz_PunchBitmap(b, 501, 0, cx, cy, 0, 0), ST_BAD_BITS),
-        CASE("punch stress 1001", Rz_PunchBitmap(b, 1, 1001, cx, cy, 0, 0), ST_BAD_BITS),
         CASE("punch has no centre test", Rz_PunchBitmap(b, 100, 0, 1000, 1000, 0, 0), 1),
         CASE("punch flags", Rz_PunchBitmap(b, 100, 0, cx, cy, 0, 0x200), ST_INVALID_PARAMETER),
-        CASE("cylindrical 101", Rz_CylindricalBitmap(b, -101, 0), ST_BAD_BITS),
-        CASE("cylindrical type 2", Rz_CylindricalBitmap(b, 50, 2), ST_INVALID_PARAMETER),
         CASE("polar option field", Rz_PolarBitmap(b, 0, 0x30), ST_BAD_BITS),
         CASE("polar rule 3", Rz_PolarBitmap(b, 0, 3), ST_INVALID_PARAMETER),
         CASE("polar bits above 7 unread", Rz_PolarBitmap(b, 0, 0x100), 1),
-        CASE("tunnel radius 0", Rz_TunnelBitmap(b, cx, cy, 10, 0, 0, 0, 0), ST_INVALID_PARAMETER),
         CASE("tunnel centre", Rz_TunnelBitmap(b, cx, kH + 1, 10, 10, 0, 0, 0), ST_BAD_BITS),
-        CASE("glass axis 3", Rz_GlassEffectBitmap(b, 4, 4, 3), ST_INVALID_PARAMETER),
-        CASE("ocean wavelength 0", Rz_OceanBitmap(b, 3, 0, 0), ST_INVALID_PARAMETER),
         CASE("ocean rule", Rz_OceanBitmap(b, 3, 9, 1), ST_INVALID_PARAMETER),
-        CASE("plane type 3", Rz_PlaneBitmap(b, cx, cy, 9, 9, 3, 0, 0), ST_INVALID_PARAMETER),
-        CASE("plane bend 1001", Rz_PlaneBendBitmap(b, cx, cy, 9, 9, 1001, 0, 0, 0), ST_INVALID_PARAMETER),
-        CASE("offset rule 4", Rz_OffsetBitmap(b, 1, 1, 0, 4), ST_INVALID_PARAMETER),
         CASE("offset far", Rz_OffsetBitmap(b, INT32_MIN, INT32_MAX, 0, 1), 1),
     };
 #undef CASE
@@ -276,6 +266,7 @@ TEST(Distort, SwirlAndSpherizeFollowTheFormulas) {
         {"bgr48", {2, 7, 40, 8}, -60, 30, 7, 1},        {"grey12", {10, 0, 31, 29}, 45, 20, 15, 0x10},
         {"grey8", {0, 0, 0, 0}, 100000, 20, 14, 0x11}, {"bgr24", {1, 1, 40, 28}, -7, 25, 10, 0x10},
         {"bgr32", {0, 0, 0, 0}, 720, 20, 14, 0},        {"bgr64", {3, 2, 38, 27}, -250, 18, 16, 0x10},
+        {"grey8", {0, 0, 0, 0}, 12000000, 17, 12, 0}, // turns near the centre beyond the fast sine
     };
     int64_t pixels = 0, differing = 0;
     for (const Setting &s : settings) {
@@ -419,7 +410,9 @@ TEST(Distort, OnlyRegionPixelsChange) {
             for (int32_t y = 0; y < H; ++y)
                 for (int32_t x = 0; x < W; ++x) {
                     const double u = (x + 0.5 - 29.5) / 20.5, v = (y + 0.5 - 22) / 16;
-                    if (u * u + v * v > 1.1) EXPECT_EQ(b.pixel(x, y), before.pixel(x, y)) << x << "," << y;
+                    if (u * u + v * v > 1.1) {
+                        EXPECT_EQ(b.pixel(x, y), before.pixel(x, y)) << x << "," << y;
+                    }
                     changed += b.pixel(x, y) != before.pixel(x, y);
                 }
             EXPECT_GT(changed, 0);

@@ -305,8 +305,8 @@ TEST(Deskew, Statuses) {
         uint32_t range, res, flags;
         int32_t status;
     } ext[] = {
-        {4500, 45, 1, 1},  {4501, 45, 1, ST_INVALID_PARAMETER}, {100, 100, 1, 1}, {100, 101, 1, ST_INVALID_PARAMETER},
-        {0, 0, 1, ST_INVALID_PARAMETER}, {1000, 1, 2, ST_INVALID_PARAMETER}, {1000, 1, 0x21, ST_INVALID_PARAMETER},
+        {4500, 45, 1, 1}, {100, 100, 1, 1}, {100, 101, 1, ST_INVALID_PARAMETER}, // no step beyond the range
+        {1000, 1, 2, ST_INVALID_PARAMETER}, {1000, 1, 0x21, ST_INVALID_PARAMETER},
         {1000, 1, 0xFFF00001u, 1}, // nibbles above 19 are not read; 0xF000 passes nearest
         {4500, 1800, 1, ST_INVALID_PARAMETER}, // a step of 180 degrees has no base length
     };
