@@ -276,26 +276,23 @@ TEST(Deskew, SmallPageMeasuredOnAScaledCopyAgreesWithALargeScan) {
     EXPECT_NEAR(small, 340, 23);
 }
 
+// Measuring only, measuring and turning, and pre-filtering too: each
+// step's range must appear, in order.
 TEST(Deskew, ProgressRanges) {
     const TextPage page = MakeTextPage(1100, 800, 1.5, 3);
-    const struct {
-        uint32_t flags;
-        std::vector<int32_t> expected; // must appear, in order
-    } cases[] = {{1, {0, 100}}, {0, {0, 33, 34, 100}}, {0x10, {0, 33, 34, 66, 67, 100}}};
-    for (const auto &c : cases) {
+    const std::pair<uint32_t, std::vector<int32_t>> cases[] = {
+        {1, {0, 100}}, {0, {0, 33, 34, 100}}, {0x10, {0, 33, 34, 66, 67, 100}}};
+    for (const auto &[flags, expected] : cases)
         for (int bits : {1, 8}) {
             Bitmap b = FromPage(page, bits);
             CallbackRecorder rec;
-            ASSERT_EQ(Rz_DeskewBitmap(b.get(), nullptr, 0, c.flags), 1);
+            ASSERT_EQ(Rz_DeskewBitmap(b.get(), nullptr, 0, flags), 1);
             const auto &p = rec.percents();
             EXPECT_TRUE(std::is_sorted(p.begin(), p.end()));
             auto at = p.begin();
-            for (int32_t want : c.expected) {
-                at = std::find(at, p.end(), want);
-                EXPECT_NE(at, p.end()) << "flags " << c.flags << " bits " << bits << ": no " << want;
-            }
+            for (int32_t want : expected)
+                EXPECT_NE(at = std::find(at, p.end(), want), p.end()) << "flags " << flags << " bits " << bits << ": no " << want;
         }
-    }
 }
 
 TEST(Deskew, Statuses) {

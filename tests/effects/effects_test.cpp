@@ -242,7 +242,7 @@ TEST(CellEffects, DocumentedCases) {
 // 10 20 / 30 41 have the mean 25.25, painted 25; light from the top-left
 // (135 degrees) lifts the top-left pixel by 48, lowers the bottom-right one
 // and leaves the two corners between a lit and a shaded edge alone.
-TEST(MosaicTiles, GroutAndBevelByHand) {
+TEST(MosaicTiles, GroutBevelAndColourWordsByHand) {
     const std::vector<uint8_t> face = {10, 20, 99, 10, 20, 99, 30, 41, 99, 30, 41, 99, 99, 99, 99, 99, 99, 99};
     struct Case {
         uint32_t flags;
@@ -270,22 +270,15 @@ TEST(MosaicTiles, GroutAndBevelByHand) {
     ASSERT_EQ(Rz_MosaicTilesBitmap(cut.get(), 3, 2, 1, 0, 18000, RZ_TILES_PICTURE), 1);
     EXPECT_EQ(cut.pixel(3, 0), 148u);
     EXPECT_EQ(cut.pixel(3, 1), 0u) << "grout row";
-}
-
-TEST(MosaicTiles, ColourWordsOnDeepGrey) {
-    // Red 128 is 32768 on 16 bits, grey (2 * 32768) / 8; bit 26 gives the
-    // level itself.
+    // Deep grey: red 128 is 32768 on 16 bits, grey (2 * 32768) / 8; bit 26
+    // gives the level itself.
     for (auto [colour, level] : {std::pair{0x80u, 8192u}, std::pair{0x4001234u, 0x1234u}}) {
         Bitmap b(FindLayout("grey16"), 4, 4, 3);
         ASSERT_EQ(Rz_MosaicTilesBitmap(b.get(), 2, 2, 1, colour, 0, RZ_TILES_FLAT), 1);
         EXPECT_EQ(b.pixel(1, 0), level);
         EXPECT_EQ(b.pixel(2, 3), level);
     }
-}
-
-// Grout as wide as a tile, and flag values inside the documented range's
-// span that mean nothing.
-TEST(MosaicTiles, RefusesGroutAsWideAsATileAndUnknownFlags) {
+    // Grout as wide as a tile, and flag nibbles past their values.
     Bitmap b(FindLayout("bgr24"), 8, 8, 1);
     EXPECT_EQ(Rz_MosaicTilesBitmap(b.get(), 4, 4, 4, 0, 0, 0), ST_INVALID_PARAMETER);
     EXPECT_EQ(Rz_MosaicTilesBitmap(b.get(), 8, 3, 3, 0, 0, 0), ST_INVALID_PARAMETER);

@@ -292,37 +292,33 @@ TEST(FrequencyTransform, ViewRegionAndProgress) {
     for (size_t i = 0; i < want.size(); ++i) ASSERT_NEAR(got[i], want[i], 1.0);
 }
 
+// Sizes the FFT refuses, flag fields outside their values, rectangles past
+// an edge or reversed, and an array of another size.
 TEST(FrequencyTransform, BadInput) {
-    Bitmap b(FindLayout("grey8"), 8, 4, 1);
-    Array a(b.get());
     const int32_t fwd = FT_FORWARD | FT_PLANE_GREY;
     for (auto [w, h] : {std::pair{6, 8}, std::pair{1, 8}, std::pair{8, 1}, std::pair{12, 4}}) {
         Bitmap odd(FindLayout("grey8"), w, h, 1);
         Array oa(odd.get());
         EXPECT_EQ(Rz_FFTBitmap(odd.get(), oa.a, fwd), ST_INVALID_PARAMETER) << w << "x" << h;
     }
-    const int32_t badFlags[] = {0x40, 0x43, FT_FORWARD, FT_FORWARD | 0x50, FT_INVERSE | FT_PLANE_GREY | FT_CLIP,
-                                FT_INVERSE | FT_PLANE_GREY | 0x400 | FT_CLIP, FT_INVERSE | FT_PLANE_GREY | FT_BOTH,
-                                FT_INVERSE | FT_PLANE_GREY | FT_BOTH | 0x3000};
-    for (int32_t f : badFlags) {
+    Bitmap b(FindLayout("grey8"), 8, 4, 1), other(FindLayout("grey8"), 8, 8, 1);
+    Array a(b.get());
+    const int32_t whole[4] = {0, 0, 7, 3}, pastRight[4] = {0, 0, 8, 3}, pastBottom[4] = {0, 0, 7, 4},
+                  negative[4] = {-1, 0, 3, 3}, reversed[4] = {5, 0, 4, 3};
+    for (int32_t f : {0x40, 0x43, FT_FORWARD, FT_FORWARD | 0x50, FT_INVERSE | FT_PLANE_GREY | FT_CLIP,
+                      FT_INVERSE | FT_PLANE_GREY | 0x400 | FT_CLIP, FT_INVERSE | FT_PLANE_GREY | FT_BOTH,
+                      FT_INVERSE | FT_PLANE_GREY | FT_BOTH | 0x3000}) {
         EXPECT_EQ(Rz_FFTBitmap(b.get(), a.a, f), ST_INVALID_PARAMETER) << std::hex << f;
         EXPECT_EQ(Rz_DFTBitmap(b.get(), a.a, nullptr, f | DFT_WHOLE), ST_INVALID_PARAMETER) << std::hex << f;
     }
-    // Fields the forward direction does not read are ignored.
-    EXPECT_EQ(Rz_FFTBitmap(b.get(), a.a, fwd | 0x7700), 1);
-    // Rectangles: touching every edge is fine, past one is not; step fields.
-    const int32_t whole[4] = {0, 0, 7, 3}, pastRight[4] = {0, 0, 8, 3}, pastBottom[4] = {0, 0, 7, 4},
-                  negative[4] = {-1, 0, 3, 3}, reversed[4] = {5, 0, 4, 3};
-    EXPECT_EQ(Rz_DFTBitmap(b.get(), a.a, whole, fwd | DFT_RECT | DFT_ROWS_PLUS), 1);
-    for (const int32_t *r : {pastRight, pastBottom, negative, reversed})
-        EXPECT_EQ(Rz_DFTBitmap(b.get(), a.a, r, fwd | DFT_RECT | DFT_ROWS_PLUS), ST_INVALID_PARAMETER);
     for (int32_t f : {fwd | DFT_RECT, fwd | DFT_RECT | 0x300000, fwd | DFT_RECT | 0x3000000, fwd | 0x30000, fwd})
         EXPECT_EQ(Rz_DFTBitmap(b.get(), a.a, whole, f), ST_INVALID_PARAMETER) << std::hex << f;
-    EXPECT_EQ(Rz_DFTBitmap(b.get(), a.a, nullptr, fwd | DFT_RECT | DFT_COLUMNS_PLUS), ST_INVALID_PARAMETER);
-
-    // The array must have the picture's size.
-    Bitmap other(FindLayout("grey8"), 8, 8, 1);
+    for (const int32_t *r : {pastRight, pastBottom, negative, reversed, static_cast<const int32_t *>(nullptr)})
+        EXPECT_EQ(Rz_DFTBitmap(b.get(), a.a, r, fwd | DFT_RECT | DFT_ROWS_PLUS), ST_INVALID_PARAMETER);
     EXPECT_EQ(Rz_FFTBitmap(other.get(), a.a, fwd), ST_INVALID_PARAMETER);
+    // Touching every edge is fine; fields the forward direction does not read are ignored.
+    EXPECT_EQ(Rz_DFTBitmap(b.get(), a.a, whole, fwd | DFT_RECT | DFT_ROWS_PLUS), 1);
+    EXPECT_EQ(Rz_FFTBitmap(b.get(), a.a, fwd | 0x7700), 1);
 }
 
 // A 4 x 2 spectrum: element (u, v) goes to column (u + 2) % 4, row (v + 1) % 2.
