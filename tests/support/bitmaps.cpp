@@ -146,6 +146,38 @@ int32_t RZAPI CallbackRecorder::Callback(int32_t percent, void *user) {
 
 namespace rz::test {
 
+Channels ReadChannels(const Bitmap &b, int32_t x, int32_t y) {
+    const uint64_t p = b.pixel(x, y);
+    const int bpp = b->nBitsPerPixel;
+    Channels c;
+    if (bpp <= 16) {
+        c.bits = bpp <= 8 ? 8 : 16;
+        c.v[0] = bpp == 12 ? uint32_t(p) << 4 : uint32_t(p);
+        return c;
+    }
+    const int w = bpp >= 48 ? 16 : 8;
+    const uint64_t mask = (uint64_t(1) << w) - 1;
+    c.count = 3;
+    c.bits = w;
+    for (int i = 0; i < 3; ++i) c.v[2 - i] = uint32_t((p >> (i * w)) & mask); // red in the low bits
+    c.fourth = uint32_t((p >> (3 * w)) & mask);
+    return c;
+}
+
+void WriteChannels(Bitmap &b, int32_t x, int32_t y, const Channels &c) {
+    const int bpp = b->nBitsPerPixel;
+    if (bpp <= 16) return b.setPixel(x, y, bpp == 12 ? c.v[0] >> 4 : c.v[0]);
+    const int w = c.bits;
+    b.setPixel(x, y, uint64_t(c.v[2]) | uint64_t(c.v[1]) << w | uint64_t(c.v[0]) << (2 * w) |
+                         uint64_t(c.fourth) << (3 * w));
+}
+
+const std::vector<const char *> &DirectLayouts() {
+    static const std::vector<const char *> names = {"grey8", "grey12", "grey16", "bgr24",
+                                                    "rgb24", "bgr32", "bgr48", "bgr64"};
+    return names;
+}
+
 Bitmap DepthBitmap(int32_t width, int32_t height, int32_t bits) {
     const Layout layout{"depth", bits, bits == 12 || bits == 16 ? KRN_ORDER_GRAY : KRN_ORDER_BGR, 0};
     return Bitmap(layout, width, height, 0);

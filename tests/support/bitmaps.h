@@ -93,4 +93,20 @@ Bitmap DepthBitmap(int32_t width, int32_t height, int32_t bits);
 // one (conversions, copies, view changes): whatever they leave is freed.
 Bitmap OutputBitmap();
 
+// Pixels taken apart into working channels.
+// A direct pixel (grey 8/12/16, colour 24/32/48/64) as the operations work on
+// it: blue, green, red (or the grey level in v[0]) and the fourth channel,
+// 8 bits a channel or 16 (12-bit grey at the top of 16 bits, 48/64-bit colour).
+struct Channels {
+    int count = 1; // 1 or 3
+    int bits = 8;  // 8 or 16
+    uint32_t v[3] = {};
+    uint32_t fourth = 0;
+    uint32_t max() const { return bits == 16 ? 65535u : 255u; }
+};
+Channels ReadChannels(const Bitmap &b, int32_t x, int32_t y);
+void WriteChannels(Bitmap &b, int32_t x, int32_t y, const Channels &c);
+// The layouts ReadChannels takes apart.
+const std::vector<const char *> &DirectLayouts();
+
 } // namespace rz::test
