@@ -26,6 +26,13 @@ namespace rz::test {
 
 using OpCall = std::function<int32_t(BitmapDesc *)>;
 
+// What an operation documents against the sweeps' pixel rules.
+enum : unsigned {
+    kRegionIgnored = 1,          // pixels outside the region change too
+    kWritesBeforeAllocating = 2, // a failed allocation can leave rows written
+    kAllOrNothing = 4,           // a stop leaves the bitmap as it was
+};
+
 // A bitmap argument of a bound call.
 struct BitmapPlace {
     BitmapDesc **place;     // what the call passes
@@ -56,6 +63,8 @@ struct ReliabilityCase {
     std::vector<int32_t> failureStatuses{ST_FAILURE};
     // Size of the sweeps' bitmaps when the case needs its own (0: the default).
     int32_t width = 0, height = 0;
+    unsigned pixels = 0;              // kRegionIgnored...
+    std::vector<std::string> layouts; // a costly case's layouts (empty: all)
 };
 
 // `call`, or `bind` for cases that have one.
@@ -76,7 +85,8 @@ std::vector<ReliabilityCase> &ReliabilityCases();
 
 struct ReliabilityRegistrar {
     ReliabilityRegistrar(const char *name, OpCall call, int32_t nullStatus = ST_NULL_POINTER,
-                         std::vector<int32_t> failureStatuses = {ST_FAILURE}, int32_t width = 0, int32_t height = 0);
+                         std::vector<int32_t> failureStatuses = {ST_FAILURE}, int32_t width = 0, int32_t height = 0,
+                         std::vector<std::string> layouts = {});
     // A registry operation with adjusted arguments.
     ReliabilityRegistrar(const char *name, ArgAdjust adjust, int32_t nullStatus = ST_NULL_POINTER,
                          std::vector<int32_t> failureStatuses = {ST_FAILURE});
