@@ -3,6 +3,12 @@
  * place. Every operation returns ST_SUCCESS (1), a negative ST_ status, or
  * the value with which the caller's status callback (KrnSetStatusCallback)
  * asked it to stop. Progress is reported as whole percentages 0..100.
+ * No stored sample outside the bitmap's region changes unless the operation's
+ * description says so. A refused call changes nothing. When memory runs out
+ * (ST_FAILURE) the bitmap is as it was, since operations allocate what they
+ * need before their first write; the exceptions are Rz_GaussianFilterBitmap
+ * and Rz_EdgeDetectorBitmap's two-direction maps, whose second pass can fail
+ * after the first wrote its rows. A stop keeps the rows written so far.
  */
 #ifndef RZIMG_H
 #define RZIMG_H

@@ -100,6 +100,13 @@ Bitmap &Bitmap::operator=(Bitmap &&other) noexcept {
     return *this;
 }
 
+Bitmap Bitmap::Adopt(const BitmapDesc &desc) {
+    Bitmap b;
+    b.desc_ = desc;
+    b.owned_ = (desc.uFlags & BMF_ALLOCATED) != 0;
+    return b;
+}
+
 uint64_t Bitmap::pixel(int32_t x, int32_t y) const {
     uint64_t v = 0;
     EXPECT_EQ(KrnGetPixel(&desc_, x, y, &v), 1) << "pixel " << x << "," << y;

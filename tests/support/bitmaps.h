@@ -37,6 +37,8 @@ class Bitmap {
     Bitmap &operator=(const Bitmap &other);
     Bitmap(Bitmap &&other) noexcept;
     Bitmap &operator=(Bitmap &&other) noexcept;
+    // Takes ownership of a bitmap the library made (a file loaded, a result).
+    static Bitmap Adopt(const BitmapDesc &desc);
 
     BitmapDesc *get() { return &desc_; }
     const BitmapDesc *get() const { return &desc_; }

@@ -130,7 +130,8 @@ std::vector<ReliabilityCase> &ReliabilityCases() {
 }
 
 ReliabilityRegistrar::ReliabilityRegistrar(const char *name, OpCall call, int32_t nullStatus,
-                                           std::vector<int32_t> failureStatuses, int32_t width, int32_t height) {
+                                           std::vector<int32_t> failureStatuses, int32_t width, int32_t height,
+                                           std::vector<std::string> layouts) {
     ReliabilityCase c;
     c.name = name;
     c.call = std::move(call);
@@ -139,6 +140,7 @@ ReliabilityRegistrar::ReliabilityRegistrar(const char *name, OpCall call, int32_
     c.failureStatuses = std::move(failureStatuses);
     c.width = width;
     c.height = height;
+    c.layouts = std::move(layouts);
     ReliabilityCases().push_back(std::move(c));
 }
 

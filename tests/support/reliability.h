@@ -1,16 +1,15 @@
-// The reliability sweeps every operation goes through: each allocation failed
-// in turn, cancellation at each progress step, bad descriptors and
-// parameters, on bitmaps of every layout, with and without a region and in a
-// transposed view. Operations of the export list that work on one bitmap
-// with scalar parameters join automatically; others join with one line:
+// The reliability sweeps every operation goes through (tests/reliability):
+// each allocation failed in turn, cancellation at each progress step, bad
+// descriptors and parameters, on every layout, with and without a region and
+// in a transposed view. Export-list operations on one bitmap with scalar
+// parameters join automatically; others join with one line, the call making
+// and freeing any extra input inside:
 //
 //   RZ_RELIABILITY_CASE(Rz_RemapBitmapIntensity, [](BitmapDesc *b) { ... });
 //
-// The call must build any extra input it needs inside and free it.
-// Operations on several bitmaps bind their other inputs before the measured
-// part of a sweep instead (RZ_RELIABILITY_BOUND_CASE, or automatically from
-// the export list), and name the places of their bitmap arguments so that
-// each is given null and spoiled descriptors in turn.
+// Operations on several bitmaps bind their other inputs outside the measured
+// part (RZ_RELIABILITY_BOUND_CASE, or from the export list), and name the
+// places of their bitmap arguments, each given null and spoiled in turn.
 #pragma once
 
 #include <rzimg.h>
@@ -25,6 +24,13 @@
 namespace rz::test {
 
 using OpCall = std::function<int32_t(BitmapDesc *)>;
+
+// What an operation documents against the sweeps' pixel rules.
+enum : unsigned {
+    kRegionIgnored = 1,          // pixels outside the region change too
+    kWritesBeforeAllocating = 2, // a failed allocation can leave rows written
+    kAllOrNothing = 4,           // a stop leaves the bitmap as it was
+};
 
 // A bitmap argument of a bound call.
 struct BitmapPlace {
@@ -56,16 +62,17 @@ struct ReliabilityCase {
     std::vector<int32_t> failureStatuses{ST_FAILURE};
     // Size of the sweeps' bitmaps when the case needs its own (0: the default).
     int32_t width = 0, height = 0;
+    unsigned pixels = 0;              // kRegionIgnored...
+    std::vector<std::string> layouts; // a costly case's layouts (empty: all)
 };
 
 // `call`, or `bind` for cases that have one.
 BoundCall Bind(const ReliabilityCase &c, BitmapDesc *bmp);
 
 // An export-list operation bound to a prepared bitmap: the bitmap in its
-// first bitmap place (or first in a list, with a copy after it), copies of
-// it for further bitmaps (null where null is accepted), a fresh result
-// descriptor, null tables and the registry's defaults. `adjust` may change
-// the arguments (by index) and return inputs it made, kept with the call.
+// first bitmap place (or first in a list, a copy after it), copies for
+// further bitmaps (null where accepted), a fresh result, null tables and the
+// defaults. `adjust` may change the arguments and return inputs it made.
 using ArgAdjust = std::function<std::shared_ptr<void>(std::vector<Arg> &args, BitmapDesc *prepared)>;
 BoundCall BindRegistry(const OpInfo &op, BitmapDesc *bmp, int32_t nullStatus, const ArgAdjust &adjust = {});
 
@@ -76,7 +83,8 @@ std::vector<ReliabilityCase> &ReliabilityCases();
 
 struct ReliabilityRegistrar {
     ReliabilityRegistrar(const char *name, OpCall call, int32_t nullStatus = ST_NULL_POINTER,
-                         std::vector<int32_t> failureStatuses = {ST_FAILURE}, int32_t width = 0, int32_t height = 0);
+                         std::vector<int32_t> failureStatuses = {ST_FAILURE}, int32_t width = 0, int32_t height = 0,
+                         std::vector<std::string> layouts = {});
     // A registry operation with adjusted arguments.
     ReliabilityRegistrar(const char *name, ArgAdjust adjust, int32_t nullStatus = ST_NULL_POINTER,
                          std::vector<int32_t> failureStatuses = {ST_FAILURE});
