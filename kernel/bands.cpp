@@ -35,7 +35,8 @@ void TransposeBand(const BandMap &m, uint8_t *band, size_t bandStride, int64_t r
 #if defined(__SSE2__)
     if constexpr ((E == 1 || E == 2) && !KeepFourth) {
         using U = std::conditional_t<E == 1, uint8_t, uint16_t>;
-        return MoveBlocks<E, ToStored, false>(s, rows, x0, x1, Sse2Kernel<U>{});
+        return MoveRect<E, ToStored, false>(s, MoveBlocks<E, ToStored, false>(s, 0, rows, x0, x1, Sse2Kernel<U>{}),
+                                            rows, x0, x1);
     }
 #endif
     MoveRect<E, ToStored, KeepFourth>(s, 0, rows, x0, x1);

@@ -135,22 +135,23 @@ inline void MoveRect(const BandSide &s, int64_t i0, int64_t i1, int64_t x0, int6
 // scratch first (back after, when writing): stored rows a multiple of 4 KiB
 // apart share cache sets, so the kernels work on the scratch and the stored
 // side moves whole lines. Runs hold band rows at ascending addresses; with
-// dir -1 these are the band rows in reverse. The strips the blocks leave go
-// through the plain loop.
+// dir -1 these are the band rows in reverse. Covers band rows from `first`
+// in whole blocks and returns where it stopped; the columns the blocks leave
+// go through the plain loop.
 template <int E, bool ToStored, bool KeepFourth, class Kernel>
-__attribute__((always_inline)) inline void MoveBlocks(const BandSide &s, int64_t rows, int64_t x0, int64_t x1,
-                                                      const Kernel &kernel) {
+__attribute__((always_inline)) inline int64_t MoveBlocks(const BandSide &s, int64_t first, int64_t rows, int64_t x0,
+                                                         int64_t x1, const Kernel &kernel) {
     constexpr int N = Kernel::kLines, R = Kernel::kRows;
     constexpr int64_t kChunk = 64; // band rows staged at once, a multiple of R
     static_assert(kChunk % R == 0);
     alignas(64) uint8_t scratch[N][size_t(kChunk) * E];
     const int64_t xEnd = x0 + (x1 - x0) / N * N;
-    const int64_t iEnd = rows / R * R;
-    for (int64_t i0 = 0; i0 < iEnd;) {
+    const int64_t iEnd = first + (rows - first) / R * R;
+    constexpr int ahead = 2; // blocks of columns: the runs lie on other pages, out of the prefetchers' reach
+    for (int64_t i0 = first; i0 < iEnd;) {
         const int64_t i1 = std::min(iEnd, i0 + kChunk);
         const size_t runBytes = size_t(i1 - i0) * E;
         const int64_t low = s.m.dir > 0 ? i0 : i1 - 1; // band row at the run's lowest address
-        constexpr int ahead = 2; // blocks of columns; the runs are on other pages, out of the prefetchers' reach
         for (int64_t x = x0; x < xEnd; x += N) {
             if (x + ahead * N < xEnd)
                 for (int k = 0; k < N; ++k) {
@@ -176,7 +177,7 @@ __attribute__((always_inline)) inline void MoveBlocks(const BandSide &s, int64_t
         if (xEnd < x1) MoveRect<E, ToStored, KeepFourth>(s, i0, i1, xEnd, x1);
         i0 = i1;
     }
-    if (iEnd < rows) MoveRect<E, ToStored, KeepFourth>(s, iEnd, rows, x0, x1);
+    return iEnd;
 }
 
 #if defined(__SSE2__)
@@ -325,9 +326,17 @@ template <int E, bool KeepFourth> struct VbmiKernel {
     }
 };
 
+// Rows short of a whole block (one band row block is 64 rows at one byte a
+// pixel) go through the SSE2 kernel where it applies, then the plain loop.
 template <int E, bool ToStored, bool KeepFourth>
 RZ_VBMI void TransposeBandVbmi(const BandSide &s, int64_t rows, int64_t x0, int64_t x1) {
-    MoveBlocks<E, ToStored, KeepFourth>(s, rows, x0, x1, VbmiKernel<E, KeepFourth>{});
+    int64_t done = MoveBlocks<E, ToStored, KeepFourth>(s, 0, rows, x0, x1, VbmiKernel<E, KeepFourth>{});
+#if defined(__SSE2__)
+    if constexpr ((E == 1 || E == 2) && !KeepFourth)
+        done = MoveBlocks<E, ToStored, false>(s, done, rows, x0, x1,
+                                              Sse2Kernel<std::conditional_t<E == 1, uint8_t, uint16_t>>{});
+#endif
+    MoveRect<E, ToStored, KeepFourth>(s, done, rows, x0, x1);
 }
 
 inline bool HasVbmi() {

@@ -42,7 +42,8 @@ std::vector<uint8_t> Noise(size_t n, uint32_t seed) {
 }
 
 // Stored 157 x 45: view rows are 45 pixels, 157 of them. The band takes
-// rows [5, 146) (two chunks of 64 and a rest) and columns [2, 43).
+// rows [5, 146) (two chunks of 64 and a rest that smaller blocks and the
+// plain loop share) and columns [2, 43).
 constexpr int32_t kStoredW = 157, kStoredH = 45, kRow0 = 5, kRows = 141, kX0 = 2, kX1 = 43;
 
 enum class Kernel { Sse2, Vbmi };
@@ -53,7 +54,9 @@ bool RunBlocks(Kernel k, const BandSide &s, int64_t rows, int64_t x0, int64_t x1
     if (k == Kernel::Sse2) {
 #if defined(__SSE2__)
         if constexpr ((E == 1 || E == 2) && !Keep) {
-            MoveBlocks<E, ToStored, false>(s, rows, x0, x1, Sse2Kernel<std::conditional_t<E == 1, uint8_t, uint16_t>>{});
+            using U = std::conditional_t<E == 1, uint8_t, uint16_t>;
+            MoveRect<E, ToStored, false>(s, MoveBlocks<E, ToStored, false>(s, 0, rows, x0, x1, Sse2Kernel<U>{}), rows,
+                                         x0, x1);
             return true;
         }
 #endif
