@@ -75,8 +75,10 @@ int32_t ReadRegionSpans(RowContext *ctx, int32_t row, int32_t *spans, uint32_t *
     return 1;
 }
 
-// Stored rows a band holds: about 256 KiB, 8 to 64 rows, a multiple of 8
-// (the kernel transposes 8 x 8 blocks).
+// Stored rows a band holds: about 256 KiB, 8 to 64 rows, a multiple of 8,
+// and at least enough for whole cache lines of each stored column (64 rows
+// at one or three bytes a pixel, 32 at two or six), so that neighbouring
+// bands never share a line.
 int32_t BandRowsFor(uint32_t rowBytes, int32_t bits) {
     const uint32_t rows = (256u * 1024u) / std::max<uint32_t>(rowBytes, 1);
     const uint32_t e = static_cast<uint32_t>(bits / 8);
