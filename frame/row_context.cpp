@@ -75,11 +75,16 @@ int32_t ReadRegionSpans(RowContext *ctx, int32_t row, int32_t *spans, uint32_t *
     return 1;
 }
 
-// Stored rows a band holds: about 256 KiB, 8 to 64 rows, a multiple of 8
-// (the kernel transposes 8 x 8 blocks).
-int32_t BandRowsFor(uint32_t rowBytes) {
+// Stored rows a band holds: about 256 KiB, 8 to 64 rows, a multiple of 8,
+// and at least enough for whole cache lines of each stored column (64 rows
+// at one or three bytes a pixel, 32 at two or six), so that neighbouring
+// bands never share a line.
+int32_t BandRowsFor(uint32_t rowBytes, int32_t bits) {
     const uint32_t rows = (256u * 1024u) / std::max<uint32_t>(rowBytes, 1);
-    return static_cast<int32_t>(std::clamp<uint32_t>(rows, 8, 64) & ~7u);
+    const uint32_t e = static_cast<uint32_t>(bits / 8);
+    uint32_t whole = 64;
+    while (whole > 8 && (whole / 2 * e) % 64 == 0) whole /= 2;
+    return static_cast<int32_t>(std::clamp<uint32_t>(std::max(rows, whole), 8, 64) & ~7u);
 }
 
 // In views 5-8 a row is a stored column: rows move in bands, whole-byte
@@ -88,16 +93,22 @@ int32_t SetUpBands(RowContext *ctx) {
     const BitmapDesc *bmp = ctx->pBitmap;
     ctx->nReadBandTop = ctx->nWriteBandTop = -1;
     if (bmp->nViewPerspective < 5 || bmp->nBitsPerPixel % 8 != 0 || ctx->nRows < 2 || ctx->nRowBytes == 0) return 1;
-    ctx->nBandRows = std::min(BandRowsFor(ctx->nRowBytes), (ctx->nRows + 7) & ~7);
+    ctx->nBandRows = std::min(BandRowsFor(ctx->nRowBytes, bmp->nBitsPerPixel), (ctx->nRows + 7) & ~7);
     const size_t rows = static_cast<size_t>(ctx->nBandRows);
     ctx->nBandSpanStride = std::max<uint32_t>(ctx->nSpanCapacity, 2);
     // Rows a multiple of 4 KiB apart would share cache sets: one line more.
     ctx->nBandStride = ((ctx->nRowBytes + 63) & ~63u) + 64;
-    ctx->pReadBand = static_cast<uint8_t *>(KrnMemAlloc(rows * ctx->nBandStride));
-    ctx->pWriteBand = static_cast<uint8_t *>(KrnMemAlloc(rows * ctx->nBandStride));
-    ctx->pBandSpans = static_cast<int32_t *>(KrnMemAlloc(rows * ctx->nBandSpanStride * sizeof(int32_t)));
-    ctx->pBandSpanCounts = static_cast<uint32_t *>(KrnMemAlloc(rows * sizeof(uint32_t)));
-    if (!ctx->pReadBand || !ctx->pWriteBand || !ctx->pBandSpans || !ctx->pBandSpanCounts) return ST_FAILURE;
+    // One block for both bands and the spans: operations open a context per
+    // call, and one large block is kept by the allocator between calls where
+    // several are handed back to the system and faulted in again.
+    const size_t band = rows * ctx->nBandStride;
+    const size_t spans = rows * ctx->nBandSpanStride * sizeof(int32_t);
+    auto *block = static_cast<uint8_t *>(KrnMemAlloc(2 * band + spans + rows * sizeof(uint32_t)));
+    if (!block) return ST_FAILURE;
+    ctx->pReadBand = block;
+    ctx->pWriteBand = block + band;
+    ctx->pBandSpans = reinterpret_cast<int32_t *>(block + 2 * band);
+    ctx->pBandSpanCounts = reinterpret_cast<uint32_t *>(block + 2 * band + spans);
     return 1;
 }
 
@@ -315,10 +326,7 @@ RowContextPtr MakeRowContext(BitmapDesc *bmp, uint32_t mode, int32_t &status) {
 int32_t FreeRowContext(RowContext *ctx) {
     if (!ctx) return 1;
     if (ctx->pBitmap) FlushRows(ctx);
-    KrnMemFree(ctx->pReadBand);
-    KrnMemFree(ctx->pWriteBand);
-    KrnMemFree(ctx->pBandSpans);
-    KrnMemFree(ctx->pBandSpanCounts);
+    KrnMemFree(ctx->pReadBand); // with the write band and the spans
     if (ctx->pPaletteBitmap) {
         KrnReleaseBitmapAccess(ctx->pPaletteBitmap);
         KrnFreeBitmap(ctx->pPaletteBitmap);

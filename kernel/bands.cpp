@@ -3,98 +3,24 @@
 // In the transposed views a view row is a stored column, so a row on its own
 // costs a cache line and a page per pixel. A band of R rows reads (writes)
 // R neighbouring stored pixels from each line it touches: a blocked
-// transpose that costs about one row's memory traffic for R rows. Blocks of
-// 8 x 8 one- and two-byte samples go through SSE2 registers; wider pixels
-// move one at a time with their width compiled in.
+// transpose that costs about one row's memory traffic for R rows
+// (transpose.h: AVX-512 byte permutes for every pixel width where the
+// processor has them, else SSE2 8 x 8 blocks of one- and two-byte pixels,
+// else one pixel at a time with its width compiled in).
 //
 // The fast path covers whole-byte depths with the byte window on pixel
 // boundaries (what the row context asks for); anything else, and the other
 // views, go row by row through the single-row services, so every call gives
 // exactly what the same rows read or written one at a time would give.
-#include "internal.h"
+#include "transpose.h"
 
 #include <algorithm>
 #include <cstring>
 
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
-
 using namespace krn;
+using namespace krn::bands;
 
 namespace {
-
-// The stored side of a band in a transposed view: view pixel (x, row0 + i)
-// is stored pixel (sx0 + dir * i) of stored row (ay + by * x).
-struct BandMap {
-    const uint8_t *data;
-    ptrdiff_t stride;
-    int64_t ay, by;
-    int64_t sx0;
-    int dir; // +1 or -1
-
-    BandMap(const BitmapDesc *b, int view, int64_t row0) {
-        const ViewMap m = MakeViewMap(view, b->nStoredWidth, b->nStoredHeight);
-        data = b->pData;
-        stride = ptrdiff_t(b->nStride);
-        ay = m.ay;
-        by = m.by;
-        sx0 = m.ax + m.cx * row0;
-        dir = int(m.cx);
-    }
-    uint8_t *row(int64_t x) const { return const_cast<uint8_t *>(data) + ptrdiff_t(ay + by * x) * stride; }
-};
-
-#if defined(__SSE2__)
-// 8 x 8 bytes: out[j] byte k = in[k] byte j.
-inline void Transpose8x8(const uint8_t *const in[8], uint8_t *const out[8]) {
-    auto ld = [](const uint8_t *p) { return _mm_loadl_epi64(reinterpret_cast<const __m128i *>(p)); };
-    const __m128i b0 = _mm_unpacklo_epi8(ld(in[0]), ld(in[1]));
-    const __m128i b1 = _mm_unpacklo_epi8(ld(in[2]), ld(in[3]));
-    const __m128i b2 = _mm_unpacklo_epi8(ld(in[4]), ld(in[5]));
-    const __m128i b3 = _mm_unpacklo_epi8(ld(in[6]), ld(in[7]));
-    const __m128i c0 = _mm_unpacklo_epi16(b0, b1), c1 = _mm_unpackhi_epi16(b0, b1);
-    const __m128i c2 = _mm_unpacklo_epi16(b2, b3), c3 = _mm_unpackhi_epi16(b2, b3);
-    const __m128i d[4] = {_mm_unpacklo_epi32(c0, c2), _mm_unpackhi_epi32(c0, c2), _mm_unpacklo_epi32(c1, c3),
-                          _mm_unpackhi_epi32(c1, c3)};
-    for (int k = 0; k < 4; ++k) {
-        _mm_storel_epi64(reinterpret_cast<__m128i *>(out[2 * k]), d[k]);
-        _mm_storel_epi64(reinterpret_cast<__m128i *>(out[2 * k + 1]), _mm_unpackhi_epi64(d[k], d[k]));
-    }
-}
-
-// 8 x 8 16-bit words.
-inline void Transpose8x8(const uint16_t *const in[8], uint16_t *const out[8]) {
-    auto ld = [](const uint16_t *p) { return _mm_loadu_si128(reinterpret_cast<const __m128i *>(p)); };
-    const __m128i a0 = ld(in[0]), a1 = ld(in[1]), a2 = ld(in[2]), a3 = ld(in[3]);
-    const __m128i a4 = ld(in[4]), a5 = ld(in[5]), a6 = ld(in[6]), a7 = ld(in[7]);
-    const __m128i b0 = _mm_unpacklo_epi16(a0, a1), b1 = _mm_unpackhi_epi16(a0, a1);
-    const __m128i b2 = _mm_unpacklo_epi16(a2, a3), b3 = _mm_unpackhi_epi16(a2, a3);
-    const __m128i b4 = _mm_unpacklo_epi16(a4, a5), b5 = _mm_unpackhi_epi16(a4, a5);
-    const __m128i b6 = _mm_unpacklo_epi16(a6, a7), b7 = _mm_unpackhi_epi16(a6, a7);
-    const __m128i c0 = _mm_unpacklo_epi32(b0, b2), c1 = _mm_unpackhi_epi32(b0, b2);
-    const __m128i c2 = _mm_unpacklo_epi32(b1, b3), c3 = _mm_unpackhi_epi32(b1, b3);
-    const __m128i c4 = _mm_unpacklo_epi32(b4, b6), c5 = _mm_unpackhi_epi32(b4, b6);
-    const __m128i c6 = _mm_unpacklo_epi32(b5, b7), c7 = _mm_unpackhi_epi32(b5, b7);
-    const __m128i d[8] = {_mm_unpacklo_epi64(c0, c4), _mm_unpackhi_epi64(c0, c4), _mm_unpacklo_epi64(c1, c5),
-                          _mm_unpackhi_epi64(c1, c5), _mm_unpacklo_epi64(c2, c6), _mm_unpackhi_epi64(c2, c6),
-                          _mm_unpacklo_epi64(c3, c7), _mm_unpackhi_epi64(c3, c7)};
-    for (int k = 0; k < 8; ++k) _mm_storeu_si128(reinterpret_cast<__m128i *>(out[k]), d[k]);
-}
-#endif
-
-// One pixel of E bytes; for 32 and 64 bits the stored fourth channel may stay.
-template <int E, bool KeepFourth> inline void MovePixel(uint8_t *to, const uint8_t *from) {
-    if constexpr (KeepFourth) {
-        constexpr int c = E / 4; // bytes of one channel
-        uint8_t px[E];
-        std::memcpy(px, from, E - c);
-        std::memcpy(px + E - c, to + E - c, c);
-        std::memcpy(to, px, E);
-    } else {
-        std::memcpy(to, from, E);
-    }
-}
 
 // Moves the pixels of view columns [x0, x1) of `rows` band rows between the
 // band (row i at band + i * bandStride, pixel x at byte (x - xb) * E) and
@@ -102,71 +28,18 @@ template <int E, bool KeepFourth> inline void MovePixel(uint8_t *to, const uint8
 template <int E, bool ToStored, bool KeepFourth>
 void TransposeBand(const BandMap &m, uint8_t *band, size_t bandStride, int64_t rows, int64_t x0, int64_t x1,
                    int64_t xb) {
-    constexpr int64_t T = 8;
-    auto bandAt = [&](int64_t i, int64_t x) { return band + size_t(i) * bandStride + size_t(x - xb) * E; };
-    auto storedAt = [&](int64_t i, int64_t x) { return m.row(x) + (m.sx0 + m.dir * i) * E; };
-    // Each stored run lies on another page: the hardware prefetchers stop
-    // there, so the runs a few columns ahead are asked for by hand.
-    constexpr int64_t kAhead = 16;
-    const int64_t lowRow = m.dir > 0 ? 0 : rows - 1;
-    const int64_t runBytes = rows * E;
-    auto prefetch = [&](int64_t x) {
-        if (x >= x1) return;
-        const uint8_t *p = storedAt(lowRow, x);
-        for (int64_t b = 0; b < runBytes; b += 64) __builtin_prefetch(p + b, 0, 2);
-        __builtin_prefetch(p + runBytes - 1, 0, 2);
-    };
-    int64_t x = x0;
+    const BandSide s{m, band, bandStride, xb, E};
+#if defined(__GNUC__) && defined(__x86_64__)
+    if (HasVbmi()) return TransposeBandVbmi<E, ToStored, KeepFourth>(s, rows, x0, x1);
+#endif
 #if defined(__SSE2__)
     if constexpr ((E == 1 || E == 2) && !KeepFourth) {
         using U = std::conditional_t<E == 1, uint8_t, uint16_t>;
-        for (; x + T <= x1; x += T) {
-            for (int64_t k = 0; k < T; ++k) prefetch(x + kAhead + k);
-            int64_t i = 0;
-            for (; i + T <= rows; i += T) {
-                // Stored pixels of band rows i..i+7 lie at ascending addresses
-                // from `low`; with dir -1 the rows come in reverse order.
-                const U *stored[T];
-                U *bandRows[T];
-                for (int k = 0; k < T; ++k) {
-                    const int64_t ri = m.dir > 0 ? i + k : i + T - 1 - k;
-                    bandRows[k] = reinterpret_cast<U *>(bandAt(ri, x));
-                    stored[k] = reinterpret_cast<const U *>(storedAt(m.dir > 0 ? i : i + T - 1, x + k));
-                }
-                if constexpr (ToStored)
-                    Transpose8x8(const_cast<const U *const *>(bandRows), const_cast<U *const *>(stored));
-                else
-                    Transpose8x8(stored, bandRows);
-            }
-            for (; i < rows; ++i)
-                for (int64_t k = x; k < x + T; ++k) {
-                    if constexpr (ToStored)
-                        MovePixel<E, false>(storedAt(i, k), bandAt(i, k));
-                    else
-                        MovePixel<E, false>(bandAt(i, k), storedAt(i, k));
-                }
-        }
+        return MoveRect<E, ToStored, false>(s, MoveBlocks<E, ToStored, false>(s, 0, rows, x0, x1, Sse2Kernel<U>{}),
+                                            rows, x0, x1);
     }
 #endif
-    // Wider pixels: eight columns at a time, so that eight stored lines are
-    // in flight at once, and each band row gets eight neighbouring pixels.
-    const ptrdiff_t step = m.dir * E;
-    for (; x < x1; x += T) {
-        const int64_t n = std::min(T, x1 - x);
-        for (int64_t k = 0; k < n; ++k) prefetch(x + kAhead + k);
-        uint8_t *s[T];
-        for (int64_t k = 0; k < n; ++k) s[k] = storedAt(0, x + k);
-        uint8_t *bp = bandAt(0, x);
-        for (int64_t i = 0; i < rows; ++i, bp += bandStride) {
-            for (int64_t k = 0; k < n; ++k) {
-                if constexpr (ToStored)
-                    MovePixel<E, KeepFourth>(s[k], bp + k * E);
-                else
-                    MovePixel<E, false>(bp + k * E, s[k]);
-                s[k] += step;
-            }
-        }
-    }
+    MoveRect<E, ToStored, KeepFourth>(s, 0, rows, x0, x1);
 }
 
 template <bool ToStored, bool KeepFourth = false>

@@ -176,7 +176,7 @@ RZKRN_API int32_t RZAPI KrnAllocBitmap(BitmapDesc *pBitmap) {
     int32_t st = ComputeLayout(storedW, storedH, pBitmap->nBitsPerPixel, &stride, &total);
     if (st != KRN_OK)
         return st;
-    void *pixels = KrnMemAllocZeroed(total ? total : 4, 1);
+    void *pixels = AllocPixelBlock(total);
     if (!pixels)
         return KRN_FAILURE;
     if (pBitmap->uFlags & BMF_ALLOCATED)
@@ -457,7 +457,7 @@ RZKRN_API int32_t RZAPI KrnChangeViewPerspective(BitmapDesc *pDest, BitmapDesc *
     size_t total = 0;
     if ((st = ComputeLayout(w, h, bits, &stride, &total)) != KRN_OK)
         return st;
-    Block pixels(KrnMemAllocZeroed(total ? total : 4, 1));
+    Block pixels(AllocPixelBlock(total));
     if (!pixels)
         return KRN_FAILURE;
     for (int64_t y = 0; y < h; ++y)

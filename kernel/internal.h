@@ -25,6 +25,10 @@ int32_t ComputeLayout(int64_t width, int64_t height, int bits, uint32_t *stride,
 // Geometry of a descriptor whose fields are consistent (KRN_OK) or -2.
 int32_t CheckGeometry(const BitmapDesc *b);
 
+// A zero-filled pixel block (freed by KrnMemFree), aligned for column
+// passes; counted and failure-injected like KrnMemAllocZeroed.
+void *AllocPixelBlock(size_t size);
+
 // Rows in an explicit view (the descriptor must have passed KrnValidateBitmap;
 // row and view are trusted). View width is derived from the stored size.
 void ReadViewRow(const BitmapDesc *b, int view, uint8_t *dst, int64_t row, uint32_t first, uint32_t count);

@@ -9,8 +9,15 @@
 // failure.
 #include "rzkrn.h"
 
+#include "internal.h"
+
 #include <atomic>
 #include <cstdlib>
+#include <cstring>
+
+#if defined(__linux__)
+#include <sys/mman.h>
+#endif
 
 namespace {
 
@@ -39,6 +46,29 @@ void *Counted(void *block) {
 }
 
 } // namespace
+
+namespace krn {
+
+// A column pass touches one page per stored row: with 4 KiB pages a pass
+// over a large picture misses the TLB on every cache line, so large blocks
+// ask for huge pages (on a huge-page boundary). Small ones start on a cache
+// line, so that band transposes read whole lines.
+void *AllocPixelBlock(size_t size) {
+    constexpr size_t kHuge = size_t(2) << 20;
+    if (size == 0) size = 4;
+    const size_t align = size >= kHuge ? kHuge : 64;
+    if (size > SIZE_MAX - align || InjectedFailure()) return nullptr;
+    const size_t rounded = (size + align - 1) / align * align;
+    void *block = std::aligned_alloc(align, rounded);
+    if (!block) return nullptr;
+#if defined(__linux__) && defined(MADV_HUGEPAGE)
+    if (align == kHuge) madvise(block, rounded, MADV_HUGEPAGE); // advice only: failure changes nothing
+#endif
+    std::memset(block, 0, rounded);
+    return Counted(block);
+}
+
+} // namespace krn
 
 extern "C" {
 

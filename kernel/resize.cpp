@@ -96,7 +96,7 @@ int32_t Resize(BitmapDesc *b, const Channels &c, int64_t dw, int64_t dh, int32_t
     Block stored(KrnMemAlloc(size_t(KrnBitmapRowBytes(b)) + 8));
     Block decoded(KrnMemAlloc(KrnCheckedSize(size_t(sw), size_t(C), sizeof(T))));
     Block outRow(KrnMemAlloc(KrnCheckedSize(rowSamples, sizeof(T), 1)));
-    Block pixels(KrnMemAllocZeroed(total ? total : 4, 1));
+    Block pixels(AllocPixelBlock(total));
     if (!rowSamples || !columns || !stored || !decoded || !outRow || !pixels) return KRN_FAILURE;
 
     KernelProgress progress(sh + dh);
