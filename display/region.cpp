@@ -333,7 +333,7 @@ RZDIS_API int32_t RZAPI DisSetRegionPolygon(BitmapDesc *pBitmap, const RzPoint *
                                             int32_t nFillMode, int32_t nCombine) {
     return guarded([&] {
         return applyShape(pBitmap, nCombine, [&](const View &v, RunTable &t) {
-            if (nCount < 0 || (nCount > 0 && !pPoints) ||
+            if (nCount < 0 || nCount > DIS_MAX_POLYGON_POINTS || (nCount > 0 && !pPoints) ||
                 (nFillMode != DIS_FILL_ALTERNATE && nFillMode != DIS_FILL_WINDING))
                 return KRN_INVALID_PARAMETER;
             return rasterisePolygon(pPoints, nCount, nFillMode == DIS_FILL_WINDING, v.w, v.h, t);

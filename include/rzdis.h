@@ -51,7 +51,9 @@ RZDIS_API int32_t RZAPI DisIsPtInRegion(const BitmapDesc *pBitmap, int32_t x, in
 RZDIS_API int32_t RZAPI DisSetRegionRect(BitmapDesc *pBitmap, const RzRect *pRect, int32_t nCombine);
 /* The ellipse inscribed in the rectangle; pixel centres inside or on it are in. */
 RZDIS_API int32_t RZAPI DisSetRegionEllipse(BitmapDesc *pBitmap, const RzRect *pRect, int32_t nCombine);
-/* A closed polygon; pixel centres inside by the fill rule are in. */
+/* A closed polygon; pixel centres inside by the fill rule are in. At most
+ * DIS_MAX_POLYGON_POINTS points: more give -13 before any memory is taken. */
+#define DIS_MAX_POLYGON_POINTS (1 << 20)
 RZDIS_API int32_t RZAPI DisSetRegionPolygon(BitmapDesc *pBitmap, const RzPoint *pPoints, int32_t nCount,
                                             int32_t nFillMode, int32_t nCombine);
 /* Pixels of the mask (placed at view (0, 0), read in its own view; any

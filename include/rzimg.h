@@ -818,10 +818,10 @@ typedef struct StatisticsInfo {
  * one gives ST_INVALID_PARAMETER (-13). Within them a call may still give
  * ST_FAILURE (-1) when the memory is not there. Bitmaps are bounded by the
  * kernel's KRN_MAX_PIXELS and KRN_MAX_BITMAP_BYTES, lists by
- * KRN_MAX_LIST_ITEMS. Windows and cells (rank filters, oilify, mosaics,
- * pixelate, tiles, glass) have no limit of their own: they are clipped to
- * the bitmap, so neither their memory nor their work grows past what a
- * window of the bitmap's size costs. */
+ * KRN_MAX_LIST_ITEMS, region polygons by DIS_MAX_POLYGON_POINTS. Windows and
+ * cells (rank filters, oilify, mosaics, pixelate, tiles, glass) have no limit
+ * of their own: they are clipped to the bitmap, so neither their memory nor
+ * their work grows past what a window of the bitmap's size costs. */
 #define RZ_MAX_RECORDS 65536    /* entries of a table or records of an array argument */
 #define RZ_MAX_KERNEL_SIDE 1024 /* width and height of a convolution kernel */
 /* ---- end of limits ---- */

@@ -127,6 +127,18 @@ TEST(Limits, ListEntries) {
     KrnFreeBitmap(&d);
 }
 
+// ---- Region polygons ----
+
+TEST(Limits, PolygonPoints) {
+    Bitmap b(FindLayout("grey8"), 8, 8);
+    std::vector<RzPoint> points(DIS_MAX_POLYGON_POINTS + 1);
+    for (size_t i = 0; i < points.size(); ++i) points[i] = {int32_t(i % 7), int32_t(i % 5)};
+    CheckLimit({"polygon",
+                [&] { return DisSetRegionPolygon(b.get(), points.data(), DIS_MAX_POLYGON_POINTS, DIS_FILL_WINDING, DIS_RGN_SET); },
+                [&] { return DisSetRegionPolygon(b.get(), points.data(), DIS_MAX_POLYGON_POINTS + 1, DIS_FILL_WINDING, DIS_RGN_SET); }});
+    EXPECT_FALSE(DisBitmapHasRegion(b.get()));
+}
+
 // ---- Operations: tables, records and kernels ----
 
 TEST(Limits, TablesAndRecords) {
