@@ -25,9 +25,6 @@ bool IsScalar(const rz::ParamInfo &p) { return p.kind == rz::ParamKind::I32 || p
 // The size of a result descriptor is the tool's business.
 bool IsStructSize(const rz::ParamInfo &p) { return std::string_view(p.name) == "uStructSize"; }
 
-// A bitmap argument given as an image file.
-bool IsOperand(const rz::ParamInfo &p) { return p.kind == rz::ParamKind::Source || p.kind == rz::ParamKind::List; }
-
 // A word that reads as a number goes to a scalar; anything else is a file.
 bool LooksNumeric(std::string_view w) {
     if (w.starts_with('+') || w.starts_with('-')) w.remove_prefix(1);

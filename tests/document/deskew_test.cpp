@@ -151,7 +151,9 @@ TEST(Deskew, DirectMeasurementMatchesNaiveScores) {
         EXPECT_EQ(got, NaiveAngle(b.get(), n, L));
         EXPECT_EQ(b.storedBytes(), stored) << "measure-only changed the page";
         const bool negated = c.view == 1 || c.view == 2 || c.view == 6 || c.view == 8;
-        if (c.ink != ~0ull) EXPECT_TRUE(negated ? got < 0 : got > 0) << got;
+        if (c.ink != ~0ull) {
+            EXPECT_TRUE(negated ? got < 0 : got > 0) << got;
+        }
     }
 }
 
@@ -193,7 +195,9 @@ TEST(Deskew, SkewedPagesComeOutStraight) {
     for (int bits : {1, 8, 24}) {
         SCOPED_TRACE(bits);
         Bitmap b = FromPage(page, bits == 1 ? 1 : 8);
-        if (bits == 24) ASSERT_EQ(KrnConvertBitmap(b.get(), b.get(), BITMAPDESC_SIZE, 24, KRN_ORDER_BGR, 0, 0), 1);
+        if (bits == 24) {
+            ASSERT_EQ(KrnConvertBitmap(b.get(), b.get(), BITMAPDESC_SIZE, 24, KRN_ORDER_BGR, 0, 0), 1);
+        }
         int32_t angle = 0, after = 0;
         ASSERT_EQ(Rz_DeskewBitmap(b.get(), &angle, 0xFFFFFF, 0x1000), 1);
         EXPECT_NEAR(angle, -310, 12);

@@ -443,7 +443,7 @@ TEST_F(ToolTest, BitmapArgumentsAreImageFiles) {
         if (x < 10 || x >= 22 || y < 5 || y >= 13) return InputPixel(x, y);
         const uint64_t s = logoPixel(x - 10, y - 5);
         int c = 0;
-        return PerChannel(InputPixel(x, y), [&](int d) { return ((int(s >> (8 * c++)) & 255) - d) * 255 + 256 * d >> 8; });
+        return PerChannel(InputPixel(x, y), [&](int d) { return (((int(s >> (8 * c++)) & 255) - d) * 255 + 256 * d) >> 8; });
     }));
     // The average of the same picture twice is the picture.
     ASSERT_EQ(Run({input_, "add", input_, input_, "flags=1", out}).code, 0);
