@@ -1,6 +1,6 @@
-// Shared pieces of the file tests: a scratch folder, raw file bytes, a file
-// loaded into the shared test bitmap, and the colour any pixel shows read
-// from its stored sample and palette, so pictures at different depths compare.
+// Shared pieces of the file tests: a scratch folder, file bytes, a loaded
+// file, and the colour a pixel shows (stored sample through its palette),
+// so pictures at different depths compare.
 #pragma once
 
 #include "support/bitmaps.h"
@@ -13,47 +13,37 @@
 #include <atomic>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <unistd.h>
 
 namespace rz::test {
 
 // A fresh folder, removed with its contents at the end.
-class TempDir {
-  public:
-    TempDir() {
-        static std::atomic<int> n{0};
-        dir_ = std::filesystem::temp_directory_path() /
-               ("rzfil-test-" + std::to_string(getpid()) + "-" + std::to_string(n++));
-        std::filesystem::remove_all(dir_);
-        std::filesystem::create_directories(dir_);
-    }
-    ~TempDir() {
-        std::error_code ec;
-        std::filesystem::remove_all(dir_, ec);
-    }
-    std::string path(const std::string &name) const { return (dir_ / name).string(); }
+struct TempDir {
+    inline static std::atomic<int> count{0};
+    const std::filesystem::path dir = std::filesystem::temp_directory_path() /
+        ("rzfil-test-" + std::to_string(getpid()) + "-" + std::to_string(count++));
+    TempDir() { std::filesystem::create_directories(dir); }
+    ~TempDir() { std::filesystem::remove_all(dir); }
+    std::string path(const std::string &name) const { return (dir / name).string(); }
     std::vector<std::string> names() const { // sorted, hidden files included
         std::vector<std::string> out;
-        for (const auto &e : std::filesystem::directory_iterator(dir_))
+        for (const auto &e : std::filesystem::directory_iterator(dir))
             out.push_back(e.path().filename().string());
         std::sort(out.begin(), out.end());
         return out;
     }
-
-  private:
-    std::filesystem::path dir_;
 };
 
-using Bytes = std::vector<uint8_t>;
+using Bytes = std::string;
 inline Bytes ReadBytes(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    std::stringstream s;
+    s << std::ifstream(path, std::ios::binary).rdbuf();
+    return s.str();
 }
-inline void WriteText(const std::string &path, const std::string &text) {
-    std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
+inline void WriteBytes(const std::string &path, const Bytes &b) {
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << b;
 }
-inline void WriteBytes(const std::string &path, const Bytes &b) { WriteText(path, std::string(b.begin(), b.end())); }
 
 inline int32_t Info(const std::string &path, RzFileInfo *info) {
     *info = RzFileInfo{};
@@ -64,8 +54,7 @@ inline int32_t Info(const std::string &path, RzFileInfo *info) {
 // A loaded file; the bitmap frees whatever the load gave it.
 struct Loaded : Bitmap {
     int32_t status;
-    explicit Loaded(const std::string &path, int32_t page = 0) : Bitmap(FindLayout("grey8"), 1, 1, 0) {
-        KrnFreeBitmap(get());
+    explicit Loaded(const std::string &path, int32_t page = 0) : Bitmap(OutputBitmap()) {
         status = Rz_LoadBitmap(path.c_str(), get(), BITMAPDESC_SIZE, page);
     }
 };
@@ -74,12 +63,6 @@ inline int32_t Save(const std::string &path, const BitmapDesc *b, int32_t format
                     int32_t compression = 0, int32_t quality = 0) {
     RzSaveOptions o{sizeof(RzSaveOptions), format, quality, compression};
     return Rz_SaveBitmap(path.c_str(), b, &o);
-}
-
-inline uint64_t Px(const BitmapDesc *b, int32_t x, int32_t y) {
-    uint64_t v = 0;
-    EXPECT_EQ(KrnGetPixel(b, x, y, &v), KRN_OK);
-    return v;
 }
 
 // What a pixel shows: 16-bit red, green, blue and alpha (65535 without a
@@ -93,7 +76,8 @@ struct Rgba {
     }
 };
 inline Rgba Look(const BitmapDesc *b, int32_t x, int32_t y) {
-    const uint64_t v = Px(b, x, y);
+    uint64_t v = 0;
+    EXPECT_EQ(KrnGetPixel(b, x, y, &v), KRN_OK);
     const int bits = b->nBitsPerPixel;
     if (bits <= 8 && b->nColorOrder == KRN_ORDER_GRAY) {
         const uint32_t g = uint32_t(v * 65535 / ((1u << bits) - 1));
@@ -109,11 +93,11 @@ inline Rgba Look(const BitmapDesc *b, int32_t x, int32_t y) {
         return {g, g, g, 65535};
     }
     const int w = bits <= 32 ? 8 : 16; // bits per channel
-    auto c = [&](int k) { return uint32_t((v >> (w * k)) & ((1u << w) - 1)) * (w == 8 ? 257 : 1); };
+    auto c = [&](int k) { return uint32_t(v >> (w * k) & ((1u << w) - 1)) * (w == 8 ? 257 : 1); };
     return {c(0), c(1), c(2), bits == 32 || bits == 64 ? c(3) : 65535};
 }
 
-// Every pixel shows the same (alpha compared only when asked); reports the first few that differ.
+// Every pixel shows the same (alpha only when asked); reports the first few that differ.
 inline void ExpectSamePicture(const BitmapDesc *src, const BitmapDesc *got, bool alpha = true) {
     ASSERT_EQ(std::tuple(got->nWidth, got->nHeight), std::tuple(src->nWidth, src->nHeight));
     int bad = 0;
