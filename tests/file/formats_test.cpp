@@ -1,8 +1,5 @@
-// Choosing the format, PNM byte for byte, what a save says it drops, and
-// saving through links.
+// Choosing the format, PNM byte for byte, and what a save says it drops.
 #include "file_helpers.h"
-
-#include <sys/stat.h>
 
 namespace rz::test {
 namespace {
@@ -103,30 +100,6 @@ TEST(FormatChoice, ContentOnLoadOptionOrNameOnSaveAndWhatASaveDrops) {
         const uint32_t grey = (e.rgbRed * 77u + e.rgbGreen * 150u + e.rgbBlue * 29u + 128) >> 8;
         ASSERT_EQ(g.pixel(i % 16, i / 16), grey) << i;
     }
-}
-
-// Saving over a symbolic link replaces the file it names (made when the
-// link dangles) and keeps that file's permissions.
-TEST(Links, SavingWritesThroughTheLink) {
-    TempDir dir;
-    Bitmap b(FindLayout("bgr24"), 5, 4, 2);
-    WriteBytes(dir.path("real.png"), "old");
-    ASSERT_EQ(chmod(dir.path("real.png").c_str(), 0640), 0);
-    ASSERT_EQ(symlink("real.png", dir.path("link.png").c_str()), 0);
-    ASSERT_EQ(symlink("made.png", dir.path("dangling.png").c_str()), 0);
-    ASSERT_EQ(Save(dir.path("link.png"), b.get()), ST_SUCCESS);
-    ASSERT_EQ(Save(dir.path("dangling.png"), b.get()), ST_SUCCESS);
-    struct stat st {};
-    for (const char *link : {"link.png", "dangling.png"})
-        EXPECT_TRUE(lstat(dir.path(link).c_str(), &st) == 0 && S_ISLNK(st.st_mode)) << link;
-    ASSERT_EQ(stat(dir.path("real.png").c_str(), &st), 0);
-    EXPECT_EQ(st.st_mode & 0777, 0640u);
-    for (const char *file : {"real.png", "made.png"}) {
-        Loaded l(dir.path(file));
-        ASSERT_EQ(l.status, ST_SUCCESS) << file;
-        ExpectSamePicture(b.get(), l.get());
-    }
-    EXPECT_EQ(dir.names().size(), 4u);
 }
 
 } // namespace

@@ -1,8 +1,7 @@
 // The file module against libpng, libtiff and libjpeg: every file we write,
 // in every view, is read back by us and by the peer; files the peers write
 // in layouts our saver never makes (interlacing, sBIT, short palettes,
-// transparency, tiles, separate planes, pages, white-is-zero, CMYK TIFF,
-// EXIF orientation) load as worked out by hand; metadata travels both ways.
+// pages, white-is-zero, CMYK TIFF, EXIF orientation) load as worked out by hand; metadata travels both ways.
 #include "file_helpers.h"
 
 #include <png.h>
@@ -25,9 +24,6 @@ struct PngSpec {
     int depth, type;
     std::vector<Blob> rows; // PNG's byte layout
     std::vector<png_color> palette = {};
-    Blob alphas = {}; // palette tRNS
-    bool key = false; // grey / RGB tRNS
-    png_color_16 keyColour{};
     int sbit = 0;
     bool interlace = false;
     uint32_t ppm = 0; // pHYs, pixels per metre
@@ -42,9 +38,6 @@ void WritePng(const std::string &path, const PngSpec &s) {
     png_set_IHDR(png, info, s.w, s.h, s.depth, s.type, s.interlace, 0, 0);
     if (!s.palette.empty())
         png_set_PLTE(png, info, s.palette.data(), int(s.palette.size()));
-    if (!s.alphas.empty() || s.key)
-        png_set_tRNS(png, info, s.alphas.data(), int(s.alphas.size()),
-                     s.key ? &s.keyColour : nullptr);
     png_color_8 sbit{};
     sbit.gray = png_byte(s.sbit);
     if (s.sbit)
@@ -116,22 +109,15 @@ std::vector<uint32_t> PeerRgba(const std::string &path, uint32_t w, uint32_t h) 
     return ok ? out : std::vector<uint32_t>{};
 }
 
-// One TIFF page of the given fields; strips of two rows unless tiled later.
-void TiffFields(TIFF *t, uint32_t w, uint32_t h, uint32_t bps, uint32_t spp, uint32_t photometric,
-                uint32_t compression = COMPRESSION_NONE, uint32_t planar = PLANARCONFIG_CONTIG) {
-    const std::pair<uint32_t, uint32_t> fields[] = {
-        {TIFFTAG_IMAGEWIDTH, w},          {TIFFTAG_IMAGELENGTH, h},
-        {TIFFTAG_BITSPERSAMPLE, bps},     {TIFFTAG_SAMPLESPERPIXEL, spp},
-        {TIFFTAG_PHOTOMETRIC, photometric}, {TIFFTAG_PLANARCONFIG, planar},
-        {TIFFTAG_COMPRESSION, compression}};
-    for (auto [tag, value] : fields)
-        TIFFSetField(t, tag, value);
-}
+// One TIFF page in strips of two rows.
 void TiffStrips(TIFF *t, uint32_t w, uint32_t h, uint32_t bps, uint32_t photometric,
                 const Blob &data, uint32_t compression = COMPRESSION_NONE) {
-    TiffFields(t, w, h, bps, photometric == PHOTOMETRIC_SEPARATED ? 4 : 1, photometric,
-               compression);
-    TIFFSetField(t, TIFFTAG_ROWSPERSTRIP, 2u);
+    const uint32_t spp = photometric == PHOTOMETRIC_SEPARATED ? 4 : 1;
+    for (auto [tag, value] : {std::pair{TIFFTAG_IMAGEWIDTH, w}, {TIFFTAG_IMAGELENGTH, h},
+                              {TIFFTAG_BITSPERSAMPLE, bps}, {TIFFTAG_SAMPLESPERPIXEL, spp},
+                              {TIFFTAG_PHOTOMETRIC, photometric}, {TIFFTAG_ROWSPERSTRIP, 2u},
+                              {TIFFTAG_COMPRESSION, compression}})
+        TIFFSetField(t, tag, value);
     for (uint32_t y = 0; y < h; ++y)
         ASSERT_GE(TIFFWriteScanline(t, const_cast<uint8_t *>(&data[y * data.size() / h]), y, 0),
                   0);
@@ -303,9 +289,8 @@ INSTANTIATE_TEST_SUITE_P(Formats, RoundTrip, ::testing::ValuesIn(Layouts()),
                          [](const auto &info) { return std::string(info.param.name); });
 
 // Smooth pictures survive JPEG within a few levels, and we decode exactly
-// what libjpeg decodes; grey stays one component; a low quality makes a
-// much smaller file.
-TEST(Jpeg, CloseOnSmoothPicturesAndQualityCounts) {
+// what libjpeg decodes; grey stays one component.
+TEST(Jpeg, CloseOnSmoothPicturesAndDecodedAsLibjpegDoes) {
     TempDir dir;
     const std::string file = dir.path("smooth.jpg");
     for (const char *name : {"grey8", "pal8_grey", "bgr24", "rgb24", "bgr48", "grey16"}) {
@@ -338,17 +323,13 @@ TEST(Jpeg, CloseOnSmoothPicturesAndQualityCounts) {
         EXPECT_LT(sum / (40 * 24 * n), 1.5);
         EXPECT_LE(worst, 12);
     }
-    Bitmap noisy(FindLayout("bgr24"), 64, 64, 3);
-    ASSERT_EQ(Save(dir.path("q10.jpg"), noisy.get(), RZ_FMT_UNKNOWN, 0, 10), ST_SUCCESS);
-    ASSERT_EQ(Save(dir.path("q100.jpg"), noisy.get(), RZ_FMT_UNKNOWN, 0, 100), ST_SUCCESS);
-    EXPECT_LT(ReadBytes(dir.path("q10.jpg")).size() * 2, ReadBytes(dir.path("q100.jpg")).size());
 }
 
 // ---- Peer files loaded. ----
 
 // 10 significant bits in a 16-bit interlaced grey PNG; 4-bit indices into a
-// palette of 3; grey with alpha becomes 32-bit colour with a fourth channel.
-TEST(PeerPng, InterlacedSignificantBitsShortPaletteGreyAlpha) {
+// palette of 3.
+TEST(PeerPng, InterlacedSignificantBitsShortPalette) {
     TempDir dir;
     const uint32_t w = 11, h = 9;
     auto value = [](uint32_t i) { return (i % w * 97 + i / w * 31) % 1024; };
@@ -378,94 +359,6 @@ TEST(PeerPng, InterlacedSignificantBitsShortPaletteGreyAlpha) {
         std::tuple(4, 3, 2u, 1u, 0u));
     EXPECT_EQ(Look(lp.get(), 1, 0), (Rgba{200 * 257, 100 * 257, 0, 65535}));
     EXPECT_EQ(lp->pPalette[0].rgbBlue, 30);
-
-    WritePng(dir.path("ga.png"), {2, 1, 8, PNG_COLOR_TYPE_GRAY_ALPHA, {{50, 200, 7, 9}}});
-    Loaded ga(dir.path("ga.png"));
-    ASSERT_EQ(ga.status, ST_SUCCESS);
-    EXPECT_EQ(std::tuple(ga->nBitsPerPixel, ga.pixel(0, 0), ga.pixel(1, 0)),
-              std::tuple(32, 0xC8323232u, 0x09070707u));
-}
-
-// Samples v(i); tRNS gives palette entries their alpha (entries past the
-// list opaque) or names the one grey / RGB value that is transparent.
-TEST(PeerPng, TransparencyLoadsAsAlpha) {
-    TempDir dir;
-    const uint32_t w = 7, h = 5;
-    const std::vector<png_color> pal = {{200, 10, 20}, {0, 255, 0}, {5, 6, 7}, {90, 80, 70}};
-    const std::tuple<int, int, Blob, uint16_t> cases[] = {
-        // depth, type, palette alphas, key: grey, or red with green 2 * key and blue 3000
-        {8, PNG_COLOR_TYPE_PALETTE, {0, 128}, 0}, {2, PNG_COLOR_TYPE_PALETTE, {255, 255, 7}, 0},
-        {8, PNG_COLOR_TYPE_GRAY, {}, 2},          {2, PNG_COLOR_TYPE_GRAY, {}, 1},
-        {16, PNG_COLOR_TYPE_RGB, {}, 2000}};
-    for (const auto &[depth, type, alphas, key] : cases) {
-        SCOPED_TRACE(std::to_string(type) + " " + std::to_string(depth));
-        const bool rgb = type == PNG_COLOR_TYPE_RGB;
-        auto v = [&](uint32_t i) {
-            return uint32_t((i % w * 3 + i / w * 5) % 4) * (rgb ? 1000 : 1);
-        };
-        PngSpec s{w, h, depth, type, {h, Blob(rgb ? w * 6 : (w * depth + 7) / 8)}};
-        for (uint32_t i = 0, x = 0; i < w * h; x = ++i % w) {
-            Blob &row = s.rows[i / w];
-            for (uint32_t k = 0; rgb && k < 3; ++k) {
-                const uint32_t sample = k == 2 ? 3000 : v(i) * (k + 1);
-                row[6 * x + 2 * k] = uint8_t(sample >> 8),
-                                row[6 * x + 2 * k + 1] = uint8_t(sample);
-            }
-            if (!rgb)
-                row[x * depth / 8] |= uint8_t(v(i) << (8 - depth - int(x * depth % 8)));
-        }
-        if (type == PNG_COLOR_TYPE_PALETTE)
-            s.palette = pal, s.alphas = alphas;
-        else
-            s.key = true, s.keyColour.gray = s.keyColour.red = key, s.keyColour.green = 2 * key,
-            s.keyColour.blue = 3000;
-        auto want = [&](uint32_t i) {
-            const uint32_t g = rgb ? i : i * 255 / ((1u << depth) - 1) * 257,
-                           a = i == key ? 0u : 65535u;
-            if (type != PNG_COLOR_TYPE_PALETTE)
-                return rgb ? Rgba{i, 2 * i, 3000, a} : Rgba{g, g, g, a};
-            return Rgba{pal[i].red * 257u, pal[i].green * 257u, pal[i].blue * 257u,
-                        (i < alphas.size() ? alphas[i] : 255) * 257u};
-        };
-        WritePng(dir.path("t.png"), s);
-        RzFileInfo info;
-        ASSERT_EQ(Info(dir.path("t.png"), &info), ST_SUCCESS);
-        EXPECT_TRUE(info.bAlpha);
-        Loaded got(dir.path("t.png"));
-        ASSERT_EQ(got.status, ST_SUCCESS);
-        EXPECT_EQ(got->nBitsPerPixel, depth == 16 ? 64 : 32);
-        for (uint32_t i = 0; i < w * h; ++i)
-            ASSERT_EQ(Look(got.get(), int32_t(i % w), int32_t(i / w)), want(v(i))) << i;
-    }
-}
-
-TEST(PeerTiff, TiledSeparatePlanesSixteenBitRgb) {
-    TempDir dir;
-    const uint32_t w = 37, h = 21, tile = 16;
-    auto sample = [](uint32_t x, uint32_t y, int c) {
-        return uint16_t(x * 1000 + y * 17 + c * 20000 + 3);
-    };
-    TIFF *t = TIFFOpen(dir.path("t.tif").c_str(), "w");
-    TiffFields(t, w, h, 16, 3, PHOTOMETRIC_RGB, COMPRESSION_ADOBE_DEFLATE, PLANARCONFIG_SEPARATE);
-    TIFFSetField(t, TIFFTAG_TILEWIDTH, tile);
-    TIFFSetField(t, TIFFTAG_TILELENGTH, tile);
-    std::vector<uint16_t> buf(tile * tile);
-    for (int c = 0; c < 3; ++c)
-        for (uint32_t ty = 0; ty < h; ty += tile)
-            for (uint32_t tx = 0; tx < w; tx += tile) {
-                for (uint32_t i = 0; i < tile * tile; ++i)
-                    buf[i] = sample(tx + i % tile, ty + i / tile, c);
-                ASSERT_GE(TIFFWriteTile(t, buf.data(), tx, ty, 0, uint16_t(c)), 0);
-            }
-    TIFFClose(t);
-    Loaded got(dir.path("t.tif"));
-    ASSERT_EQ(got.status, ST_SUCCESS);
-    EXPECT_EQ(std::tuple(got->nBitsPerPixel, got->nColorOrder), std::tuple(48, KRN_ORDER_BGR));
-    for (uint32_t i = 0, x = 0, y = 0; i < w * h; x = ++i % w, y = i / w)
-        ASSERT_EQ(got.pixel(int32_t(x), int32_t(y)), sample(x, y, 0) |
-                                                         uint64_t(sample(x, y, 1)) << 16 |
-                                                         uint64_t(sample(x, y, 2)) << 32)
-            << i;
 }
 
 // Several pages, each chosen by number; 16-bit grey bounded by
