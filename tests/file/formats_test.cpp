@@ -1,21 +1,19 @@
-// Choosing the format, PNM byte for byte, and what a save says it drops.
+// Choosing the format; PNM read from hand-written bytes.
 #include "file_helpers.h"
 
 namespace rz::test {
 namespace {
 
-// PNM read from bytes written by hand, and our PNM output byte for byte.
-TEST(Pnm, ReadAndWrittenBytesByHand) {
+// PNM read from bytes written by hand.
+TEST(Pnm, ReadFromBytesByHand) {
     TempDir dir;
     const std::tuple<std::string, int32_t, int32_t, std::vector<uint64_t>> cases[] = {
         // Plain PBM, digits run together: 1 is black (index 0 on the ramp).
         {"P1\n# comment\n4 2\n0110\n1 0 0 1\n", 1, 4, {1, 0, 0, 1, 0, 1, 1, 0}},
         // maxval 4 scales to 8 bits: round(v * 255 / 4); values past maxval clamp.
         {"P2 3 2 4\n0 1 2\n3 4 9\n", 8, 3, {0, 64, 128, 191, 255, 255}},
-        {"P2 2 1 15 3 15", 4, 2, {3, 15}}, // maxval 15 keeps 4 bits
         // Raw 16-bit, maxval 1023: big-endian words, bits 0..9.
         {std::string("P5 2 1 1023\n\x03\xFF\x01\x02", 16), 16, 2, {1023, 258}},
-        {"P6\n1 1\n255\n\x0A\x14\x1E", 24, 1, {0x1E140A}}, // red, green, blue bytes
         {"P4 3 2\n\xA0\x40", 1, 3, {0, 1, 0, 1, 0, 1}},    // rows padded to whole bytes
     };
     for (const auto &[bytes, bits, width, pixels] : cases) {
@@ -27,44 +25,15 @@ TEST(Pnm, ReadAndWrittenBytesByHand) {
         for (int i = 0; i < int(pixels.size()); ++i)
             EXPECT_EQ(l.pixel(i % width, i / width), pixels[i]) << bytes << " at " << i;
     }
-    Bitmap g(FindLayout("grey12"), 2, 1, 0), bw(FindLayout("pal1_grey"), 3, 1, 0);
-    g.setPixel(0, 0, 4095);
-    g.setPixel(1, 0, 258);
-    bw.setPixel(1, 0, 1); // white
-    ASSERT_EQ(Save(dir.path("g.pgm"), g.get()), ST_SUCCESS);
-    ASSERT_EQ(Save(dir.path("b.pbm"), bw.get()), ST_SUCCESS);
-    EXPECT_EQ(ReadBytes(dir.path("g.pgm")), std::string("P5\n2 1\n4095\n\x0F\xFF\x01\x02", 16));
-    const Bytes pbm = ReadBytes(dir.path("b.pbm"));
-    EXPECT_EQ(std::tuple(pbm.size(), pbm.substr(0, 7), pbm[7] & 0xE0),
-              std::tuple(8u, "P4\n3 1\n", 0xA0)); // black, white, black
 }
 
 // The format comes from the content on load; on save from the option, else
-// the name. What a format cannot hold is refused and leaves no file; what a
-// save would drop is said beforehand (an opaque fourth channel is nothing
-// to lose; colour made grey with the weights 77/150/29 of 256).
-TEST(FormatChoice, ContentOnLoadOptionOrNameOnSaveAndWhatASaveDrops) {
+// the name; colour saved as grey takes the weights 77/150/29 of 256. What a
+// format cannot hold is refused and leaves no file.
+TEST(FormatChoice, ContentOnLoadOptionOrNameOnSave) {
     TempDir dir;
-    Bitmap colour(FindLayout("pal8_colour"), 16, 12, 3), grey(FindLayout("grey8"), 5, 4, 2),
-        sgrey(FindLayout("grey16"), 9, 4, 5), alpha(FindLayout("bgr32"), 3, 2, 4),
-        opaque(FindLayout("bgr32"), 3, 2, 0), meta(FindLayout("bgr24"), 3, 2, 1);
+    Bitmap colour(FindLayout("pal8_colour"), 16, 12, 3), sgrey(FindLayout("grey16"), 9, 4, 5);
     sgrey->uFlags |= BMF_SIGNED;
-    alpha.setPixel(0, 0, 0x10203040); // alpha 0x10 somewhere
-    for (int32_t i = 0; i < 6; ++i)
-        opaque.setPixel(i % 3, i / 3, 0xFF000000u | uint32_t(i));
-    ASSERT_EQ(KrnSetBitmapMetadata(meta.get(), KRN_META_EXIF, "II*\0", 4), KRN_OK);
-    const std::tuple<const char *, const Bitmap *, uint32_t> notes[] = {
-        {"a.jpg", &alpha, RZ_SAVE_NOTE_ALPHA},     {"a.ppm", &alpha, RZ_SAVE_NOTE_ALPHA},
-        {"a.png", &alpha, 0},                      {"a.tif", &alpha, 0},
-        {"o.jpg", &opaque, 0},                     {"c.pgm", &colour, RZ_SAVE_NOTE_GREY},
-        {"c.png", &colour, 0},                     {"m.ppm", &meta, RZ_SAVE_NOTE_METADATA},
-        {"m.tif", &meta, RZ_SAVE_NOTE_METADATA},   {"m.png", &meta, 0},
-        {"m.jpg", &meta, 0}};
-    for (const auto &[name, b, want] : notes) {
-        uint32_t got = 99;
-        ASSERT_EQ(Rz_GetSaveNotes(dir.path(name).c_str(), b->get(), nullptr, &got), ST_SUCCESS);
-        EXPECT_EQ(got, want) << name;
-    }
     const struct {
         const char *name;
         const Bitmap &b;
@@ -75,8 +44,9 @@ TEST(FormatChoice, ContentOnLoadOptionOrNameOnSaveAndWhatASaveDrops) {
         {"signed.png", sgrey, 0, 0, 0, RZ_FILE_UNSUPPORTED},
         {"colour.dcm", colour, 0, 0, 0, RZ_FILE_UNSUPPORTED},
         {"q.jpg", colour, 0, 0, 101, ST_INVALID_PARAMETER},
-        {"f.png", grey, 99, 0, 0, ST_INVALID_PARAMETER},
-        {"c.tif", grey, 0, 9, 0, ST_INVALID_PARAMETER},
+        {"f.png", colour, 99, 0, 0, ST_INVALID_PARAMETER},
+        {"c.tif", colour, 0, 9, 0, ST_INVALID_PARAMETER},
+        {"no/such/folder.png", colour, 0, 0, 0, RZ_FILE_WRITE},
     };
     for (const auto &r : refused)
         EXPECT_EQ(Save(dir.path(r.name), r.b.get(), r.format, r.compression, r.quality), r.status)
