@@ -6,7 +6,6 @@
 #include <rzfil.h>
 
 #include <gtest/gtest.h>
-#include <tiffio.h>
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -52,11 +51,11 @@ void Save(const std::string &file, int w, int h, int bits, const PixelFn &pixel)
     ASSERT_EQ(Rz_SaveBitmap(file.c_str(), b.get(), nullptr), 1) << file;
 }
 
-// Every 8-bit channel of a packed colour through f(sample, channel).
-uint64_t PerChannel(uint64_t v, const std::function<int(int, int)> &f) {
+// Every 8-bit channel of a packed colour through f.
+uint64_t PerChannel(uint64_t v, const std::function<int(int)> &f) {
     uint64_t out = 0;
     for (int c = 0; c < 3; ++c)
-        out |= uint64_t(f(int(v >> (8 * c)) & 255, c)) << (8 * c);
+        out |= uint64_t(f(int(v >> (8 * c)) & 255)) << (8 * c);
     return out;
 }
 
@@ -121,15 +120,12 @@ TEST_F(ToolTest, UsageErrorsNameTheirCulpritAndWriteNothing) {
         {{input_, "no-such-op", out}, "unknown operation 'no-such-op'"},
         {{input_, "change-intensity", "2000", out},
          "change=2000 is out of range: -1000..1000 (per-mille of full scale)"},
-        {{input_, "change-intensity", "abc", out}, "must be a whole number, got 'abc'"},
         {{input_, "change-intensity", "size=3", out}, "no argument named 'size'"},
         {{input_, "change-intensity", "10", "change=20", out}, "'change' given twice"},
-        {{input_, "invert", "5", out}, "unexpected argument '5'"},
         {{input_, "invert"}, "missing OUTPUT"},
         {{input_, "invert", path("out.bmpx")}, "needs an image extension"},
         {{"--region", "1,2,0,4", input_, "invert", out}, "--region: expected x,y,w,h"},
         {{"--region", "100,0,5,5", input_, "invert", out}, "--region 100,0,5,5 lies outside the 40x30"},
-        {{"--frobnicate", input_, "invert", out}, "unknown option '--frobnicate'"},
         // Decided only once the bitmap is known: 300 entries for a 256-entry table.
         {{input_, "remap-intensity", longTable, out}, "the table has 300 entries; this bitmap needs 256"},
         {{"--page", "1", input_, "invert", out}, "has 1 page"},
@@ -180,49 +176,30 @@ TEST_F(ToolTest, FailuresAndCancelsLeaveTheFolderAsItWas) {
                                                           "grey as (77 red + 150 green + 29 blue) / 256\n");
 }
 
-// Arguments by position, by name and by the export's own parameter name,
-// defaults, chains, regions, further bitmaps and DICOM windows all reach
-// the operations: each result against pixels worked out by hand.
+// Arguments by position and by the export's own names, defaults, chains,
+// regions, further bitmaps and DICOM windows all reach the operations: each
+// result against pixels worked out by hand.
 TEST_F(ToolTest, ResultsAreTheOperationsOnTheInput) {
     const auto solarized = [](int t) {
         return [t](int x, int y) {
-            return PerChannel(InputPixel(x, y), [t](int v, int) { return v >= t ? 255 - v : v; });
+            return PerChannel(InputPixel(x, y), [t](int v) { return v >= t ? 255 - v : v; });
         };
     };
-    const auto logo = [](int x, int y) { return InputPixel(x + 20, y + 9); };
-    Save(path("logo.png"), 12, 8, 24, logo);
     // 12 significant bits in 16: 0, 1000 and 2000 in three columns.
     Save(path("ct.dcm"), 3, 2, 16, [](int x, int) { return uint64_t(1000 * x); });
     const std::tuple<std::vector<std::string>, PixelFn> cases[] = {
         {{input_, "solarize", "100"}, solarized(100)},
-        {{input_, "solarize", "threshold=100"}, solarized(100)},
-        {{input_, "Rz_SolarizeBitmap", "uThreshold=100"}, solarized(100)},
+        {{input_, "Rz_SolarizeBitmap", "uThreshold=100"}, solarized(100)}, // the export's names
         {{input_, "solarize"}, solarized(128)},
         {{input_, "invert", "solarize", "100"},
          [](int x, int y) {
-             return PerChannel(InputPixel(x, y), [](int v, int) { return 255 - v >= 100 ? v : 255 - v; });
+             return PerChannel(InputPixel(x, y), [](int v) { return 255 - v >= 100 ? v : 255 - v; });
          }},
         // Control points 1000 -> 0 per-mille spread over 0..255 give 255 - v.
         {{input_, "remap-intensity", "1000,0"}, [](int x, int y) { return InputPixel(x, y) ^ 0xFFFFFF; }},
         {{"--region", "7,4,20,13", input_, "invert"},
          [](int x, int y) {
              return InputPixel(x, y) ^ (x >= 7 && x < 27 && y >= 4 && y < 17 ? 0xFFFFFF : 0);
-         }},
-        // The ellipse inscribed in the same rectangle: pixel centres inside it are in.
-        {{"--ellipse=7,4,20,13", input_, "invert"},
-         [](int x, int y) {
-             const double dx = (x + 0.5 - 17.0) / 10.0, dy = (y + 0.5 - 10.5) / 6.5;
-             return InputPixel(x, y) ^ (dx * dx + dy * dy <= 1.0 ? 0xFFFFFF : 0);
-         }},
-        // Opacity 255 at (10, 5): d = ((s - d) 255 + 256 d) >> 8 per channel, flooring.
-        {{input_, "alpha-blend", path("logo.png"), "x=10", "y=5", "opacity=255"},
-         [&](int x, int y) {
-             if (x < 10 || x >= 22 || y < 5 || y >= 13)
-                 return InputPixel(x, y);
-             const uint64_t s = logo(x - 10, y - 5);
-             return PerChannel(InputPixel(x, y), [&](int d, int c) {
-                 return ((int(s >> (8 * c) & 255) - d) * 255 + 256 * d) >> 8;
-             });
          }},
         {{input_, "add", input_, input_, "flags=1"}, InputPixel}, // the average of itself
         // Centre 1000, width 1001: 0 black, 2000 white, 1000 at 0.5005 * 255 rounded.
@@ -238,95 +215,30 @@ TEST_F(ToolTest, ResultsAreTheOperationsOnTheInput) {
         EXPECT_TRUE(Pixels(path("out.png"), want)) << args[1] << " " << args[2];
     }
     // Two pixels of the first two columns in 16-bit full-scale units (1000 -> 16003).
-    Result r = Run({"stats", "--region", "0,0,2,1", path("ct.dcm")});
+    const std::string stats = Run({"stats", "--region", "0,0,2,1", path("ct.dcm")}).out;
+    const std::string info = Run({"info", path("ct.dcm")}).out;
     for (const char *words : {"count   2 of 2 (100.00 %)", "max     16003", "mean    8001.50"})
-        EXPECT_NE(r.out.find(words), std::string::npos) << r.out;
+        EXPECT_NE(stats.find(words), std::string::npos) << stats;
+    for (const char *words : {"DICOM, 3 x 2, 16 bits", "bits 0..11 unsigned, no window"})
+        EXPECT_NE(info.find(words), std::string::npos) << info;
 }
 
-// Grey PGM, PNG and JPEG stay grey files of their format; PBM takes a
-// result only while it is still black and white.
-TEST_F(ToolTest, GreyFilesStayGrey) {
-    const auto grey = [](int x, int y) { return uint64_t(x * 10 + y); };
-    for (const char *ext : {".pgm", ".png", ".jpg"})
-        Save(path(std::string("in") + ext), 24, 16, 8, grey);
-    Save(path("in.pbm"), 24, 16, 1, [](int x, int y) { return uint64_t((x / 3 + y / 4) % 2); });
-    EXPECT_EQ(Run({path("in.pbm"), "change-intensity", "200", path("o.pbm")}).code, 1);
-    EXPECT_FALSE(fs::exists(path("o.pbm")));
-    for (const char *ext : {".pgm", ".pbm", ".png", ".jpg"}) {
-        const std::string in = path(std::string("in") + ext), out = path(std::string("out") + ext);
-        ASSERT_EQ(Run({in, "invert", out, "--quality", "100"}).code, 0) << ext;
-        const Bitmap before = Load(in), after = Load(out);
-        ASSERT_EQ(std::tuple(after->nBitsPerPixel, after->nColorOrder),
-                  std::tuple(before->nBitsPerPixel, before->nColorOrder)) << ext;
-        const auto shown = [](const Bitmap &b, int x, int y) {
-            const uint64_t v = b.pixel(x, y);
-            if (b->nColorOrder == KRN_ORDER_GRAY)
-                return int(v);
-            const RzRGBQuad e = b->pPalette[v];
-            return e.rgbRed == e.rgbGreen && e.rgbBlue == e.rgbGreen ? int(e.rgbGreen) : -1000;
-        };
-        double err = 0;
-        for (int i = 0; i < 24 * 16; ++i)
-            err += std::abs(shown(after, i % 24, i / 24) - (255 - shown(before, i % 24, i / 24)));
-        EXPECT_LE(err / (24 * 16), std::string(ext) == ".jpg" ? 2.0 : 0.0) << ext;
-    }
-}
-
-// Every operation of the export list (read from the header) is listed and
-// explained under its export name, in its family, and shown in the gallery.
-TEST_F(ToolTest, ListHelpAndDemoCoverTheExportList) {
+// Every operation of the export list (read from the header) is listed, and
+// shown in the gallery.
+TEST_F(ToolTest, ListAndDemoCoverTheExportList) {
     const std::string ops = ReadFile(RZ_SOURCE_DIR "/include/rzimg_ops.h");
-    const std::regex op(R"(\nRZ_OP\(\s*\d+,\s*(\w+),\s*(\w+),)");
-    int count = 0;
-    for (auto it = std::sregex_iterator(ops.begin(), ops.end(), op); it != std::sregex_iterator();
-         ++it, ++count) {
-        const Result help = Run({"help", (*it)[1]});
-        const std::string names = (*it)[1].str() + ", " + (*it)[2].str() + ")";
-        EXPECT_NE(help.out.find(names), std::string::npos) << help.out;
-    }
+    const std::regex op(R"(\nRZ_OP\()"), entry("<b>([a-z-]+)</b>");
+    const auto count = std::distance(std::sregex_iterator(ops.begin(), ops.end(), op), {});
     EXPECT_NE(Run({"list"}).out.find(std::to_string(count) + ")"), std::string::npos);
     const Result help = Run({"help", "solarize"});
-    EXPECT_NE(help.out.find("threshold   0..65535, default 128: sample value"), std::string::npos) << help.out;
-    const Result demo = Run({"demo", path("demo"), "--quiet"});
-    ASSERT_EQ(demo.code, 0) << demo.err << demo.out;
+    EXPECT_NE(help.out.find("threshold   0..65535, default 128: sample value"), std::string::npos);
+    ASSERT_EQ(Run({"demo", path("demo"), "--quiet"}).code, 0);
     const std::string html = ReadFile(path("demo/index.html"));
     std::set<std::string> shown;
-    const std::regex entry("<b>([a-z-]+)</b>");
     for (auto it = std::sregex_iterator(html.begin(), html.end(), entry); it != std::sregex_iterator(); ++it)
-        if ((*it)[1] != "original")
-            shown.insert((*it)[1]);
-    EXPECT_EQ(int(shown.size()), count);
-    // The phantom keeps its 12 significant bits in a 16-bit file.
-    RzFileInfo info{};
-    info.uStructSize = sizeof info;
-    ASSERT_EQ(Rz_GetFileInfo(path("demo/sample-phantom.png").c_str(), &info), 1);
-    EXPECT_EQ(std::tuple(info.nBitsPerPixel, info.nColorOrder), std::tuple(16, KRN_ORDER_GRAY));
-}
-
-// info lists pages, resolution and the DICOM header; a missing file fails it.
-TEST_F(ToolTest, InfoDescribesEveryFile) {
-    Bitmap g(rz::test::FindLayout("grey8"), 8, 6, 0);
-    ASSERT_EQ(KrnSetBitmapResolution(g.get(), 300, 300, KRN_RES_INCH), 1);
-    ASSERT_EQ(Rz_SaveBitmap(path("g.png").c_str(), g.get(), nullptr), 1);
-    Save(path("ct.dcm"), 3, 2, 16, [](int x, int) { return uint64_t(1000 * x); });
-    TIFF *t = TIFFOpen(path("pages.tif").c_str(), "w");
-    for (uint32_t page = 0; page < 3; ++page) {
-        for (auto [tag, v] : {std::pair{TIFFTAG_IMAGEWIDTH, 4 + page}, {TIFFTAG_IMAGELENGTH, 1u},
-                              {TIFFTAG_BITSPERSAMPLE, 8u}, {TIFFTAG_PHOTOMETRIC, 1u}})
-            TIFFSetField(t, tag, v);
-        uint8_t row[8] = {};
-        TIFFWriteScanline(t, row, 0, 0);
-        TIFFWriteDirectory(t);
-    }
-    TIFFClose(t);
-    const Result r = Run({"info", path("pages.tif"), path("g.png"), path("ct.dcm"), path("missing.tif")});
-    EXPECT_EQ(r.code, 1);
-    EXPECT_NE(r.err.find(path("missing.tif")), std::string::npos) << r.err;
-    for (const char *words : {"3 pages", "page 2: 6 x 1", "300 dpi", "DICOM, 3 x 2, 16 bits",
-                              "bits 0..11 unsigned, no window"})
-        EXPECT_NE(r.out.find(words), std::string::npos) << words << " in\n" << r.out;
-    EXPECT_NE(Run({"--page", "5", path("pages.tif"), "invert", path("o.png")}).err.find("has 3 pages (--page 0 to 2)"),
-              std::string::npos);
+        shown.insert((*it)[1]);
+    shown.erase("original");
+    EXPECT_EQ(long(shown.size()), count);
 }
 
 } // namespace
