@@ -1,7 +1,7 @@
-// Damaged, mislabelled and hostile input, claims past the pixel limit; loads and saves
-// that fail or are stopped part-way. A failed load leaves the caller's
-// descriptor alone and no kernel block behind; a failed save leaves the
-// folder as it was.
+// Damaged, mislabelled and hostile input, claims past the pixel limit, saves
+// a format cannot hold, loads and saves stopped part-way: a failed load
+// leaves the caller's descriptor alone and no kernel block behind; a failed
+// save leaves the folder as it was. The format chosen on load and save.
 #include "file_helpers.h"
 
 #include <zlib.h>
@@ -40,9 +40,8 @@ struct BadCase {
     const char *name;
     std::function<Bytes(const TempDir &)> make;
     int32_t status;
-    // Claims over the pixel limit with almost no data: refused from the
-    // header before any kernel block is requested, not as corrupt; the
-    // header is described.
+    // Claims past the pixel limit: refused from the header before any kernel
+    // block is requested; the header is described.
     bool noBlock = false, describedHuge = false;
 };
 
@@ -67,7 +66,6 @@ TEST(Malformed, GivesItsStatusAndLeavesNothing) {
         {"tiff_directory_past_end",
          [](D d) { auto b = Saved(d, ".tif"); PutBE32(b, 4, 0xF0FFFF7F); return b; },
          RZ_FILE_CORRUPT},
-        {"pnm_negative_width", text("P5\n-3 4\n255\n0123456789ab"), RZ_FILE_CORRUPT},
         {"pnm_maxval_zero", text("P5 2 2 0\n\x01\x02\x03\x04"), RZ_FILE_CORRUPT},
         {"png_page_1", [](D d) { return Saved(d, ".png"); }, RZ_FILE_BAD_PAGE},
         {"claim_pnm", text("P5\n16385 16384\n255\n"), RZ_FILE_TOO_LARGE, true, true},
@@ -163,6 +161,51 @@ TEST(FailuresAndStops, LeaveNothingBehindAtEveryStep) {
                 EXPECT_GT(interrupted[load], 0);
             }
         }
+}
+
+// The format comes from the content on load; on save from the option, else
+// the name; colour saved as grey takes the weights 77/150/29 of 256. What a
+// format cannot hold is refused and leaves no file.
+TEST(FormatChoice, ContentOnLoadOptionOrNameOnSave) {
+    TempDir dir;
+    Bitmap colour(FindLayout("pal8_colour"), 16, 12, 3), sgrey(FindLayout("grey16"), 9, 4, 5);
+    sgrey->uFlags |= BMF_SIGNED;
+    const struct {
+        const char *name;
+        const Bitmap &b;
+        int32_t format, compression, quality, status;
+    } refused[] = {
+        {"noext", colour, 0, 0, 0, RZ_FILE_FORMAT},
+        {"bits.pbm", colour, 0, 0, 0, RZ_FILE_UNSUPPORTED},
+        {"signed.png", sgrey, 0, 0, 0, RZ_FILE_UNSUPPORTED},
+        {"colour.dcm", colour, 0, 0, 0, RZ_FILE_UNSUPPORTED},
+        {"q.jpg", colour, 0, 0, 101, ST_INVALID_PARAMETER},
+        {"f.png", colour, 99, 0, 0, ST_INVALID_PARAMETER},
+        {"c.tif", colour, 0, 9, 0, ST_INVALID_PARAMETER},
+        {"no/such/folder.png", colour, 0, 0, 0, RZ_FILE_WRITE},
+    };
+    for (const auto &r : refused)
+        EXPECT_EQ(Save(dir.path(r.name), r.b.get(), r.format, r.compression, r.quality), r.status)
+            << r.name;
+    EXPECT_EQ(dir.names(), std::vector<std::string>{});
+
+    ASSERT_EQ(Save(dir.path("png.jpg"), colour.get(), RZ_FMT_PNG), ST_SUCCESS);
+    RzFileInfo info;
+    ASSERT_EQ(Info(dir.path("png.jpg"), &info), ST_SUCCESS);
+    EXPECT_EQ(std::tuple(info.nFormat, info.nWidth, info.nHeight, info.nBitsPerPixel, info.nPages),
+              std::tuple(RZ_FMT_PNG, 16, 12, 8, 1));
+    ASSERT_EQ(Save(dir.path("c.pgm"), colour.get()), ST_SUCCESS);
+    ASSERT_EQ(Save(dir.path("s.tif"), sgrey.get()), ST_SUCCESS); // signed grey keeps its sign
+    Loaded png(dir.path("png.jpg")), g(dir.path("c.pgm")), s(dir.path("s.tif"));
+    ASSERT_EQ(std::tuple(png.status, g.status, s.status), std::tuple(1, 1, 1));
+    ExpectSamePicture(colour.get(), png.get());
+    EXPECT_TRUE(s->uFlags & BMF_SIGNED);
+    EXPECT_EQ(s.storedBytes(), sgrey.storedBytes());
+    for (int i = 0; i < 16 * 12; ++i) {
+        const RzRGBQuad e = colour->pPalette[colour.pixel(i % 16, i / 16)];
+        const uint32_t grey = (e.rgbRed * 77u + e.rgbGreen * 150u + e.rgbBlue * 29u + 128) >> 8;
+        ASSERT_EQ(g.pixel(i % 16, i / 16), grey) << i;
+    }
 }
 
 } // namespace
