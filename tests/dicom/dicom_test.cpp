@@ -13,7 +13,7 @@
 namespace rz::test {
 namespace {
 
-struct Spec {
+struct Form {
     E_TransferSyntax xfer;
     int bitsAllocated, bitsStored, highBit;
     bool isSigned;
@@ -25,7 +25,7 @@ constexpr int kW = 7, kH = 5;
 
 // Stored words: a value at the high bit; signed values sign-extended above
 // it, as scanners write them.
-std::vector<uint16_t> Samples(const Spec &s) {
+std::vector<uint16_t> Samples(const Form &s) {
     std::mt19937 rng(3);
     const int64_t range = int64_t(1) << s.bitsStored;
     std::vector<uint16_t> out(size_t(kW) * kH * s.frames);
@@ -40,7 +40,7 @@ std::vector<uint16_t> Samples(const Spec &s) {
 }
 
 // Writes the image's data set, after `edit` had its way with it.
-void Write(const std::string &path, const Spec &s, const std::vector<uint16_t> &px,
+void Write(const std::string &path, const Form &s, const std::vector<uint16_t> &px,
            const std::function<void(DcmDataset *)> &edit = {}) {
     DcmFileFormat ff;
     DcmDataset *ds = ff.getDataset();
@@ -69,7 +69,7 @@ void Write(const std::string &path, const Spec &s, const std::vector<uint16_t> &
 
 TEST(Dicom, EveryLayoutLoadsItsSamplesAndHeader) {
     TempDir dir;
-    const Spec specs[] = {
+    const Form forms[] = {
         {EXS_LittleEndianExplicit, 16, 16, 15, false, 1},
         {EXS_LittleEndianImplicit, 16, 12, 11, true, 1},
         {EXS_LittleEndianExplicit, 16, 12, 13, false, 1, "MONOCHROME1", false},
@@ -77,7 +77,7 @@ TEST(Dicom, EveryLayoutLoadsItsSamplesAndHeader) {
         {EXS_LittleEndianImplicit, 8, 8, 7, false, 1},
         {EXS_BigEndianExplicit, 16, 10, 9, true, 2},
     };
-    for (const Spec &s : specs) {
+    for (const Form &s : forms) {
         SCOPED_TRACE(std::to_string(s.xfer) + " " + std::to_string(s.bitsStored));
         const std::vector<uint16_t> px = Samples(s);
         const std::string path = dir.path("f.dcm");
@@ -121,7 +121,7 @@ TEST(Dicom, EveryLayoutLoadsItsSamplesAndHeader) {
 // alone and give back every kernel block.
 TEST(Dicom, DamagedFilesFailCleanly) {
     TempDir dir;
-    const Spec plain{EXS_LittleEndianExplicit, 16, 12, 11, false, 1};
+    const Form plain{EXS_LittleEndianExplicit, 16, 12, 11, false, 1};
     const std::vector<uint16_t> px = Samples(plain);
     Write(dir.path("good.dcm"), plain, px);
     const Bytes good = ReadBytes(dir.path("good.dcm"));

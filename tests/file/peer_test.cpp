@@ -19,7 +19,7 @@ namespace {
 
 using Blob = std::vector<uint8_t>;
 
-struct PngSpec {
+struct PngFile {
     uint32_t w, h;
     int depth, type;
     std::vector<Blob> rows; // PNG's byte layout
@@ -28,7 +28,7 @@ struct PngSpec {
     Blob icc = {}, exif = {};
 };
 
-void WritePng(const std::string &path, const PngSpec &s) {
+void WritePng(const std::string &path, const PngFile &s) {
     FILE *f = fopen(path.c_str(), "wb");
     png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
     png_infop info = png_create_info_struct(png);
@@ -363,7 +363,7 @@ TEST(Metadata, OrientationResolutionProfileAndExifTravel) {
     };
     for (int o = 1; o <= 8; ++o) {
         SCOPED_TRACE(o);
-        PngSpec s{sw, sh, 8, PNG_COLOR_TYPE_RGB, {sh, Blob(sw * 3)}};
+        PngFile s{sw, sh, 8, PNG_COLOR_TYPE_RGB, {sh, Blob(sw * 3)}};
         const int uw = o >= 5 ? sh : sw, uh = o >= 5 ? sw : sh;
         for (int i = 0; i < sw * sh; ++i) {
             const auto [dx, dy] = Shown(o, i % sw, i / sw, sw, sh);
