@@ -16,7 +16,8 @@ using rz::test::OutputBitmap;
 
 inline const int kDepths[] = {1, 2, 3, 4, 5, 6, 7, 8, 12, 16, 24, 32, 48, 64};
 
-// Pixel x of a row: MSB-first bits up to 8, 12-bit pairs in 3 bytes, little-endian words above.
+// Pixel x of a row: MSB-first bits up to 8, 12-bit pairs in 3 bytes,
+// little-endian words above.
 inline uint64_t Get(const uint8_t *row, int bits, uint64_t x) {
     uint64_t v = 0;
     if (bits == 12) {
@@ -66,15 +67,16 @@ inline uint64_t Shown(const BitmapDesc &b, int x, int y) {
     Stored(b.nViewPerspective, b.nStoredWidth, b.nStoredHeight, x, y, &sx, &sy);
     return StoredPixel(b, sx, sy);
 }
+inline uint64_t Shown(const Bitmap &b, int x, int y) { return Shown(*b.get(), x, y); }
 
-inline uint32_t RowBytes(int width, int bits) { return uint32_t((uint64_t(width) * bits + 7) / 8); }
+inline uint32_t RowBytes(int w, int bits) { return uint32_t((uint64_t(w) * bits + 7) / 8); }
 
 // A bitmap of any depth with random stored pixels (written through the layout, not the kernel).
 inline Bitmap Random(int w, int h, int bits, std::mt19937_64 &rng) {
     Bitmap b = DepthBitmap(w, h, bits);
+    const uint64_t mask = bits == 64 ? ~0ull : (1ull << bits) - 1;
     for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x)
-            Set(b->pData + size_t(y) * b->nStride, bits, x, bits == 64 ? rng() : rng() & ((1ull << bits) - 1));
+        for (int x = 0; x < w; ++x) Set(b->pData + size_t(y) * b->nStride, bits, x, rng() & mask);
     return b;
 }
 
