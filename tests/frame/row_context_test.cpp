@@ -1,5 +1,5 @@
-// The row context and progress, driven directly; what writing back keeps:
-// stored bits beside the significant ones, packed neighbours, palettes.
+// The row context and progress, driven directly; small depths written back
+// through the palette.
 #include "frame/kmem.h"
 #include "frame/row_context.h"
 #include "frame/status.h"
@@ -80,30 +80,6 @@ TEST(RowContext, EdgesAndEmptyRectangles) {
     CallbackRecorder rec;
     EXPECT_EQ(Rz_InvertBitmap(g.get()), 1);
     EXPECT_EQ(rec.percents(), (Percents{0, 100}));
-}
-
-// Inverting only the significant bits keeps the stored bits above and below
-// them, and packed 12-bit neighbours outside the region.
-TEST(RowContext, SignificantBitsAndPackedNeighboursAreKept) {
-    const struct {
-        const char *layout;
-        int32_t low, high, left, right;
-        std::vector<uint64_t> in, out;
-    } cases[] = {
-        {"grey16_bits0_11", 0, 11, 0, 4, {0xA123, 0x5FFF, 0xF000, 0},
-         {0xA000 | (0xFFF - 0x123), 0x5000, 0xFFFF, 0x0FFF}},
-        {"grey12", 4, 11, 1, 4, {0x005, 0x015, 0x025, 0x035, 0x045},
-         {0x005, 0xFE5, 0xFD5, 0xFC5, 0x045}},
-    };
-    for (const auto &c : cases) {
-        Bitmap b(FindLayout(c.layout), int32_t(c.in.size()), 1, 0);
-        b->nLowBit = c.low, b->nHighBit = c.high;
-        for (size_t x = 0; x < c.in.size(); ++x) b.setPixel(int32_t(x), 0, c.in[x]);
-        const RzRect r{c.left, 0, c.right, 1};
-        ASSERT_EQ(DisSetRegionRect(b.get(), &r, DIS_RGN_SET), 1);
-        ASSERT_EQ(Rz_InvertBitmap(b.get()), 1);
-        for (size_t x = 0; x < c.in.size(); ++x) EXPECT_EQ(b.pixel(int32_t(x), 0), c.out[x]) << x;
-    }
 }
 
 // 1..7-bit pixels are written back as the nearest palette entry of the

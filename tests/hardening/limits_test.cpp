@@ -12,8 +12,11 @@
 namespace rz::test {
 namespace {
 
-// Runs `call` with the next allocation failing: its status, and whether it tried to allocate.
-std::pair<int32_t, bool> WithFirstAllocationFailing(const std::function<int32_t()> &call) {
+using Outcome = std::pair<int32_t, bool>;
+
+// Runs `call` with the next allocation failing: its status, and whether it
+// tried to allocate.
+Outcome FirstAllocationFails(const std::function<int32_t()> &call) {
     const int64_t before = KrnMemOutstanding();
     KrnMemFailAfter(0);
     const int32_t st = call();
@@ -74,16 +77,21 @@ TEST(Limits, AtTheLimitAllocatesAndPastItRefusesFirst) {
     constexpr int32_t n = RZ_MAX_KERNEL_SIDE, m = RZ_MAX_RECORDS, p = DIS_MAX_POLYGON_POINTS;
     std::vector<RzPoint> points(p + 1);
     for (size_t i = 0; i < points.size(); ++i) points[i] = {int32_t(i % 7), int32_t(i % 5)};
-    std::vector<HueSatIntRange> ranges(m + 1, HueSatIntRange{HUESATINTRANGE_SIZE, 100, 0, 0, 10, 50, 20, 40});
+    const HueSatIntRange range{HUESATINTRANGE_SIZE, 100, 0, 0, 10, 50, 20, 40};
+    std::vector<HueSatIntRange> ranges(m + 1, range);
     std::vector<RzRGBQuad> table(m + 1, RzRGBQuad{9, 9, 9, 0});
     const std::vector<int32_t> square[] = {SpatialRecord(n), SpatialRecord(n + 1)};
     const std::vector<int32_t> wide[] = {UserRecord(n, 1), UserRecord(n + 1, 1)};
     const std::vector<int32_t> tall[] = {UserRecord(2, n), UserRecord(2, n + 1)};
     auto spatial = [&](int past) {
-        return Rz_SpatialFilterBitmap(grey.get(), reinterpret_cast<const SpatialKernel *>(square[past].data()));
+        auto *k = reinterpret_cast<const SpatialKernel *>(square[past].data());
+        return Rz_SpatialFilterBitmap(grey.get(), k);
     };
     auto user = [&](const std::vector<int32_t> &k) {
-        return Rz_UserFilterBitmap(grey.get(), reinterpret_cast<const UserFilterKernel *>(k.data()));
+        return Rz_UserFilterBitmap(grey.get(), reinterpret_cast<const UserFilterKernel *>(&k[0]));
+    };
+    auto polygon = [&](int32_t n) {
+        return DisSetRegionPolygon(grey.get(), points.data(), n, DIS_FILL_WINDING, DIS_RGN_SET);
     };
     KrnBitmapList *items = nullptr;
     ASSERT_EQ(KrnCreateBitmapList(&items), KRN_OK);
@@ -102,8 +110,7 @@ TEST(Limits, AtTheLimitAllocatesAndPastItRefusesFirst) {
         {nullptr, [&] { return Init(16384, 32769, 64); }},
         {nullptr, [&] { return Init(65536, 65536, 1); }},
         {nullptr, [&] { return KrnAppendBitmapList(items, &list.d, KRN_LIST_REFERENCE); }},
-        {[&] { return DisSetRegionPolygon(grey.get(), points.data(), p, DIS_FILL_WINDING, DIS_RGN_SET); },
-         [&] { return DisSetRegionPolygon(grey.get(), points.data(), p + 1, DIS_FILL_WINDING, DIS_RGN_SET); }},
+        {[&] { return polygon(p); }, [&] { return polygon(p + 1); }},
         {[&] { return Rz_ChangeHueSatIntBitmap(colour.get(), 0, 0, 0, ranges.data(), m); },
          [&] { return Rz_ChangeHueSatIntBitmap(colour.get(), 0, 0, 0, ranges.data(), m + 1); }},
         {[&] { return Rz_WindowLevelBitmap(deep12.get(), 0, 11, table.data(), m, 0); },
@@ -114,15 +121,17 @@ TEST(Limits, AtTheLimitAllocatesAndPastItRefusesFirst) {
     };
     for (size_t i = 0; i < std::size(cases); ++i) {
         SCOPED_TRACE(testing::Message() << "case " << i);
-        if (cases[i].first) EXPECT_EQ(WithFirstAllocationFailing(cases[i].first), std::make_pair(ST_FAILURE, true));
-        EXPECT_EQ(WithFirstAllocationFailing(cases[i].second), std::make_pair(ST_INVALID_PARAMETER, false));
+        const auto at = cases[i].first ? FirstAllocationFails(cases[i].first) : Outcome{-1, true};
+        EXPECT_EQ(at, Outcome(ST_FAILURE, true)) << "no allocation at the limit";
+        EXPECT_EQ(FirstAllocationFails(cases[i].second), Outcome(ST_INVALID_PARAMETER, false));
     }
     uint32_t count = 0;
     KrnGetBitmapListCount(items, &count);
     EXPECT_EQ(count, uint32_t(KRN_MAX_LIST_ITEMS));
     KrnFreeBitmapList(items);
     // Refused calls left everything as it was; the largest kernel still filters exactly.
-    EXPECT_TRUE(small.d.nWidth == 2 && deep12->nBitsPerPixel == 12 && !DisBitmapHasRegion(grey.get()));
+    EXPECT_TRUE(small.d.nWidth == 2 && deep12->nBitsPerPixel == 12);
+    EXPECT_FALSE(DisBitmapHasRegion(grey.get()));
     ASSERT_EQ(spatial(0), ST_SUCCESS);
     EXPECT_EQ(grey.storedBytes(), before);
 }

@@ -1,5 +1,5 @@
-// Whole-bitmap conversion and display-table folding: stored values worked
-// out by hand (raw, as kernel_ref.h reads them) and round trips.
+// Whole-bitmap conversion: stored values worked out by hand (raw, as
+// kernel_ref.h reads them) and round trips through palettes.
 #include "kernel_ref.h"
 
 #include <gtest/gtest.h>
@@ -87,25 +87,6 @@ TEST(KernelConvert, PalettisedTargets) {
             level(v >> 16, 7) << 16 | level(v >> 8 & 0xFF, 7) << 8 | level(v & 0xFF, 3);
         EXPECT_EQ(colour(s, i % 32, i / 32), want) << i;
     }
-}
-
-// The display table folds into the samples; samples past it show its last entry.
-TEST(KernelConvert, ThroughTheDisplayTable) {
-    Bitmap g = kref::DepthBitmap(4, 1, 12), e = kref::OutputBitmap();
-    g->pLUT = static_cast<RzRGBQuad *>(KrnMemAllocHandle(100 * sizeof(RzRGBQuad)));
-    g->nLUTLength = 100;
-    for (uint8_t i = 0, v = 250; i < 100; ++i, v -= 2) g->pLUT[i] = {v, v, v, 0};
-    g->uFlags |= BMF_USE_LUT;
-    Put(g, {0, 1, 99, 4000});
-    const uint32_t grey[4] = {250, 248, 52, 52};
-    for (int bits : {0, 8, 12, 16}) { // 0: converted to 8-bit grey
-        Bitmap f = bits ? Bitmap(g) : kref::OutputBitmap();
-        ASSERT_EQ(bits ? KrnApplyBitmapLUT(f.get(), bits) : Convert(f, g.get(), 8, GREY), KRN_OK);
-        EXPECT_TRUE(f->pLUT == nullptr && !(f->uFlags & BMF_USE_LUT));
-        for (int x = 0; x < 4; ++x)
-            EXPECT_EQ(kref::Shown(f, x, 0), bits > 8 ? (grey[x] * 257u) >> (16 - bits) : grey[x]);
-    }
-    EXPECT_EQ(KrnApplyBitmapLUT(g.get(), 24), KRN_INVALID_PARAMETER);
 }
 
 } // namespace

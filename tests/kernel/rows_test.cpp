@@ -129,16 +129,4 @@ TEST(KernelRows, GetAndPutFollowTheViewTable) {
                 }
 }
 
-TEST(KernelRows, RefusesRowsOutsideTheViewAndOddSpans) {
-    Bitmap b = kref::DepthBitmap(5, 7, 8);
-    Bytes buf(64, 9);
-    const int32_t odd[3] = {0, 2, 3};
-    ASSERT_EQ(KrnChangeViewPerspective(nullptr, b.get(), BITMAPDESC_SIZE, 5, 0), KRN_OK);
-    for (int32_t st : {KrnGetBitmapRows(b.get(), buf.data(), 8, 3, 3, 0, 7), // rows 3..5 of 5
-                       KrnGetBitmapRows(b.get(), buf.data(), 4, 0, 2, 0, 7), // rows overlap
-                       KrnPutBitmapRowSpans(b.get(), buf.data(), 0, 0, 4, odd, 3, 1)})
-        EXPECT_EQ(st, KRN_INVALID_PARAMETER);
-    EXPECT_EQ(std::count(b->pData, b->pData + b->nStride * 5, 0), b->nStride * 5);
-}
-
 } // namespace

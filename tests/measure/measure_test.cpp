@@ -26,7 +26,7 @@ struct Reference {
         const int32_t bits = b->nBitsPerPixel;
         deep = b->nColorOrder == KRN_ORDER_GRAY && (bits == 12 || bits == 16);
         grey = b->nColorOrder == KRN_ORDER_GRAY || (bits <= 8 && KrnIsGrayscale(b));
-        if (bits <= 8 && b->nColorOrder != KRN_ORDER_GRAY) KrnGetBitmapPalette(b, 0, b->nColors, palette);
+        if (bits <= 8) KrnGetBitmapPalette(b, 0, b->nColors, palette);
         if (deep) {
             low = uint32_t(std::max(b->nLowBit, 0));
             k = uint32_t((b->nHighBit == -1 ? bits - 1 : b->nHighBit) + 1) - low;
@@ -72,6 +72,8 @@ TEST(Histogram, EveryLayoutChannelAndRegionAgainstTheReference) {
             SCOPED_TRACE(testing::Message() << layout.name << " variant " << variant);
             Bitmap b(layout, 23, 9, 17);
             if (variant & 2) b->uFlags |= BMF_SIGNED;
+            if (variant == 2 && layout.order == KRN_ORDER_GRAY && layout.bits > 8)
+                b->nLowBit = 3, b->nHighBit = layout.bits == 12 ? 9 : 13; // 2^k bins for k bits
             if (variant & 1) SetEllipse(b);
             const Reference ref(b.get());
             for (uint32_t channel = 0; channel <= 3; ++channel) {
@@ -89,28 +91,22 @@ TEST(Histogram, EveryLayoutChannelAndRegionAgainstTheReference) {
         }
 }
 
-// 2^k bins for k significant bits (nLowBit -1 read as 0 and kept); other bin
-// counts and shapes past the sample refused; an empty region counts nothing.
-TEST(Histogram, DeepShapesAndEmptyRegions) {
-    const struct {
-        int32_t bits, low, high;
-        uint32_t bins;
-        int32_t status;
-    } cases[] = {{12, 0, 11, 4096, 1},         {12, -1, 7, 256, 1},
-                 {16, 4, 13, 1024, 1},         {16, 0, -1, 65536, 1},
-                 {16, 15, 15, 2, 1},           {16, 4, 13, 2048, ST_INVALID_PARAMETER},
-                 {16, 9, 4, 65536, ST_NO_BITMAP}, {16, 0, 16, 65536, ST_NO_BITMAP}};
-    for (const auto &c : cases) {
-        SCOPED_TRACE(testing::Message() << c.bits << " bits " << c.low << ".." << c.high);
-        Bitmap b(FindLayout(c.bits == 12 ? "grey12" : "grey16"), 5, 5, 3);
-        b->nLowBit = c.low, b->nHighBit = c.high;
-        std::vector<uint32_t> h(65536 * 2);
-        EXPECT_EQ(Rz_GetBitmapHistogram(b.get(), h.data(), c.bins, 0), c.status);
-        if (c.status == 1) EXPECT_EQ(std::accumulate(h.begin(), h.begin() + c.bins, 0u), 25u);
-        EXPECT_EQ(b->nLowBit, c.low);
-    }
+// Other bin counts and bit ranges past the sample are refused; nLowBit -1
+// reads as 0 and is kept; an empty region counts nothing and has no extremes.
+TEST(Histogram, RefusedShapesAndEmptyRegions) {
+    const std::tuple<int32_t, int32_t, uint32_t, int32_t> cases[] = {
+        {-1, 7, 256, 1}, // low bit, high bit, bins, status
+        {4, 13, 2048, ST_INVALID_PARAMETER},
+        {9, 4, 65536, ST_NO_BITMAP},
+        {0, 16, 65536, ST_NO_BITMAP}};
     Bitmap b(FindLayout("grey16"), 6, 6, 3);
     std::vector<uint32_t> h(65536, 7);
+    for (auto [low, high, bins, status] : cases) {
+        b->nLowBit = low, b->nHighBit = high;
+        EXPECT_EQ(Rz_GetBitmapHistogram(b.get(), h.data(), bins, 0), status) << low << ".." << high;
+        EXPECT_EQ(b->nLowBit, low);
+    }
+    b->nLowBit = 0, b->nHighBit = 15;
     const RzRect r{1, 1, 4, 4};
     ASSERT_EQ(DisSetRegionRect(b.get(), &r, DIS_RGN_SET), 1);
     ASSERT_EQ(DisSetRegionRect(b.get(), &r, DIS_RGN_DIFF), 1); // empty
@@ -127,7 +123,8 @@ TEST(Histogram, DeepShapesAndEmptyRegions) {
 StatisticsInfo Expected(const std::vector<uint32_t> &all, uint32_t first, uint32_t last) {
     StatisticsInfo s{};
     std::vector<uint32_t> in;
-    std::copy_if(all.begin(), all.end(), std::back_inserter(in), [&](uint32_t v) { return v >= first && v <= last; });
+    for (uint32_t v : all)
+        if (v >= first && v <= last) in.push_back(v);
     std::sort(in.begin(), in.end());
     s.uTotalCount = uint32_t(all.size());
     s.uPixelCount = uint32_t(in.size());
@@ -138,7 +135,7 @@ StatisticsInfo Expected(const std::vector<uint32_t> &all, uint32_t first, uint32
     s.uMedian = in.size() / 2 ? in[in.size() / 2 - 1] : 0;
     // Integer sums are exact; the mean is a double so that its truncation
     // to hundredths falls the same way.
-    const double mean = double(std::accumulate(in.begin(), in.end(), uint64_t(0))) / double(in.size());
+    const double mean = double(std::accumulate(in.begin(), in.end(), uint64_t(0))) / in.size();
     long double sq = 0;
     for (uint32_t v : in) sq += (v - (long double)mean) * (v - (long double)mean);
     s.uMean = uint32_t(mean * 100);
@@ -148,7 +145,8 @@ StatisticsInfo Expected(const std::vector<uint32_t> &all, uint32_t first, uint32
 
 void ExpectStats(const StatisticsInfo &got, const StatisticsInfo &want) {
     auto exact = [](const StatisticsInfo &s) {
-        return std::tie(s.uPixelCount, s.uTotalCount, s.uPercent, s.uMin, s.uMax, s.uMedian, s.uMean);
+        return std::tie(s.uPixelCount, s.uTotalCount, s.uPercent, s.uMin, s.uMax, s.uMedian,
+                        s.uMean);
     };
     EXPECT_EQ(exact(got), exact(want));
     // Sums taken in another order may round the last digit the other way.
@@ -160,7 +158,8 @@ void ExpectStats(const StatisticsInfo &got, const StatisticsInfo &want) {
 TEST(Statistics, WorkedExamples) {
     std::vector<uint8_t> v(200, 10);
     std::fill(v.begin() + 100, v.end(), 20);
-    Bitmap b = GreyBitmap(20, 10, v), d(FindLayout("grey16"), 4, 1, 0), t(FindLayout("grey12"), 2, 1, 0);
+    Bitmap b = GreyBitmap(20, 10, v), d(FindLayout("grey16"), 4, 1, 0);
+    Bitmap t(FindLayout("grey12"), 2, 1, 0);
     d->nLowBit = 4, d->nHighBit = 11;
     for (int x = 0; x < 4; ++x) d.setPixel(x, 0, x == 3 ? 0x0AC1 : 0xFABF); // 0xAB and 0xAC
     t.setPixel(0, 0, 4095), t.setPixel(1, 0, 1);
@@ -180,8 +179,8 @@ TEST(Statistics, WorkedExamples) {
         StatisticsInfo s{};
         s.uFirst = 0xABCD;
         ASSERT_EQ(Rz_GetBitmapStatisticsInfo(c.b->get(), &s, c.channel, c.first, c.last), 1);
-        EXPECT_EQ(std::memcmp(&s, &c.want, sizeof s), 0) << c.first << ".." << c.last << " mean " << s.uMean
-                                                          << " deviation " << s.uStdDev << " median " << s.uMedian;
+        EXPECT_EQ(std::memcmp(&s, &c.want, sizeof s), 0)
+            << c.first << ".." << c.last << " mean " << s.uMean << " deviation " << s.uStdDev;
     }
     EXPECT_EQ(Rz_GetBitmapStatisticsInfo(b.get(), nullptr, 0, 9, 8), ST_INVALID_PARAMETER);
     b->uFlags |= BMF_SIGNED;
@@ -210,7 +209,7 @@ TEST(Statistics, EveryLayoutAndRangeAgainstTheSortedValues) {
             Bitmap b(layout, 21, 11, 5);
             if (layout.displayTable) {
                 b->nLowBit = variant ? 4 : 8;
-                for (uint32_t i = 0; i < 256; ++i) b->pLUT[i] = {uint8_t(i / 2), uint8_t(255 - i), uint8_t(i), 0};
+                for (uint8_t i = 0; i < 255; ++i) b->pLUT[i] = {uint8_t(i / 2), uint8_t(~i), i, 0};
             } else if (variant) {
                 SetEllipse(b);
             }
@@ -221,8 +220,8 @@ TEST(Statistics, EveryLayoutAndRangeAgainstTheSortedValues) {
                 ref.forEach(layout.displayTable ? 0 : channel, [&](uint32_t v) {
                     if (layout.displayTable) {
                         const RzRGBQuad &e = b->pLUT[std::min(v, 255u)];
-                        const uint32_t c[4] = {(5u * e.rgbGreen + 2u * e.rgbRed + e.rgbBlue + 4) / 8, e.rgbRed,
-                                               e.rgbGreen, e.rgbBlue};
+                        const uint32_t c[4] = {(5u * e.rgbGreen + 2u * e.rgbRed + e.rgbBlue + 4) / 8,
+                                               e.rgbRed, e.rgbGreen, e.rgbBlue};
                         v = c[channel];
                     }
                     all.push_back(ref.deep ? FullScale(v, ref.k, s) : v);
@@ -231,10 +230,10 @@ TEST(Statistics, EveryLayoutAndRangeAgainstTheSortedValues) {
                     // Deep bins are chosen by their top k bits: widen the range to whole bins.
                     const uint32_t shift = ref.deep ? s - ref.k : 0;
                     const uint32_t first = (r[0] >> shift) << shift;
-                    const uint32_t last = std::min(((r[1] >> shift) << shift) | ((1u << shift) - 1), 65535u);
+                    const uint32_t last = std::min(r[1] | ((1u << shift) - 1), 65535u);
                     StatisticsInfo got{};
                     ASSERT_EQ(Rz_GetBitmapStatisticsInfo(b.get(), &got, channel, r[0], r[1]), 1);
-                    SCOPED_TRACE(testing::Message() << "channel " << channel << " range " << r[0] << ".." << r[1]);
+                    SCOPED_TRACE(testing::Message() << "channel " << channel << ", " << r[0] << ".." << r[1]);
                     ExpectStats(got, Expected(all, first, last));
                 }
             }
