@@ -1,7 +1,6 @@
-// Histograms, extremes and statistics. The reference reads every pixel with
-// KrnGetPixel, asks the region pixel by pixel (DisIsPtInRegion) and turns
-// raw samples into values itself; statistics are checked against a sorted
-// list of the values and against values worked out by hand.
+// Histograms, extremes and statistics against a reference that reads pixels
+// with KrnGetPixel, asks the region pixel by pixel and turns raw samples into
+// values itself; statistics against the sorted values and worked examples.
 #include "support/bitmaps.h"
 
 #include <gtest/gtest.h>
@@ -10,53 +9,43 @@
 #include <cmath>
 #include <cstring>
 #include <numeric>
-#include <tuple>
 
 namespace rz::test {
 namespace {
 
-// The values the reference counts for one pixel, by channel (0 = all).
+// The values the reference counts, by channel (0 = all), for the pixels of the region.
 struct Reference {
     const BitmapDesc *b;
-    RzRGBQuad palette[256]{};
-    bool grey, deep;
+    RzRGBQuad pal[256]{};
+    bool deep, grey;
     uint32_t low = 0, k = 8, sign = 0, bins = 256;
 
     explicit Reference(const BitmapDesc *bmp) : b(bmp) {
-        const int32_t bits = b->nBitsPerPixel;
-        deep = b->nColorOrder == KRN_ORDER_GRAY && (bits == 12 || bits == 16);
+        const int32_t bits = b->nBitsPerPixel, high = b->nHighBit == -1 ? bits - 1 : b->nHighBit;
+        deep = b->nColorOrder == KRN_ORDER_GRAY && bits > 8 && bits <= 16;
         grey = b->nColorOrder == KRN_ORDER_GRAY || (bits <= 8 && KrnIsGrayscale(b));
-        if (bits <= 8) KrnGetBitmapPalette(b, 0, b->nColors, palette);
-        if (deep) {
-            low = uint32_t(std::max(b->nLowBit, 0));
-            k = uint32_t((b->nHighBit == -1 ? bits - 1 : b->nHighBit) + 1) - low;
-            bins = 1u << k;
-        }
-        if (bits >= 48) bins = 65536;
+        if (bits <= 8) KrnGetBitmapPalette(b, 0, b->nColors, pal);
+        if (deep) low = uint32_t(std::max(b->nLowBit, 0)), k = uint32_t(high + 1) - low;
+        bins = bits >= 48 ? 65536 : 1u << k;
         if (b->uFlags & BMF_SIGNED && b->nColorOrder == KRN_ORDER_GRAY) sign = 1u << (k - 1);
     }
-    std::vector<uint32_t> values(uint64_t raw, uint32_t channel) const {
-        const int32_t bits = b->nBitsPerPixel;
-        if (deep) return {(uint32_t(raw >> low) & (bins - 1)) ^ sign};
-        uint32_t c[3]; // red, green, blue
-        if (bits <= 8 && b->nColorOrder != KRN_ORDER_GRAY) {
-            c[0] = palette[raw].rgbRed, c[1] = palette[raw].rgbGreen, c[2] = palette[raw].rgbBlue;
-        } else if (bits <= 8) {
-            c[0] = c[1] = c[2] = uint32_t(raw) ^ sign;
-        } else {
-            const int s = bits >= 48 ? 16 : 8;
-            for (int i = 0; i < 3; ++i) c[i] = uint32_t(raw >> (i * s)) & ((1u << s) - 1);
-        }
-        if (grey) return {c[0]};
-        if (channel) return {c[channel - 1]};
-        return {c[2], c[1], c[0]};
-    }
     template <class F> void forEach(uint32_t channel, F &&f) const {
+        const int32_t bits = b->nBitsPerPixel, s = bits >= 48 ? 16 : 8;
         for (int32_t y = 0; y < b->nHeight; ++y)
             for (int32_t x = 0; x < b->nWidth; ++x) {
                 uint64_t raw = 0;
                 if (!DisIsPtInRegion(b, x, y) || KrnGetPixel(b, x, y, &raw) != 1) continue;
-                for (uint32_t v : values(raw, channel)) f(v);
+                uint32_t c[3]; // red, green, blue
+                for (int i = 0; i < 3; ++i)
+                    c[i] = deep      ? (uint32_t(raw >> low) & (bins - 1)) ^ sign
+                           : bits > 8 ? uint32_t(raw >> (i * s)) & ((1u << s) - 1)
+                           : b->nColorOrder == KRN_ORDER_GRAY ? uint32_t(raw) ^ sign
+                                                              : (&pal[raw].rgbBlue)[2 - i];
+                if (grey || channel) {
+                    f(c[grey ? 0 : channel - 1]);
+                } else {
+                    for (uint32_t v : c) f(v);
+                }
             }
     }
 };
@@ -91,22 +80,10 @@ TEST(Histogram, EveryLayoutChannelAndRegionAgainstTheReference) {
         }
 }
 
-// Other bin counts and bit ranges past the sample are refused; nLowBit -1
-// reads as 0 and is kept; an empty region counts nothing and has no extremes.
-TEST(Histogram, RefusedShapesAndEmptyRegions) {
-    const std::tuple<int32_t, int32_t, uint32_t, int32_t> cases[] = {
-        {-1, 7, 256, 1}, // low bit, high bit, bins, status
-        {4, 13, 2048, ST_INVALID_PARAMETER},
-        {9, 4, 65536, ST_NO_BITMAP},
-        {0, 16, 65536, ST_NO_BITMAP}};
+// An empty region counts nothing and has no extremes.
+TEST(Histogram, EmptyRegion) {
     Bitmap b(FindLayout("grey16"), 6, 6, 3);
     std::vector<uint32_t> h(65536, 7);
-    for (auto [low, high, bins, status] : cases) {
-        b->nLowBit = low, b->nHighBit = high;
-        EXPECT_EQ(Rz_GetBitmapHistogram(b.get(), h.data(), bins, 0), status) << low << ".." << high;
-        EXPECT_EQ(b->nLowBit, low);
-    }
-    b->nLowBit = 0, b->nHighBit = 15;
     const RzRect r{1, 1, 4, 4};
     ASSERT_EQ(DisSetRegionRect(b.get(), &r, DIS_RGN_SET), 1);
     ASSERT_EQ(DisSetRegionRect(b.get(), &r, DIS_RGN_DIFF), 1); // empty
@@ -130,9 +107,7 @@ StatisticsInfo Expected(const std::vector<uint32_t> &all, uint32_t first, uint32
     s.uPixelCount = uint32_t(in.size());
     if (in.empty()) return s;
     s.uPercent = uint32_t(in.size() * 10000.0 / all.size());
-    s.uMin = in.front();
-    s.uMax = in.back();
-    s.uMedian = in.size() / 2 ? in[in.size() / 2 - 1] : 0;
+    s.uMin = in.front(), s.uMax = in.back(), s.uMedian = in.size() > 1 ? in[in.size() / 2 - 1] : 0;
     // Integer sums are exact; the mean is a double so that its truncation
     // to hundredths falls the same way.
     const double mean = double(std::accumulate(in.begin(), in.end(), uint64_t(0))) / in.size();
@@ -143,14 +118,11 @@ StatisticsInfo Expected(const std::vector<uint32_t> &all, uint32_t first, uint32
     return s;
 }
 
-void ExpectStats(const StatisticsInfo &got, const StatisticsInfo &want) {
-    auto exact = [](const StatisticsInfo &s) {
-        return std::tie(s.uPixelCount, s.uTotalCount, s.uPercent, s.uMin, s.uMax, s.uMedian,
-                        s.uMean);
-    };
-    EXPECT_EQ(exact(got), exact(want));
-    // Sums taken in another order may round the last digit the other way.
+// Sums taken in another order may round the deviation's last digit the other way.
+void ExpectStats(StatisticsInfo got, const StatisticsInfo &want) {
     EXPECT_NEAR(double(got.uStdDev), double(want.uStdDev), 1.0);
+    got.uStdDev = want.uStdDev, got.uFirst = want.uFirst;
+    EXPECT_EQ(std::memcmp(&got, &want, sizeof got), 0) << got.uMean << " " << got.uMedian;
 }
 
 // Worked by hand: 100 pixels of 10 and 100 of 20 on 8-bit grey; bits 4..11
@@ -177,15 +149,10 @@ TEST(Statistics, WorkedExamples) {
     };
     for (const auto &c : cases) {
         StatisticsInfo s{};
-        s.uFirst = 0xABCD;
+        s.uFirst = 0xABCD; // neither read nor written
         ASSERT_EQ(Rz_GetBitmapStatisticsInfo(c.b->get(), &s, c.channel, c.first, c.last), 1);
-        EXPECT_EQ(std::memcmp(&s, &c.want, sizeof s), 0)
-            << c.first << ".." << c.last << " mean " << s.uMean << " deviation " << s.uStdDev;
+        EXPECT_EQ(std::memcmp(&s, &c.want, sizeof s), 0) << c.first << ".." << c.last;
     }
-    EXPECT_EQ(Rz_GetBitmapStatisticsInfo(b.get(), nullptr, 0, 9, 8), ST_INVALID_PARAMETER);
-    b->uFlags |= BMF_SIGNED;
-    StatisticsInfo s{};
-    EXPECT_EQ(Rz_GetBitmapStatisticsInfo(b.get(), &s, 0, 0, 255), ST_SIGNED_NOT_SUPPORTED);
 }
 
 // Full-scale value of a k-bit bin in an s-bit frame, by repetition of its
@@ -220,8 +187,8 @@ TEST(Statistics, EveryLayoutAndRangeAgainstTheSortedValues) {
                 ref.forEach(layout.displayTable ? 0 : channel, [&](uint32_t v) {
                     if (layout.displayTable) {
                         const RzRGBQuad &e = b->pLUT[std::min(v, 255u)];
-                        const uint32_t c[4] = {(5u * e.rgbGreen + 2u * e.rgbRed + e.rgbBlue + 4) / 8,
-                                               e.rgbRed, e.rgbGreen, e.rgbBlue};
+                        const uint32_t grey = (5u * e.rgbGreen + 2u * e.rgbRed + e.rgbBlue + 4) / 8;
+                        const uint32_t c[4] = {grey, e.rgbRed, e.rgbGreen, e.rgbBlue};
                         v = c[channel];
                     }
                     all.push_back(ref.deep ? FullScale(v, ref.k, s) : v);
@@ -233,7 +200,7 @@ TEST(Statistics, EveryLayoutAndRangeAgainstTheSortedValues) {
                     const uint32_t last = std::min(r[1] | ((1u << shift) - 1), 65535u);
                     StatisticsInfo got{};
                     ASSERT_EQ(Rz_GetBitmapStatisticsInfo(b.get(), &got, channel, r[0], r[1]), 1);
-                    SCOPED_TRACE(testing::Message() << "channel " << channel << ", " << r[0] << ".." << r[1]);
+                    SCOPED_TRACE(testing::Message() << channel << ": " << r[0] << ".." << r[1]);
                     ExpectStats(got, Expected(all, first, last));
                 }
             }
