@@ -1,9 +1,7 @@
-// Rows of every view through the row context, which moves the transposed
-// views' rows in bands, on every layout, odd sizes, regions and modes: an
-// operation run in view v leaves what it leaves in view 1 (plain stored rows);
-// where the working rows are the stored bytes every row read shows the stored
-// pixels the view table names, earlier writes included; rows written back
-// unchanged leave the bitmap as it was, or narrowed where worked in 8 bits.
+// Rows of every view (transposed ones move in bands) on every layout, odd
+// sizes, regions and modes: each view leaves what view 1 leaves; reads show
+// the stored pixels the view table names, earlier writes included; rows put
+// back unchanged leave the picture as it was, or narrowed where worked in 8 bits.
 #include "frame/kmem.h"
 #include "frame/row_context.h"
 #include "frame/status.h"
@@ -24,11 +22,10 @@ using Bytes = std::vector<uint8_t>;
 // The byte an operation mixes into the working bytes of stored pixel (sx, sy).
 uint8_t Key(int sx, int sy, int pass) { return uint8_t(sx * 7 + sy * 13 + pass * 101 + 1); }
 
-// Reads rows a few ahead of the row it writes (as filters do); with `mix`,
-// xors a key into every working byte of the row, from the top, then again from
-// the bottom. Keys follow the stored position, so the result does not depend
-// on the view. `model`: the stored bytes as they should be, checked on reads
-// (emptied where the working bytes are not the stored ones).
+// Reads rows a few ahead of the row it writes (as filters do); with `mix`, xors
+// a key that follows the stored position into every working byte, top-down,
+// then bottom-up. `model`: the stored bytes as they should be, checked on
+// reads (emptied where the working bytes are not the stored ones).
 int32_t MixRows(BitmapDesc *bmp, uint32_t mode, bool mix, Bytes *model) {
     const int view = bmp->nViewPerspective, pw = bmp->nStoredWidth, ph = bmp->nStoredHeight;
     const size_t e = size_t(bmp->nBitsPerPixel / 8), storedRow = size_t(pw) * e;

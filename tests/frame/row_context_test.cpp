@@ -82,10 +82,9 @@ TEST(RowContext, EdgesAndEmptyRectangles) {
     EXPECT_EQ(rec.percents(), (Percents{0, 100}));
 }
 
-// 1..7-bit pixels are written back as the nearest palette entry of the
-// colour worked on, even when marked as grey samples: with a palette that
-// repeats each colour, an identity table moves every odd sample to the even
-// one below it. 8-bit grey samples do not use the palette.
+// 1..7-bit grey samples go back as the nearest palette entry: with a palette
+// that repeats each colour, an identity table moves every odd sample to the
+// even one below it. 8-bit grey samples do not use the palette.
 TEST(ShortTables, SmallDepthsGoBackThroughThePalette) {
     uint32_t identity[256];
     std::iota(identity, identity + 256, 0u);

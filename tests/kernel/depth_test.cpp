@@ -1,5 +1,4 @@
-// Whole-bitmap conversion: stored values worked out by hand (raw, as
-// kernel_ref.h reads them) and round trips through palettes.
+// Whole-bitmap conversion: raw stored values worked out by hand; palettes.
 #include "kernel_ref.h"
 
 #include <gtest/gtest.h>

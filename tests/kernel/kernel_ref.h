@@ -71,7 +71,7 @@ inline uint64_t Shown(const Bitmap &b, int x, int y) { return Shown(*b.get(), x,
 
 inline uint32_t RowBytes(int w, int bits) { return uint32_t((uint64_t(w) * bits + 7) / 8); }
 
-// A bitmap of any depth with random stored pixels (written through the layout, not the kernel).
+// A bitmap of any depth with random pixels, stored through the layout above.
 inline Bitmap Random(int w, int h, int bits, std::mt19937_64 &rng) {
     Bitmap b = DepthBitmap(w, h, bits);
     const uint64_t mask = bits == 64 ? ~0ull : (1ull << bits) - 1;

@@ -53,9 +53,8 @@ void CheckGet(const Bitmap &b, const Trial &t, bool bands) {
     }
 }
 
-// A put writes exactly the pixels wholly inside its window, the width and a
-// span of their row, keeping the stored fourth channel when asked; every other
-// stored byte stays. With spans, each row gets 0 to 3 runs, some overlapping.
+// A put writes exactly the pixels wholly inside its window, the width and a span
+// (0 to 3 runs a row), keeping the stored fourth channel when asked.
 void CheckPut(Bitmap &b, const Trial &t, bool bands, bool withSpans, uint32_t flags,
               std::mt19937_64 &rng) {
     const int bits = b->nBitsPerPixel, w = b->nWidth;

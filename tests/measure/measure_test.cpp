@@ -94,9 +94,8 @@ TEST(Histogram, EmptyRegion) {
     EXPECT_EQ(mn, 5);
 }
 
-// Statistics from the definition: the median is the value at sorted
-// position half - 1 (the last value before which fewer than half were
-// counted), 0 when half is 0.
+// Statistics from the definition: the median is the value at sorted position
+// half - 1 (the last before which fewer than half were counted), 0 when half is 0.
 StatisticsInfo Expected(const std::vector<uint32_t> &all, uint32_t first, uint32_t last) {
     StatisticsInfo s{};
     std::vector<uint32_t> in;
@@ -187,8 +186,8 @@ TEST(Statistics, EveryLayoutAndRangeAgainstTheSortedValues) {
                 ref.forEach(layout.displayTable ? 0 : channel, [&](uint32_t v) {
                     if (layout.displayTable) {
                         const RzRGBQuad &e = b->pLUT[std::min(v, 255u)];
-                        const uint32_t grey = (5u * e.rgbGreen + 2u * e.rgbRed + e.rgbBlue + 4) / 8;
-                        const uint32_t c[4] = {grey, e.rgbRed, e.rgbGreen, e.rgbBlue};
+                        const uint32_t g = (5u * e.rgbGreen + 2u * e.rgbRed + e.rgbBlue + 4) / 8;
+                        const uint32_t c[4] = {g, e.rgbRed, e.rgbGreen, e.rgbBlue};
                         v = c[channel];
                     }
                     all.push_back(ref.deep ? FullScale(v, ref.k, s) : v);
