@@ -5,51 +5,46 @@
 #include "support/bitmaps.h"
 
 #include <cstdint>
-#include <cstring>
 #include <random>
 #include <vector>
-
-using rz::test::DepthBitmap;
-using rz::test::OutputBitmap;
 
 namespace kref {
 
 using rz::test::Bitmap;
+using rz::test::DepthBitmap;
+using rz::test::OutputBitmap;
 
 inline const int kDepths[] = {1, 2, 3, 4, 5, 6, 7, 8, 12, 16, 24, 32, 48, 64};
 
-// Pixel x of a row: MSB-first bits up to 8, 12-bit pairs in 3 bytes, little-endian words above.
+// Pixel x of a row: MSB-first bits up to 8, 12-bit pairs in 3 bytes,
+// little-endian words above.
 inline uint64_t Get(const uint8_t *row, int bits, uint64_t x) {
     uint64_t v = 0;
-    if (bits <= 8) {
-        for (uint64_t bit = x * bits; bit < (x + 1) * bits; ++bit)
-            v = v << 1 | ((row[bit / 8] >> (7 - bit % 8)) & 1);
-    } else if (bits == 12) {
+    if (bits == 12) {
         const uint8_t *p = row + x / 2 * 3;
-        v = x % 2 ? (p[1] >> 4) | (p[2] << 4) : p[0] | ((p[1] & 0x0F) << 8);
-    } else {
-        for (int i = bits / 8 - 1; i >= 0; --i)
-            v = v << 8 | row[x * (bits / 8) + i];
+        return x % 2 ? (p[1] >> 4) | (p[2] << 4) : p[0] | ((p[1] & 0x0F) << 8);
     }
+    if (bits > 8)
+        for (int i = bits / 8 - 1; i >= 0; --i) v = v << 8 | row[x * (bits / 8) + i];
+    for (uint64_t bit = x * bits; bits <= 8 && bit < (x + 1) * bits; ++bit)
+        v = v << 1 | ((row[bit / 8] >> (7 - bit % 8)) & 1);
     return v;
 }
 
 inline void Set(uint8_t *row, int bits, uint64_t x, uint64_t v) {
-    if (bits <= 8) {
-        for (int i = 0; i < bits; ++i) {
-            const uint64_t bit = x * bits + i;
-            const uint8_t m = uint8_t(0x80 >> (bit % 8));
-            row[bit / 8] = uint8_t((v >> (bits - 1 - i)) & 1 ? row[bit / 8] | m : row[bit / 8] & ~m);
-        }
-    } else if (bits == 12) {
+    if (bits == 12) {
         uint8_t *p = row + x / 2 * 3;
         if (x % 2)
             p[1] = uint8_t((p[1] & 0x0F) | (v & 0x0F) << 4), p[2] = uint8_t(v >> 4);
         else
             p[0] = uint8_t(v), p[1] = uint8_t((p[1] & 0xF0) | (v >> 8 & 0x0F));
-    } else {
-        for (int i = 0; i < bits / 8; ++i)
-            row[x * (bits / 8) + i] = uint8_t(v >> (8 * i));
+        return;
+    }
+    for (int i = 0; bits > 8 && i < bits / 8; ++i) row[x * (bits / 8) + i] = uint8_t(v >> (8 * i));
+    for (int i = 0; bits <= 8 && i < bits; ++i) {
+        const uint64_t bit = x * bits + i;
+        const uint8_t m = uint8_t(0x80 >> (bit % 8));
+        row[bit / 8] = uint8_t((v >> (bits - 1 - i)) & 1 ? row[bit / 8] | m : row[bit / 8] & ~m);
     }
 }
 
@@ -72,21 +67,16 @@ inline uint64_t Shown(const BitmapDesc &b, int x, int y) {
     Stored(b.nViewPerspective, b.nStoredWidth, b.nStoredHeight, x, y, &sx, &sy);
     return StoredPixel(b, sx, sy);
 }
+inline uint64_t Shown(const Bitmap &b, int x, int y) { return Shown(*b.get(), x, y); }
 
-// Random stored pixels (through the stored layout, not the kernel).
-inline void Fill(BitmapDesc &d, std::mt19937_64 &rng) {
-    const int bits = d.nBitsPerPixel;
-    for (int y = 0; y < d.nStoredHeight; ++y)
-        for (int x = 0; x < d.nStoredWidth; ++x)
-            Set(d.pData + size_t(y) * d.nStride, bits, x, bits == 64 ? rng() : rng() & ((1ull << bits) - 1));
-}
+inline uint32_t RowBytes(int w, int bits) { return uint32_t((uint64_t(w) * bits + 7) / 8); }
 
-inline uint32_t RowBytes(int width, int bits) { return uint32_t((uint64_t(width) * bits + 7) / 8); }
-
-// A bitmap of any depth with random stored pixels.
+// A bitmap of any depth with random pixels, stored through the layout above.
 inline Bitmap Random(int w, int h, int bits, std::mt19937_64 &rng) {
     Bitmap b = DepthBitmap(w, h, bits);
-    Fill(*b.get(), rng);
+    const uint64_t mask = bits == 64 ? ~0ull : (1ull << bits) - 1;
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) Set(b->pData + size_t(y) * b->nStride, bits, x, rng() & mask);
     return b;
 }
 
