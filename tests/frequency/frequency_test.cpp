@@ -170,6 +170,7 @@ TEST(FrequencyTransform, DftRectangleAndSigns) {
 // caller's array is left scaled: magnitude / P, phase / P, zero stays zero.
 TEST(FrequencyTransform, WriteBackRulesWorkedByHand) {
     const Spectrum X{300, -300, -320, 280}, nan(4, {std::nan(""), std::nan("")});
+    const std::vector<uint64_t> black(4);
     const struct {
         const Spectrum in;
         int32_t flags;
@@ -178,9 +179,9 @@ TEST(FrequencyTransform, WriteBackRulesWorkedByHand) {
         {X, FT_BOTH | FT_CLIP, {0, 0, 10, 255}},
         {X, FT_BOTH | FT_STRETCH, {0, 8, 16, 255}},   // (v + 10) * 255 / 310
         {X, FT_MAGNITUDE | FT_CLIP, {255, 10, 0, 0}}, // |X| / 4 = 75, 75, 80, 70: 300, 10, 0, -10
-        {Spectrum{400, 0, 0, 0}, FT_BOTH | FT_STRETCH, {0, 0, 0, 0}},
-        {Spectrum(4), FT_PHASE | FT_STRETCH, {0, 0, 0, 0}}, {nan, FT_PHASE | FT_STRETCH, {0, 0, 0, 0}},
-        {nan, FT_BOTH | FT_CLIP, {0, 0, 0, 0}},             {nan, FT_MAGNITUDE | FT_CLIP, {0, 0, 0, 0}},
+        {Spectrum{400, 0, 0, 0}, FT_BOTH | FT_STRETCH, black}, {nan, FT_BOTH | FT_CLIP, black},
+        {Spectrum(4), FT_PHASE | FT_STRETCH, black}, {nan, FT_PHASE | FT_STRETCH, black},
+        {nan, FT_MAGNITUDE | FT_CLIP, black},
     };
     for (const auto &c : cases)
         for (bool fft : {true, false}) {
@@ -248,10 +249,8 @@ TEST(FrequencyDisplay, CentredScalesWorkedByHand) {
 // the documented double; 0 clears NaN too).
 TEST(FrequencyFilter, RectanglesAndMaskAgainstDirectMembership) {
     const int32_t W = 6, H = 5;
-    std::vector<uint8_t> m(W * H, 0);
-    m[2 * W + 3] = 255; // frequency 0
-    m[2 * W + 4] = 128; // u = 1, v = 0
-    m[0] = 51;          // u = 3, v = 3
+    std::vector<uint8_t> m(W * H);
+    m[2 * W + 3] = 255, m[2 * W + 4] = 128, m[0] = 51; // frequency 0; u = 1, v = 0; u = 3, v = 3
     Bitmap mask = GreyBitmap(W, H, m);
     Spectrum X;
     for (int32_t i = 0; i < W * H; ++i) X.push_back({double(i + 1), double(-i)});
@@ -278,11 +277,10 @@ TEST(FrequencyFilter, RectanglesAndMaskAgainstDirectMembership) {
                 << flags << " at " << u << "," << v << ": " << z << ", want " << want;
         }
     }
-    const int32_t r[][4] = {{0, 0, 5, 4}, {0, 0, 6, 4}, {3, 0, 2, 4}};
-    EXPECT_EQ(Rz_FrqFilterBitmap(a.a, r[1], 0x11), ST_INVALID_PARAMETER);
-    EXPECT_EQ(Rz_FrqFilterBitmap(a.a, r[2], 0x11), ST_INVALID_PARAMETER);
-    for (uint32_t bad : {0x10u, 0x01u, 0x13u, 0x31u})
-        EXPECT_EQ(Rz_FrqFilterBitmap(a.a, r[0], bad), ST_INVALID_PARAMETER) << bad;
+    const int32_t ok[4] = {0, 0, 5, 4}, wide[4] = {0, 0, 6, 4}, flipped[4] = {3, 0, 2, 4};
+    const std::pair<const int32_t *, uint32_t> bad[] = {{wide, 0x11}, {flipped, 0x11}, {ok, 0x10},
+                                                        {ok, 0x13}};
+    for (auto [r, flags] : bad) EXPECT_EQ(Rz_FrqFilterBitmap(a.a, r, flags), -13) << flags;
     EXPECT_EQ(Rz_FrqFilterMaskBitmap(mask.get(), a.a, 1), ST_INVALID_PARAMETER);
 }
 
