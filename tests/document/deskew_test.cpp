@@ -192,42 +192,37 @@ TEST(Deskew, RotationStraightensAndFills) {
         EXPECT_NEAR(angle, c.degrees * 100, 12);
         EXPECT_EQ(b->nBitsPerPixel, c.bits);
         EXPECT_TRUE(c.corner == ~0ull || b.pixel(0, 0) == c.corner) << b.pixel(0, 0);
-        RzRGBQuad pal[2];
-        EXPECT_TRUE(!c.inverted || (KrnGetBitmapPalette(b.get(), 0, 2, pal) && pal[0].rgbRed == 255));
+        RzRGBQuad pal[2] = {};
+        KrnGetBitmapPalette(b.get(), 0, 2, pal);
+        EXPECT_TRUE(!c.inverted || pal[0].rgbRed == 255) << "the palette is kept";
         ASSERT_EQ(Rz_DeskewBitmap(b.get(), &after, 0, RZ_DESKEW_MEASURE_ONLY), 1);
         EXPECT_LE(std::abs(after), 23) << "one search step at most";
     }
-    Bitmap straight = FromPage(MakeTextPage(800, 1100, 0, 1), 1);
-    Bitmap blank = FromPage({300, 200, std::vector<uint8_t>(60000, 255)}, 8);
-    for (Bitmap *b : {&straight, &blank}) {
-        const auto before = b->storedBytes();
+    for (Bitmap b : {FromPage(MakeTextPage(800, 1100, 0, 1), 1), // straight, and blank
+                     FromPage({300, 200, std::vector<uint8_t>(60000, 255)}, 8)}) {
+        const auto before = b.storedBytes();
         int32_t angle = -1;
-        EXPECT_EQ(Rz_DeskewBitmap(b->get(), &angle, 0xFF, RZ_DESKEW_SKIP_SMALL), 1);
-        EXPECT_LE(std::abs(angle), b == &blank ? 0 : 23);
-        EXPECT_EQ(b->storedBytes(), before);
+        EXPECT_EQ(Rz_DeskewBitmap(b.get(), &angle, 0xFF, RZ_DESKEW_SKIP_SMALL), 1);
+        EXPECT_LE(std::abs(angle), 23);
+        EXPECT_EQ(b.storedBytes(), before);
     }
 }
 
-// Refusals the declared ranges alone do not give, and a deep grey high bit of -1.
+// Refusals the declared ranges alone do not give (a step above the range or
+// of 180 degrees, flag fields), a palette depth without its palette, and a
+// deep grey high bit of -1, replaced by the depth's.
 TEST(Deskew, Statuses) {
-    Bitmap b = Structured(FindLayout("grey8"), 90, 64, 1);
-    Bitmap pal = Structured(FindLayout("pal4_colour"), 90, 64, 2);
-    const struct {
-        uint32_t range, res, flags;
-        int32_t status;
-    } cases[] = {
-        {4500, 45, 1, 1}, {100, 100, 1, 1}, {100, 101, 1, ST_INVALID_PARAMETER}, // step <= range
-        {1000, 1, 2, ST_INVALID_PARAMETER}, {1000, 1, 0x21, ST_INVALID_PARAMETER},
-        {1000, 1, 0xFFF00001u, 1}, // nibbles above 19 are not read; 0xF000 passes nearest
-        {4500, 1800, 1, ST_INVALID_PARAMETER}, // a step of 180 degrees has no base length
-    };
+    Bitmap b = Structured(FindLayout("grey8"), 90, 64, 1), deep(FindLayout("grey12"), 90, 64, 4);
+    const uint32_t cases[][4] = { // range, resolution, flags, accepted
+        {100, 100, 1, 1}, {100, 101, 1, 0}, {4500, 1800, 1, 0}, {1000, 1, 2, 0}, {1000, 1, 0x21, 0},
+        {1000, 1, 0xFFF00001u, 1}}; // nibbles above 19 are not read; 0xF000 passes nearest
     for (const auto &c : cases)
-        EXPECT_EQ(Rz_DeskewBitmapExt(b.get(), nullptr, c.range, c.res, 0, c.flags), c.status);
+        EXPECT_EQ(Rz_DeskewBitmapExt(b.get(), nullptr, c[0], c[1], 0, c[2]), c[3] ? 1 : -13);
     EXPECT_EQ(Rz_DeskewBitmap(b.get(), nullptr, 0, 0x31), ST_INVALID_PARAMETER);
-    RzRGBQuad *saved = std::exchange(pal->pPalette, nullptr); // a palette depth without its palette
+    Bitmap pal = Structured(FindLayout("pal4_colour"), 90, 64, 2);
+    RzRGBQuad *saved = std::exchange(pal->pPalette, nullptr);
     EXPECT_EQ(Rz_DeskewBitmapExt(pal.get(), nullptr, 1000, 1, 0, 0), ST_NO_BITMAP);
     pal->pPalette = saved;
-    Bitmap deep(FindLayout("grey12"), 90, 64, 4);
     deep->nHighBit = -1;
     EXPECT_EQ(Rz_DeskewBitmap(deep.get(), nullptr, 0, 1), 1);
     EXPECT_EQ(deep->nHighBit, 11);

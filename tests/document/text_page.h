@@ -1,8 +1,6 @@
 // Synthetic text pages with an exactly known skew, for the deskew tests and
-// benchmark: lines of words whose glyphs are stems and bars (some rising
-// above the line, some falling below), drawn straight, then sampled through
-// the inverse rotation with bilinear coverage. Sizes follow the page width,
-// so an A4 page at 300 dpi has 300-dpi text.
+// benchmark: words of stems and bars drawn straight, then turned. Sizes follow
+// the page width, so an A4 page at 300 dpi has 300-dpi text.
 #pragma once
 
 #include <rzkrn.h>
@@ -51,19 +49,17 @@ inline TextPage MakeTextPage(int32_t width, int32_t height, double degrees, uint
     }
     TextPage p{width, height, std::vector<uint8_t>(size_t(width) * height)};
     const double a = degrees * 3.14159265358979323846 / 180.0, cs = std::cos(a), sn = std::sin(a);
-    const double cx = width / 2.0, cy = height / 2.0;
     std::mt19937 noise(seed + 1);
-    for (int32_t yy = 0; yy < height; ++yy)
-        for (int32_t xx = 0; xx < width; ++xx) {
-            const double dx = xx + 0.5 - cx, dy = yy + 0.5 - cy;
-            const double px = cx + dx * cs - dy * sn - 0.5, py = cy + dx * sn + dy * cs - 0.5;
-            const double fx = std::floor(px), fy = std::floor(py), ax = px - fx, ay = py - fy;
-            const int32_t ix = int32_t(fx), iy = int32_t(fy);
-            const double cover = (1 - ay) * ((1 - ax) * at(ix, iy) + ax * at(ix + 1, iy)) +
-                                 ay * ((1 - ax) * at(ix, iy + 1) + ax * at(ix + 1, iy + 1));
-            const double paper = 228 + double(noise() % 16);
-            p.grey[size_t(yy) * width + xx] = uint8_t(paper + (30 - paper) * cover + 0.5);
-        }
+    for (int32_t i = 0; i < width * height; ++i) { // bilinear ink coverage through the inverse turn
+        const double dx = i % width + 0.5 - width / 2.0, dy = i / width + 0.5 - height / 2.0;
+        const double px = width / 2.0 + dx * cs - dy * sn - 0.5;
+        const double py = height / 2.0 + dx * sn + dy * cs - 0.5;
+        const int32_t ix = int32_t(std::floor(px)), iy = int32_t(std::floor(py));
+        const double ax = px - ix, ay = py - iy, paper = 228 + double(noise() % 16);
+        const double cover = (1 - ay) * ((1 - ax) * at(ix, iy) + ax * at(ix + 1, iy)) +
+                             ay * ((1 - ax) * at(ix, iy + 1) + ax * at(ix + 1, iy + 1));
+        p.grey[size_t(i)] = uint8_t(paper + (30 - paper) * cover + 0.5);
+    }
     return p;
 }
 
