@@ -238,7 +238,8 @@ ListPtr MakeList(std::vector<Bitmap> &bitmaps) {
     KrnBitmapList *raw = nullptr;
     EXPECT_EQ(KrnCreateBitmapList(&raw), 1);
     ListPtr list(raw);
-    for (Bitmap &b : bitmaps) EXPECT_EQ(KrnAppendBitmapList(list.get(), b.get(), KRN_LIST_REFERENCE), 1);
+    for (Bitmap &b : bitmaps)
+        EXPECT_EQ(KrnAppendBitmapList(list.get(), b.get(), KRN_LIST_REFERENCE), 1);
     return list;
 }
 
