@@ -9,6 +9,7 @@
 #include <complex>
 #include <cstring>
 #include <random>
+#include <tuple>
 #include <vector>
 
 #ifdef RZ_HAVE_FFTW
@@ -85,10 +86,8 @@ Spectrum NaiveDft(const std::vector<double> &f, int32_t W, int32_t H, int32_t sx
 // Largest element difference in units of the reference's sum of magnitudes.
 double RelativeError(const Spectrum &got, const Spectrum &want) {
     double total = 0, worst = 0;
-    for (size_t i = 0; i < want.size(); ++i) {
-        total += std::abs(want[i]);
-        worst = std::max(worst, std::abs(got[i] - want[i]));
-    }
+    for (size_t i = 0; i < want.size(); ++i)
+        total += std::abs(want[i]), worst = std::max(worst, std::abs(got[i] - want[i]));
     return total > 0 ? worst / total : worst;
 }
 
@@ -163,11 +162,7 @@ TEST(FrequencyTransform, DftRectangleAndSigns) {
 TEST(FrequencyTransform, WriteBackRulesWorkedByHand) {
     const Spectrum X{300, -300, -320, 280}, nan(4, {std::nan(""), std::nan("")});
     const std::vector<uint64_t> black(4);
-    const struct {
-        const Spectrum in;
-        int32_t flags;
-        std::vector<uint64_t> want;
-    } cases[] = {
+    const std::tuple<Spectrum, int32_t, std::vector<uint64_t>> cases[] = {
         {X, FT_BOTH | FT_CLIP, {0, 0, 10, 255}},
         {X, FT_BOTH | FT_STRETCH, {0, 8, 16, 255}},   // (v + 10) * 255 / 310
         {X, FT_MAGNITUDE | FT_CLIP, {255, 10, 0, 0}}, // |X| / 4 = 75, 75, 80, 70: 300, 10, 0, -10
@@ -175,13 +170,13 @@ TEST(FrequencyTransform, WriteBackRulesWorkedByHand) {
         {Spectrum(4), FT_PHASE | FT_STRETCH, black}, {nan, FT_PHASE | FT_STRETCH, black},
         {nan, FT_MAGNITUDE | FT_CLIP, black},
     };
-    for (const auto &c : cases)
+    for (const auto &[in, flags, want] : cases)
         for (bool fft : {true, false}) {
             Bitmap b = Grey(2, 2, 3);
             Array a(b.get());
-            a.setAll(c.in);
-            ASSERT_EQ(Transform(fft, b, a, FT_INVERSE | FT_PLANE_GREY | c.flags), 1);
-            for (int32_t i = 0; i < 4; ++i) EXPECT_EQ(b.pixel(i % 2, i / 2), c.want[i]) << c.flags;
+            a.setAll(in);
+            ASSERT_EQ(Transform(fft, b, a, FT_INVERSE | FT_PLANE_GREY | flags), 1);
+            for (int32_t i = 0; i < 4; ++i) EXPECT_EQ(b.pixel(i % 2, i / 2), want[i]) << flags;
         }
 }
 
