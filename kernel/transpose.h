@@ -138,17 +138,18 @@ struct RowsAt {
 };
 struct LinesAt {
     uint8_t *base;
-    size_t stride;
-    uint8_t *operator[](int k) const { return base + size_t(k) * stride; }
+    ptrdiff_t stride;
+    uint8_t *operator[](int k) const { return base + k * stride; }
 };
 
 // Blocks moved by a Kernel: its get(lines, rows) spreads kLines lines of
 // kRows pixels each over kRows rows of kLines pixels (row j pixel k = line k
 // pixel j); put does the reverse. A line is the run of one stored column;
-// rows are band rows. The stored runs of kLines columns go through a small
-// scratch first (back after, when writing): stored rows a multiple of 4 KiB
-// apart share cache sets, so the kernels work on the scratch and the stored
-// side moves whole lines. Runs hold band rows at ascending addresses; with
+// rows are band rows. A kernel that moves whole cache lines of each run
+// (kLineBytes 64) works on the stored runs themselves; the others go
+// through a small scratch first (back after, when writing): stored rows a
+// multiple of 4 KiB apart share cache sets, and a line a kernel takes part
+// of would be gone before the next block takes the rest. Runs hold band rows at ascending addresses; with
 // dir -1 these are the band rows in reverse. Covers band rows from `first`
 // in whole blocks and returns where it stopped; the columns the blocks leave
 // go through the plain loop.
@@ -166,7 +167,9 @@ __attribute__((always_inline)) inline int64_t MoveBlocks(const BandSide &s, int6
         return c;
     }();
     constexpr size_t kLineBytes = size_t(kChunk) * E;
-    alignas(64) uint8_t scratch[N][kLineBytes];
+    constexpr bool kDirect = Kernel::kLineBytes == 64;
+    alignas(64) uint8_t scratch[kDirect ? 1 : N][kLineBytes];
+    const ptrdiff_t storedStep = s.storedAt(0, 1) - s.storedAt(0, 0); // from one stored run to the next
     ptrdiff_t off[R]; // band row j of a block; with dir -1 the rows run backwards
     for (int j = 0; j < R; ++j) off[j] = ptrdiff_t(s.m.dir > 0 ? j : R - 1 - j) * ptrdiff_t(s.bandStride);
     const int64_t xEnd = x0 + (x1 - x0) / N * N;
@@ -179,22 +182,24 @@ __attribute__((always_inline)) inline int64_t MoveBlocks(const BandSide &s, int6
         for (int64_t x = x0; x < xEnd; x += N) {
             if (x + ahead * N < xEnd)
                 for (int k = 0; k < N; ++k) {
-                    const uint8_t *p = s.storedAt(low, x + ahead * N + k);
-                    for (size_t b = 0; b < runBytes; b += 64) __builtin_prefetch(p + b, ToStored, 2);
-                    __builtin_prefetch(p + runBytes - 1, ToStored, 2);
+                    // Every line the run touches, once.
+                    const uintptr_t p = reinterpret_cast<uintptr_t>(s.storedAt(low, x + ahead * N + k));
+                    for (uintptr_t b = p & ~uintptr_t(63); b < p + runBytes; b += 64)
+                        __builtin_prefetch(reinterpret_cast<const void *>(b), ToStored, 2);
                 }
-            if (!ToStored || KeepFourth)
+            if (!kDirect && (!ToStored || KeepFourth))
                 for (int k = 0; k < N; ++k) kernel.copy(scratch[k], s.storedAt(low, x + k), runBytes);
             for (int64_t i = i0; i < i1; i += R) {
                 const size_t at = size_t(s.m.dir > 0 ? i - i0 : i1 - i - R) * E;
-                const LinesAt lines{scratch[0] + at, kLineBytes};
+                const LinesAt lines = kDirect ? LinesAt{s.storedAt(low, x) + at, storedStep}
+                                              : LinesAt{scratch[0] + at, ptrdiff_t(kLineBytes)};
                 const RowsAt bandRows{s.bandAt(i, x), off};
                 if constexpr (ToStored)
                     kernel.put(bandRows, lines);
                 else
                     kernel.get(lines, bandRows);
             }
-            if (ToStored)
+            if (!kDirect && ToStored)
                 for (int k = 0; k < N; ++k) kernel.copy(s.storedAt(low, x + k), scratch[k], runBytes);
         }
         if (xEnd < x1) MoveRect<E, ToStored, KeepFourth>(s, i0, i1, xEnd, x1);
@@ -205,7 +210,7 @@ __attribute__((always_inline)) inline int64_t MoveBlocks(const BandSide &s, int6
 
 #if defined(__SSE2__)
 template <class U> struct Sse2Kernel {
-    static constexpr int kLines = 8, kRows = 8;
+    static constexpr int kLines = 8, kRows = 8, kLineBytes = 8 * sizeof(U);
     template <class From, class To> static void move(const From &from, const To &to) {
         const U *in[8];
         U *out[8];
@@ -309,7 +314,7 @@ template <int Lane, int B, class P> RZ_VBMI inline __m512i LoadLanes(const P &p,
 template <int E, bool KeepFourth> struct VbmiKernel {
     using Net = PermuteNet<E>;
     static constexpr int N = Net::N, B = Net::B, kLane = Net::kLane;
-    static constexpr int kLines = N, kRows = B * N;
+    static constexpr int kLines = N, kRows = B * N, kLineBytes = B * kLane;
 
     // Unrolled at compile time, so that r stays in registers.
     template <int St = 0> RZ_VBMI static void network(__m512i r[]) {
