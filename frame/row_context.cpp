@@ -133,6 +133,8 @@ int32_t BandRow(RowContext *ctx, int32_t row, const uint8_t **bytes) {
     if (top < 0) return 1;
     if (ctx->nWriteBandTop == top && ctx->writePending.has(row - top)) RZ_RETURN_IF_FAILED(FlushRows(ctx));
     if (ctx->nReadBandTop != top) {
+        // Puts kept in the band buffer go out before it is read over.
+        if (ctx->nWriteBandTop >= 0 && ctx->pPendingBand == ctx->pReadBand) RZ_RETURN_IF_FAILED(FlushRows(ctx));
         ctx->nReadBandTop = -1;
         const int32_t st = KrnGetBitmapRows(ctx->pBitmap, ctx->pReadBand, ctx->nBandStride, top, BandCount(ctx, top),
                                             ctx->nFirstByte, ctx->nRowBytes);
@@ -150,9 +152,15 @@ int32_t BandRow(RowContext *ctx, int32_t row, const uint8_t **bytes) {
 int32_t QueueRow(RowContext *ctx, const uint8_t *out, int32_t row, const int32_t *spans, uint32_t n) {
     const int32_t top = BandTop(ctx, row);
     if (ctx->nWriteBandTop != top && ctx->nWriteBandTop >= 0) RZ_RETURN_IF_FAILED(FlushRows(ctx));
-    ctx->nWriteBandTop = top;
+    if (ctx->nWriteBandTop != top) {
+        // Rows read and put back (the usual pass) go into the band they were
+        // read into: one buffer in the cache instead of two. The rows put
+        // are stale there and come from the bitmap when read again.
+        ctx->pPendingBand = ctx->nReadBandTop == top ? ctx->pReadBand : ctx->pWriteBand;
+        ctx->nWriteBandTop = top;
+    }
     const size_t slot = static_cast<size_t>(row - top);
-    std::memcpy(ctx->pWriteBand + slot * ctx->nBandStride, out, ctx->nRowBytes);
+    std::memcpy(ctx->pPendingBand + slot * ctx->nBandStride, out, ctx->nRowBytes);
     std::copy(spans, spans + n, ctx->pBandSpans + slot * ctx->nBandSpanStride);
     ctx->pBandSpanCounts[slot] = n;
     const bool fresh = !ctx->writePending.has(row - top);
@@ -180,7 +188,7 @@ int32_t FlushRows(RowContext *ctx) {
         }
         int32_t j = i;
         while (j < count && pending.has(j)) ++j;
-        const int32_t st = KrnPutBitmapRows(ctx->pBitmap, ctx->pWriteBand + static_cast<size_t>(i) * ctx->nBandStride,
+        const int32_t st = KrnPutBitmapRows(ctx->pBitmap, ctx->pPendingBand + static_cast<size_t>(i) * ctx->nBandStride,
                                             ctx->nBandStride, top + i, j - i, ctx->nFirstByte, ctx->nRowBytes,
                                             ctx->pBandSpans + static_cast<size_t>(i) * ctx->nBandSpanStride,
                                             ctx->nBandSpanStride, ctx->pBandSpanCounts + i, ctx->uPutFlags);

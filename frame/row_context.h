@@ -75,6 +75,7 @@ struct RowContext {
     // Bands of stored rows in the transposed views (see GetRow).
     uint8_t *pReadBand;       // nBandRows stored rows from nReadBandTop
     uint8_t *pWriteBand;      // rows put and not yet written, from nWriteBandTop
+    uint8_t *pPendingBand;    // where they are: pWriteBand, or pReadBand when it holds the same rows
     int32_t *pBandSpans;      // spans of the pending rows, nBandSpanStride values each
     uint32_t *pBandSpanCounts;
     uint32_t nBandSpanStride;
