@@ -174,7 +174,9 @@ __attribute__((always_inline)) inline int64_t MoveBlocks(const BandSide &s, int6
     for (int j = 0; j < R; ++j) off[j] = ptrdiff_t(s.m.dir > 0 ? j : R - 1 - j) * ptrdiff_t(s.bandStride);
     const int64_t xEnd = x0 + (x1 - x0) / N * N;
     const int64_t iEnd = first + (rows - first) / R * R;
-    constexpr int ahead = 2; // blocks of columns: the runs lie on other pages, out of the prefetchers' reach
+    // Runs 32 stored rows ahead are fetched: they lie on other pages, out of
+    // the prefetchers' reach.
+    constexpr int ahead = 32 / N; // blocks of columns
     for (int64_t i0 = first; i0 < iEnd;) {
         const int64_t i1 = std::min(iEnd, i0 + kChunk);
         const size_t runBytes = size_t(i1 - i0) * E;
