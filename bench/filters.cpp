@@ -11,6 +11,8 @@
 // timing); OpenCV writes a separate matrix. Before timing, each pair is run
 // once and the outputs compared: equal, or within one grey level for the
 // Gaussian; a mismatch skips the case with an error.
+#include "bench_picture.h"
+
 #include <rzimg.h>
 
 #include <benchmark/benchmark.h>
@@ -28,52 +30,20 @@
 
 namespace {
 
-constexpr int32_t kSide = 4096;
+using rzbench::kSide;
+using rzbench::Picture;
+using rzbench::PictureName;
 
 enum class Format { Grey8, Colour24 };
-enum class Picture { Noise, Photo };
 
-class Image {
+class Image : public rzbench::BenchBitmap {
   public:
-    Image(Format f, Picture p) {
-        if (KrnInitBitmap(&d_, BITMAPDESC_SIZE, kSide, kSide, f == Format::Grey8 ? 8 : 24) != KRN_OK) std::abort();
-        if (f == Format::Grey8) {
-            d_.nColorOrder = KRN_ORDER_GRAY;
-            d_.nDataKind = 1;
-        }
-        if (KrnAllocBitmap(&d_) != KRN_OK) std::abort();
-        const int channels = f == Format::Grey8 ? 1 : 3;
-        uint32_t s = 0x2545F491u;
-        for (int32_t y = 0; y < kSide; ++y) {
-            uint8_t *row = d_.pData + size_t(y) * d_.nStride;
-            for (int32_t x = 0; x < kSide; ++x)
-                for (int c = 0; c < channels; ++c) {
-                    s = s * 1664525u + 1013904223u;
-                    const int noise = int(s >> 24);
-                    int v = noise;
-                    if (p == Picture::Photo)
-                        v = int(128 + 60 * std::sin(x * 0.01 + c) + 50 * std::cos(y * 0.013 + x * 0.002)) + noise / 16;
-                    row[x * channels + c] = uint8_t(std::clamp(v, 0, 255));
-                }
-        }
-        pristine_.assign(d_.pData, d_.pData + bytes());
-    }
-    ~Image() { KrnFreeBitmap(&d_); }
-    Image(const Image &) = delete;
-    Image &operator=(const Image &) = delete;
-
-    BitmapDesc *desc() { return &d_; }
-    size_t bytes() const { return size_t(d_.nStride) * size_t(d_.nStoredHeight); }
-    void restore() { std::memcpy(d_.pData, pristine_.data(), bytes()); }
+    Image(Format f, Picture p) : BenchBitmap(f == Format::Grey8 ? 8 : 24, f == Format::Grey8, p) {}
     cv::Mat mat() { return cv::Mat(kSide, kSide, d_.nBitsPerPixel == 8 ? CV_8UC1 : CV_8UC3, d_.pData, d_.nStride); }
     // The pristine pixels, for OpenCV's input.
     cv::Mat source() {
         return cv::Mat(kSide, kSide, d_.nBitsPerPixel == 8 ? CV_8UC1 : CV_8UC3, pristine_.data(), d_.nStride);
     }
-
-  private:
-    BitmapDesc d_{};
-    std::vector<uint8_t> pristine_;
 };
 
 Image &Shared(Format f, Picture p) {
@@ -84,7 +54,6 @@ Image &Shared(Format f, Picture p) {
 }
 
 const char *FormatName(Format f) { return f == Format::Grey8 ? "grey8" : "bgr24"; }
-const char *PictureName(Picture p) { return p == Picture::Noise ? "noise" : "photo"; }
 
 using RzOp = std::function<int32_t(BitmapDesc *)>;
 using CvOp = std::function<void(const cv::Mat &, cv::Mat &)>;

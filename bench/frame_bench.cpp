@@ -8,6 +8,7 @@
 //    against cv::LUT with the same tables;
 //  - a memcpy of the pixels, the floor of any pass over the picture.
 // The table at the end gives each ratio (CPU time) beside its goal.
+#include "bench_picture.h"
 #include "frame/kmem.h"
 #include "frame/row_context.h"
 #include "frame/status.h"
@@ -28,7 +29,7 @@
 
 namespace {
 
-constexpr int32_t kSide = 4096;
+using rzbench::kSide;
 
 struct Layout {
     const char *name;
@@ -43,42 +44,18 @@ const Layout kLayouts[] = {
     {"bgr48", 48, false, rz::RC_WHOLE_BITMAP},
 };
 
-class Image {
-  public:
-    explicit Image(const Layout &l) {
-        if (KrnInitBitmap(&d_, BITMAPDESC_SIZE, kSide, kSide, l.bits) != KRN_OK) std::abort();
-        if (l.grey) {
-            d_.nColorOrder = KRN_ORDER_GRAY;
-            d_.nDataKind = 1;
-        }
-        if (KrnAllocBitmap(&d_) != KRN_OK) std::abort();
-        uint32_t s = 0x2545F491u;
-        for (size_t i = 0; i < bytes(); ++i) {
-            s = s * 1664525u + 1013904223u;
-            d_.pData[i] = uint8_t(s >> 24);
-        }
-        pristine_.assign(d_.pData, d_.pData + bytes());
-    }
-    ~Image() { KrnFreeBitmap(&d_); }
-    Image(const Image &) = delete;
-    Image &operator=(const Image &) = delete;
-    BitmapDesc *desc() { return &d_; }
-    size_t bytes() const { return size_t(d_.nStride) * size_t(d_.nStoredHeight); }
-    void restore() { std::memcpy(d_.pData, pristine_.data(), bytes()); }
-    cv::Mat source() {
-        return cv::Mat(kSide, kSide, d_.nBitsPerPixel == 8 ? CV_8UC1 : CV_8UC3, pristine_.data(), d_.nStride);
-    }
-    cv::Mat pixels() { return cv::Mat(kSide, kSide, d_.nBitsPerPixel == 8 ? CV_8UC1 : CV_8UC3, d_.pData, d_.nStride); }
+using Image = rzbench::BenchBitmap;
 
-  private:
-    BitmapDesc d_{};
-    std::vector<uint8_t> pristine_;
-};
+cv::Mat AsMat(Image &img, uint8_t *data) {
+    return cv::Mat(kSide, kSide, img.desc()->nBitsPerPixel == 8 ? CV_8UC1 : CV_8UC3, data, img.desc()->nStride);
+}
+cv::Mat Source(Image &img) { return AsMat(img, img.pristine()); }
+cv::Mat Pixels(Image &img) { return AsMat(img, img.desc()->pData); }
 
 Image &Shared(const Layout &l) {
     static std::map<std::string, std::unique_ptr<Image>> images;
     auto &slot = images[l.name];
-    if (!slot) slot = std::make_unique<Image>(l);
+    if (!slot) slot = std::make_unique<Image>(l.bits, l.grey, rzbench::Picture::Noise);
     return *slot;
 }
 
@@ -125,7 +102,7 @@ void GaussCv(benchmark::State &state, const Layout &l, int32_t radius) {
     Image &img = Shared(l);
     const double sigma = Sigma(radius);
     const int k = 2 * int(3.0 * sigma) + 1;
-    const cv::Mat src = img.source();
+    const cv::Mat src = Source(img);
     cv::Mat dst;
     for (auto _ : state) {
         cv::GaussianBlur(src, dst, cv::Size(k, k), sigma, sigma, cv::BORDER_REPLICATE);
@@ -148,7 +125,7 @@ void PointRz(benchmark::State &state, const Layout &l, bool invert) {
 void PointCv(benchmark::State &state, const Layout &l, bool invert) {
     cv::setNumThreads(1);
     Image &img = Shared(l);
-    cv::Mat pixels = img.pixels();
+    cv::Mat pixels = Pixels(img);
     cv::Mat lut(1, 256, CV_8UC1);
     for (int i = 0; i < 256; ++i) lut.at<uint8_t>(i) = uint8_t(invert ? 255 - i : std::min(i + 51, 255));
     for (auto _ : state) {

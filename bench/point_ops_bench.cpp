@@ -8,6 +8,8 @@
 // The operations run in place, again and again on the same pixels; a table
 // lookup costs the same whatever the values, so the drift of the samples
 // towards white does not matter. The bitmaps are made once and kept.
+#include "bench_picture.h"
+
 #include <rzimg.h>
 
 #include <benchmark/benchmark.h>
@@ -27,8 +29,6 @@
 
 namespace {
 
-constexpr int32_t kSide = 4096;
-
 enum class Kind { Grey8, Colour24, Colour48, Palette8 };
 
 struct KindInfo {
@@ -46,36 +46,12 @@ KindInfo Info(Kind k) {
     return {"?", 0};
 }
 
-class Bitmap {
-  public:
-    explicit Bitmap(Kind k) {
-        if (KrnInitBitmap(&d_, BITMAPDESC_SIZE, kSide, kSide, Info(k).bits) != KRN_OK) std::abort();
-        if (k == Kind::Grey8) {
-            d_.nColorOrder = KRN_ORDER_GRAY;
-            d_.nDataKind = 1;
-        }
-        if (KrnAllocBitmap(&d_) != KRN_OK) std::abort();
-        uint32_t s = 0x2545F491u;
-        for (size_t i = 0; i < bytes(); ++i) {
-            s = s * 1664525u + 1013904223u;
-            d_.pData[i] = static_cast<uint8_t>(s >> 24);
-        }
-    }
-    ~Bitmap() { KrnFreeBitmap(&d_); }
-    Bitmap(const Bitmap &) = delete;
-    Bitmap &operator=(const Bitmap &) = delete;
-
-    BitmapDesc *desc() { return &d_; }
-    size_t bytes() const { return static_cast<size_t>(d_.nStride) * static_cast<size_t>(d_.nStoredHeight); }
-
-  private:
-    BitmapDesc d_{};
-};
+using Bitmap = rzbench::BenchBitmap;
 
 Bitmap &Shared(Kind k) {
     static std::map<Kind, std::unique_ptr<Bitmap>> bitmaps;
     auto &slot = bitmaps[k];
-    if (!slot) slot = std::make_unique<Bitmap>(k);
+    if (!slot) slot = std::make_unique<Bitmap>(Info(k).bits, k == Kind::Grey8, rzbench::Picture::Noise);
     return *slot;
 }
 

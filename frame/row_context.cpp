@@ -75,16 +75,18 @@ int32_t ReadRegionSpans(RowContext *ctx, int32_t row, int32_t *spans, uint32_t *
     return 1;
 }
 
-// Stored rows a band holds: about 256 KiB, 8 to 64 rows, a multiple of 8,
-// and at least enough for whole cache lines of each stored column (64 rows
-// at one or three bytes a pixel, 32 at two or six), so that neighbouring
-// bands never share a line.
+// Stored rows a band holds: enough for a run of at least 256 bytes, whole
+// cache lines, of each stored column (256 rows at one byte a pixel, 128 at
+// two or three, 64 at four or six, 32 at eight): a strided walk over stored
+// rows costs about the same for a few lines a row as for one, and
+// neighbouring bands never share a line. Fewer (a multiple of 8) when a
+// band would pass 8 MiB.
 int32_t BandRowsFor(uint32_t rowBytes, int32_t bits) {
-    const uint32_t rows = (256u * 1024u) / std::max<uint32_t>(rowBytes, 1);
     const uint32_t e = static_cast<uint32_t>(bits / 8);
-    uint32_t whole = 64;
-    while (whole > 8 && (whole / 2 * e) % 64 == 0) whole /= 2;
-    return static_cast<int32_t>(std::clamp<uint32_t>(std::max(rows, whole), 8, 64) & ~7u);
+    uint32_t rows = 8;
+    while (rows < BandRowSet::kMaxRows && (rows * e < 256 || rows * e % 64 != 0)) rows += 8;
+    const uint32_t fit = (8u << 20) / std::max<uint32_t>(rowBytes, 1);
+    return static_cast<int32_t>(std::max<uint32_t>(std::min(rows, fit), 8) & ~7u);
 }
 
 // In views 5-8 a row is a stored column: rows move in bands, whole-byte
@@ -124,24 +126,24 @@ int32_t BandCount(const RowContext *ctx, int32_t top) {
     return std::min(ctx->nBandRows, ctx->rcWork.bottom - top);
 }
 
-uint64_t BandBit(int32_t top, int32_t row) { return uint64_t(1) << (row - top); }
-
 // The stored bytes of a row of the band, read by the band when needed.
 int32_t BandRow(RowContext *ctx, int32_t row, const uint8_t **bytes) {
     *bytes = nullptr;
     const int32_t top = BandTop(ctx, row);
     if (top < 0) return 1;
-    if (ctx->nWriteBandTop == top && (ctx->uWritePending & BandBit(top, row))) RZ_RETURN_IF_FAILED(FlushRows(ctx));
+    if (ctx->nWriteBandTop == top && ctx->writePending.has(row - top)) RZ_RETURN_IF_FAILED(FlushRows(ctx));
     if (ctx->nReadBandTop != top) {
+        // Puts kept in the band buffer go out before it is read over.
+        if (ctx->nWriteBandTop >= 0 && ctx->pPendingBand == ctx->pReadBand) RZ_RETURN_IF_FAILED(FlushRows(ctx));
         ctx->nReadBandTop = -1;
         const int32_t st = KrnGetBitmapRows(ctx->pBitmap, ctx->pReadBand, ctx->nBandStride, top, BandCount(ctx, top),
                                             ctx->nFirstByte, ctx->nRowBytes);
         if (st != 1) return st;
         ctx->nReadBandTop = top;
-        ctx->uReadStale = ctx->nWriteBandTop == top ? ctx->uWritePending : 0;
+        ctx->readStale = ctx->nWriteBandTop == top ? ctx->writePending : BandRowSet{};
     }
     // A row put since the band was read comes from the bitmap itself.
-    if (ctx->uReadStale & BandBit(top, row)) return 1;
+    if (ctx->readStale.has(row - top)) return 1;
     *bytes = ctx->pReadBand + static_cast<size_t>(row - top) * ctx->nBandStride;
     return 1;
 }
@@ -150,36 +152,43 @@ int32_t BandRow(RowContext *ctx, int32_t row, const uint8_t **bytes) {
 int32_t QueueRow(RowContext *ctx, const uint8_t *out, int32_t row, const int32_t *spans, uint32_t n) {
     const int32_t top = BandTop(ctx, row);
     if (ctx->nWriteBandTop != top && ctx->nWriteBandTop >= 0) RZ_RETURN_IF_FAILED(FlushRows(ctx));
-    ctx->nWriteBandTop = top;
+    if (ctx->nWriteBandTop != top) {
+        // Rows read and put back (the usual pass) go into the band they were
+        // read into: one buffer in the cache instead of two. The rows put
+        // are stale there and come from the bitmap when read again.
+        ctx->pPendingBand = ctx->nReadBandTop == top ? ctx->pReadBand : ctx->pWriteBand;
+        ctx->nWriteBandTop = top;
+    }
     const size_t slot = static_cast<size_t>(row - top);
-    std::memcpy(ctx->pWriteBand + slot * ctx->nBandStride, out, ctx->nRowBytes);
+    std::memcpy(ctx->pPendingBand + slot * ctx->nBandStride, out, ctx->nRowBytes);
     std::copy(spans, spans + n, ctx->pBandSpans + slot * ctx->nBandSpanStride);
     ctx->pBandSpanCounts[slot] = n;
-    ctx->uWritePending |= BandBit(top, row);
-    if (ctx->nReadBandTop == top) ctx->uReadStale |= BandBit(top, row);
-    const int32_t count = BandCount(ctx, top);
-    const uint64_t full = count >= 64 ? ~uint64_t(0) : (uint64_t(1) << count) - 1;
-    return ctx->uWritePending == full ? FlushRows(ctx) : 1;
+    const bool fresh = !ctx->writePending.has(row - top);
+    ctx->writePending.add(row - top);
+    if (ctx->nReadBandTop == top) ctx->readStale.add(row - top);
+    if (fresh) ++ctx->nWritePendingCount;
+    return ctx->nWritePendingCount == BandCount(ctx, top) ? FlushRows(ctx) : 1;
 }
 
 } // namespace
 
 int32_t FlushRows(RowContext *ctx) {
     const int32_t top = ctx->nWriteBandTop;
-    const uint64_t pending = ctx->uWritePending;
-    if (top < 0 || pending == 0) return 1;
+    const BandRowSet pending = ctx->writePending;
+    if (top < 0 || ctx->nWritePendingCount == 0) return 1;
     ctx->nWriteBandTop = -1;
-    ctx->uWritePending = 0;
+    ctx->writePending.clear();
+    ctx->nWritePendingCount = 0;
     // Runs of consecutive pending rows go out as bands.
     const int32_t count = BandCount(ctx, top);
     for (int32_t i = 0; i < count;) {
-        if (!(pending & (uint64_t(1) << i))) {
+        if (!pending.has(i)) {
             ++i;
             continue;
         }
         int32_t j = i;
-        while (j < count && (pending & (uint64_t(1) << j))) ++j;
-        const int32_t st = KrnPutBitmapRows(ctx->pBitmap, ctx->pWriteBand + static_cast<size_t>(i) * ctx->nBandStride,
+        while (j < count && pending.has(j)) ++j;
+        const int32_t st = KrnPutBitmapRows(ctx->pBitmap, ctx->pPendingBand + static_cast<size_t>(i) * ctx->nBandStride,
                                             ctx->nBandStride, top + i, j - i, ctx->nFirstByte, ctx->nRowBytes,
                                             ctx->pBandSpans + static_cast<size_t>(i) * ctx->nBandSpanStride,
                                             ctx->nBandSpanStride, ctx->pBandSpanCounts + i, ctx->uPutFlags);
@@ -377,7 +386,7 @@ int32_t PutRowQuiet(RowContext *ctx, void *buf, int32_t row, const int32_t *, ui
     const uint8_t *out = static_cast<const uint8_t *>(buf);
     const int32_t top = BandTop(ctx, row);
     // A row put twice: the first put reaches the bitmap before this one reads it.
-    if (top >= 0 && ctx->nWriteBandTop == top && (ctx->uWritePending & BandBit(top, row)))
+    if (top >= 0 && ctx->nWriteBandTop == top && ctx->writePending.has(row - top))
         RZ_RETURN_IF_FAILED(FlushRows(ctx));
     int32_t st = 1;
     if (ctx->bUsePaletteBitmap) {

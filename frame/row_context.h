@@ -26,6 +26,15 @@ enum : uint32_t {
 // Working formats.
 enum : int32_t { WORK_8 = 0, WORK_16 = 16, WORK_24 = 24, WORK_48 = 48 };
 
+// Rows of a band, one bit each.
+struct BandRowSet {
+    static constexpr int kMaxRows = 256;
+    uint64_t bits[kMaxRows / 64];
+    bool has(int32_t i) const { return (bits[i >> 6] >> (i & 63)) & 1; }
+    void add(int32_t i) { bits[i >> 6] |= uint64_t(1) << (i & 63); }
+    void clear() { *this = BandRowSet{}; }
+};
+
 struct RowContext {
     int32_t bUsePaletteBitmap;
     int32_t bConvert;
@@ -66,6 +75,7 @@ struct RowContext {
     // Bands of stored rows in the transposed views (see GetRow).
     uint8_t *pReadBand;       // nBandRows stored rows from nReadBandTop
     uint8_t *pWriteBand;      // rows put and not yet written, from nWriteBandTop
+    uint8_t *pPendingBand;    // where they are: pWriteBand, or pReadBand when it holds the same rows
     int32_t *pBandSpans;      // spans of the pending rows, nBandSpanStride values each
     uint32_t *pBandSpanCounts;
     uint32_t nBandSpanStride;
@@ -73,8 +83,9 @@ struct RowContext {
     int32_t nBandRows;        // 0: rows move one at a time
     int32_t nReadBandTop;     // -1: none held
     int32_t nWriteBandTop;    // -1: nothing pending
-    uint64_t uReadStale;      // rows of the read band put since it was read
-    uint64_t uWritePending;   // rows of the write band waiting
+    int32_t nWritePendingCount; // rows in writePending
+    BandRowSet readStale;     // rows of the read band put since it was read
+    BandRowSet writePending;  // rows of the write band waiting
 };
 
 int32_t CreateRowContext(BitmapDesc *bmp, RowContext **out, uint32_t mode);

@@ -237,7 +237,7 @@ RZKRN_API int32_t RZAPI KrnPutBitmapRowSpans(BitmapDesc *pBitmap, const void *pB
  * several rows). Each row gets or puts exactly what KrnGetBitmapRow and
  * KrnPutBitmapRowSpans give for that row alone; in the transposed views
  * (5-8) a band costs about the memory traffic of one row, so column passes
- * should move bands of 8 to 64 rows. KrnPutBitmapRows takes the spans of
+ * should move bands of 8 to 256 rows. KrnPutBitmapRows takes the spans of
  * row i at pSpans + i * nSpanStride, pSpanCounts[i] values (pSpans null:
  * every pixel in the buffer). Rows outside the view are -13. */
 RZKRN_API int32_t RZAPI KrnGetBitmapRows(const BitmapDesc *pBitmap, void *pBuffer, size_t nBufferStride,

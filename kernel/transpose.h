@@ -128,13 +128,28 @@ inline void MoveRect(const BandSide &s, int64_t i0, int64_t i1, int64_t x0, int6
     }
 }
 
+// The pixels of one block: band rows at base + off[j] (offsets fixed for a
+// band, so no pointers are worked out per block), and lines of the scratch
+// at base + k * stride.
+struct RowsAt {
+    uint8_t *base;
+    const ptrdiff_t *off;
+    uint8_t *operator[](int j) const { return base + off[j]; }
+};
+struct LinesAt {
+    uint8_t *base;
+    ptrdiff_t stride;
+    uint8_t *operator[](int k) const { return base + k * stride; }
+};
+
 // Blocks moved by a Kernel: its get(lines, rows) spreads kLines lines of
 // kRows pixels each over kRows rows of kLines pixels (row j pixel k = line k
 // pixel j); put does the reverse. A line is the run of one stored column;
-// rows are band rows. The stored runs of kLines columns go through a small
-// scratch first (back after, when writing): stored rows a multiple of 4 KiB
-// apart share cache sets, so the kernels work on the scratch and the stored
-// side moves whole lines. Runs hold band rows at ascending addresses; with
+// rows are band rows. A kernel that moves whole cache lines of each run
+// (kLineBytes 64) works on the stored runs themselves; the others go
+// through a small scratch first (back after, when writing): stored rows a
+// multiple of 4 KiB apart share cache sets, and a line a kernel takes part
+// of would be gone before the next block takes the rest. Runs hold band rows at ascending addresses; with
 // dir -1 these are the band rows in reverse. Covers band rows from `first`
 // in whole blocks and returns where it stopped; the columns the blocks leave
 // go through the plain loop.
@@ -142,12 +157,26 @@ template <int E, bool ToStored, bool KeepFourth, class Kernel>
 __attribute__((always_inline)) inline int64_t MoveBlocks(const BandSide &s, int64_t first, int64_t rows, int64_t x0,
                                                          int64_t x1, const Kernel &kernel) {
     constexpr int N = Kernel::kLines, R = Kernel::kRows;
-    constexpr int64_t kChunk = 64; // band rows staged at once, a multiple of R
-    static_assert(kChunk % R == 0);
-    alignas(64) uint8_t scratch[N][size_t(kChunk) * E];
+    // Band rows staged at once: a multiple of R whose run is whole cache
+    // lines, at least four of them. Strided walks over short runs are slow
+    // (every run is a new page and, at power-of-two strides, the same cache
+    // sets); longer runs let each stored row give several lines at once.
+    constexpr int64_t kChunk = [] {
+        int64_t c = R;
+        while (c * E < 256 || c * E % 64 != 0) c += R;
+        return c;
+    }();
+    constexpr size_t kLineBytes = size_t(kChunk) * E;
+    constexpr bool kDirect = Kernel::kLineBytes == 64;
+    alignas(64) uint8_t scratch[kDirect ? 1 : N][kLineBytes];
+    const ptrdiff_t storedStep = s.storedAt(0, 1) - s.storedAt(0, 0); // from one stored run to the next
+    ptrdiff_t off[R]; // band row j of a block; with dir -1 the rows run backwards
+    for (int j = 0; j < R; ++j) off[j] = ptrdiff_t(s.m.dir > 0 ? j : R - 1 - j) * ptrdiff_t(s.bandStride);
     const int64_t xEnd = x0 + (x1 - x0) / N * N;
     const int64_t iEnd = first + (rows - first) / R * R;
-    constexpr int ahead = 2; // blocks of columns: the runs lie on other pages, out of the prefetchers' reach
+    // Runs 32 stored rows ahead are fetched: they lie on other pages, out of
+    // the prefetchers' reach.
+    constexpr int ahead = 32 / N; // blocks of columns
     for (int64_t i0 = first; i0 < iEnd;) {
         const int64_t i1 = std::min(iEnd, i0 + kChunk);
         const size_t runBytes = size_t(i1 - i0) * E;
@@ -155,23 +184,24 @@ __attribute__((always_inline)) inline int64_t MoveBlocks(const BandSide &s, int6
         for (int64_t x = x0; x < xEnd; x += N) {
             if (x + ahead * N < xEnd)
                 for (int k = 0; k < N; ++k) {
-                    const uint8_t *p = s.storedAt(low, x + ahead * N + k);
-                    for (size_t b = 0; b < runBytes; b += 64) __builtin_prefetch(p + b, ToStored, 2);
-                    __builtin_prefetch(p + runBytes - 1, ToStored, 2);
+                    // Every line the run touches, once.
+                    const uintptr_t p = reinterpret_cast<uintptr_t>(s.storedAt(low, x + ahead * N + k));
+                    for (uintptr_t b = p & ~uintptr_t(63); b < p + runBytes; b += 64)
+                        __builtin_prefetch(reinterpret_cast<const void *>(b), ToStored, 2);
                 }
-            if (!ToStored || KeepFourth)
+            if (!kDirect && (!ToStored || KeepFourth))
                 for (int k = 0; k < N; ++k) kernel.copy(scratch[k], s.storedAt(low, x + k), runBytes);
             for (int64_t i = i0; i < i1; i += R) {
-                uint8_t *lines[N], *bandRows[R];
                 const size_t at = size_t(s.m.dir > 0 ? i - i0 : i1 - i - R) * E;
-                for (int k = 0; k < N; ++k) lines[k] = scratch[k] + at;
-                for (int j = 0; j < R; ++j) bandRows[j] = s.bandAt(s.m.dir > 0 ? i + j : i + R - 1 - j, x);
+                const LinesAt lines = kDirect ? LinesAt{s.storedAt(low, x) + at, storedStep}
+                                              : LinesAt{scratch[0] + at, ptrdiff_t(kLineBytes)};
+                const RowsAt bandRows{s.bandAt(i, x), off};
                 if constexpr (ToStored)
                     kernel.put(bandRows, lines);
                 else
                     kernel.get(lines, bandRows);
             }
-            if (ToStored)
+            if (!kDirect && ToStored)
                 for (int k = 0; k < N; ++k) kernel.copy(s.storedAt(low, x + k), scratch[k], runBytes);
         }
         if (xEnd < x1) MoveRect<E, ToStored, KeepFourth>(s, i0, i1, xEnd, x1);
@@ -182,11 +212,18 @@ __attribute__((always_inline)) inline int64_t MoveBlocks(const BandSide &s, int6
 
 #if defined(__SSE2__)
 template <class U> struct Sse2Kernel {
-    static constexpr int kLines = 8, kRows = 8;
-    static auto in(uint8_t *const p[]) { return reinterpret_cast<const U *const *>(p); }
-    static auto out(uint8_t *const p[]) { return reinterpret_cast<U *const *>(p); }
-    void get(uint8_t *const lines[], uint8_t *const rows[]) const { Transpose8x8(in(lines), out(rows)); }
-    void put(uint8_t *const rows[], uint8_t *const lines[]) const { Transpose8x8(in(rows), out(lines)); }
+    static constexpr int kLines = 8, kRows = 8, kLineBytes = 8 * sizeof(U);
+    template <class From, class To> static void move(const From &from, const To &to) {
+        const U *in[8];
+        U *out[8];
+        for (int k = 0; k < 8; ++k) {
+            in[k] = reinterpret_cast<const U *>(from[k]);
+            out[k] = reinterpret_cast<U *>(to[k]);
+        }
+        Transpose8x8(in, out);
+    }
+    void get(const LinesAt &lines, const RowsAt &rows) const { move(lines, rows); }
+    void put(const RowsAt &rows, const LinesAt &lines) const { move(rows, lines); }
     void copy(uint8_t *to, const uint8_t *from, size_t n) const { std::memcpy(to, from, n); }
 };
 #endif
@@ -260,37 +297,41 @@ template <int Lane, int B> RZ_VBMI inline void StoreLane(uint8_t *p, __m512i v, 
         StoreBytes<Lane>(p, v);
     }
 }
-template <int Lane, int B> RZ_VBMI inline __m512i LoadLanes(uint8_t *const p[], int stride) {
+template <int Lane, int B, class P> RZ_VBMI inline __m512i LoadLanes(const P &p, int first, int stride) {
     if constexpr (B == 4) {
-        auto ld = [&](int l) { return _mm_loadu_si128(reinterpret_cast<const __m128i *>(p[l * stride])); };
+        auto ld = [&](int l) { return _mm_loadu_si128(reinterpret_cast<const __m128i *>(p[first + l * stride])); };
         __m512i v = _mm512_castsi128_si512(ld(0));
         v = _mm512_inserti32x4(v, ld(1), 1);
         v = _mm512_inserti32x4(v, ld(2), 2);
         return _mm512_inserti32x4(v, ld(3), 3);
     } else if constexpr (B == 2) {
-        const __m256i lo = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(p[0]));
+        const __m256i lo = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(p[first]));
         return _mm512_inserti64x4(_mm512_castsi256_si512(lo),
-                                  _mm256_loadu_si256(reinterpret_cast<const __m256i *>(p[stride])), 1);
+                                  _mm256_loadu_si256(reinterpret_cast<const __m256i *>(p[first + stride])), 1);
     } else {
-        return LoadBytes<Lane>(p[0]);
+        return LoadBytes<Lane>(p[first]);
     }
 }
 
 template <int E, bool KeepFourth> struct VbmiKernel {
     using Net = PermuteNet<E>;
     static constexpr int N = Net::N, B = Net::B, kLane = Net::kLane;
-    static constexpr int kLines = N, kRows = B * N;
+    static constexpr int kLines = N, kRows = B * N, kLineBytes = B * kLane;
 
-    RZ_VBMI static void network(__m512i r[]) {
-        static constexpr Net net;
-        for (int st = 0, h = N / 2; st < Net::kStages; ++st, h /= 2) {
-            const __m512i ia = _mm512_loadu_si512(net.index[st][0]), ib = _mm512_loadu_si512(net.index[st][1]);
+    // Unrolled at compile time, so that r stays in registers.
+    template <int St = 0> RZ_VBMI static void network(__m512i r[]) {
+        if constexpr (St < Net::kStages) {
+            static constexpr Net net;
+            constexpr int h = (N / 2) >> St;
+            const __m512i ia = _mm512_loadu_si512(net.index[St][0]), ib = _mm512_loadu_si512(net.index[St][1]);
+#pragma GCC unroll 16
             for (int a = 0; a < N; ++a) {
                 if (a & h) continue;
                 const __m512i x = r[a], y = r[a | h];
                 r[a] = _mm512_permutex2var_epi8(x, ia, y);
                 r[a | h] = _mm512_permutex2var_epi8(x, ib, y);
             }
+            network<St + 1>(r);
         }
     }
     // Runs are a multiple of 16 bytes (kRows * E).
@@ -301,16 +342,20 @@ template <int E, bool KeepFourth> struct VbmiKernel {
             _mm_storeu_si128(reinterpret_cast<__m128i *>(to + b), _mm_loadu_si128(reinterpret_cast<const __m128i *>(from + b)));
     }
     // Row L * N + j is lane L of register j.
-    RZ_VBMI void get(uint8_t *const lines[], uint8_t *const rows[]) const {
+    RZ_VBMI void get(const LinesAt &lines, const RowsAt &rows) const {
         __m512i r[N];
+#pragma GCC unroll 16
         for (int k = 0; k < N; ++k) r[k] = LoadBytes<B * kLane>(lines[k]);
         network(r);
+#pragma GCC unroll 16
         for (int j = 0; j < N; ++j)
+#pragma GCC unroll 4
             for (int l = 0; l < B; ++l) StoreLane<kLane, B>(rows[l * N + j], r[j], l);
     }
-    RZ_VBMI void put(uint8_t *const rows[], uint8_t *const lines[]) const {
+    RZ_VBMI void put(const RowsAt &rows, const LinesAt &lines) const {
         __m512i r[N];
-        for (int j = 0; j < N; ++j) r[j] = LoadLanes<kLane, B>(rows + j, N);
+#pragma GCC unroll 16
+        for (int j = 0; j < N; ++j) r[j] = LoadLanes<kLane, B>(rows, j, N);
         network(r);
         // A kept fourth channel: the bytes of the other three are blended in.
         constexpr __mmask64 keep = [] {
@@ -319,6 +364,7 @@ template <int E, bool KeepFourth> struct VbmiKernel {
                 if (p % E >= E - E / 4) m |= __mmask64(1) << p;
             return m;
         }();
+#pragma GCC unroll 16
         for (int k = 0; k < N; ++k) {
             if constexpr (KeepFourth) r[k] = _mm512_mask_blend_epi8(keep, r[k], LoadBytes<B * kLane>(lines[k]));
             StoreBytes<B * kLane>(lines[k], r[k]);

@@ -41,10 +41,11 @@ std::vector<uint8_t> Noise(size_t n, uint32_t seed) {
     return v;
 }
 
-// Stored 157 x 45: view rows are 45 pixels, 157 of them. The band takes
-// rows [5, 146) (two chunks of 64 and a rest that smaller blocks and the
-// plain loop share) and columns [2, 43).
-constexpr int32_t kStoredW = 157, kStoredH = 45, kRow0 = 5, kRows = 141, kX0 = 2, kX1 = 43;
+// Stored 601 x 45: view rows are 45 pixels, 601 of them. The band takes
+// rows [5, 595) (several chunks at every pixel width, the last one short,
+// and a rest that smaller blocks and the plain loop share) and columns
+// [2, 43).
+constexpr int32_t kStoredW = 601, kStoredH = 45, kRow0 = 5, kRows = 590, kX0 = 2, kX1 = 43;
 
 enum class Kernel { Sse2, Vbmi };
 
