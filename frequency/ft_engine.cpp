@@ -19,27 +19,9 @@
 #include <cmath>
 #include <cstdint>
 
-#if defined(__linux__)
-#include <sys/mman.h>
-#endif
-
 namespace rz::freq {
 
 using filt::Vectorised;
-
-void AdviseLargeBlock([[maybe_unused]] void *block, [[maybe_unused]] size_t bytes, [[maybe_unused]] bool prefault) {
-#if defined(__linux__) && defined(MADV_HUGEPAGE)
-    constexpr size_t kPage = 4096, kWorthIt = size_t(32) << 20;
-    if (bytes < kWorthIt) return; // smaller blocks mostly come back from the heap already mapped
-    const uintptr_t first = (reinterpret_cast<uintptr_t>(block) + kPage - 1) & ~uintptr_t(kPage - 1);
-    const uintptr_t last = (reinterpret_cast<uintptr_t>(block) + bytes) & ~uintptr_t(kPage - 1);
-    if (last <= first) return;
-    madvise(reinterpret_cast<void *>(first), last - first, MADV_HUGEPAGE);
-#if defined(MADV_POPULATE_WRITE)
-    if (prefault) madvise(reinterpret_cast<void *>(first), last - first, MADV_POPULATE_WRITE);
-#endif
-#endif
-}
 
 int32_t Plan::init(int32_t length) {
     n = length;

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "frame/kmem.h"
+#include "kernel/page_hint.h"
 
 #include <rzimg.h>
 
@@ -46,12 +47,10 @@ struct Lanes {
 // X(k) = sum over j of x(j) exp(sign 2 pi i j k / n), unscaled, for every lane.
 void Transform(const Plan &plan, int32_t sign, Lanes &lanes);
 
-// A hint that a block of tens of megabytes or more be backed by huge pages
-// (and, with prefault, mapped at once): a fresh block otherwise costs one
-// page fault per 4 KB page, which on some virtual machines takes longer than
-// the transform itself, and a sweep down its columns one TLB miss per row.
-// Without the system's support it does nothing.
-void AdviseLargeBlock(void *block, size_t bytes, bool prefault);
+// The kernel's huge-page hint, for blocks of tens of megabytes or more.
+inline void AdviseLargeBlock(void *block, size_t bytes, bool prefault) {
+    if (bytes >= krn::kHugePageWorthIt) krn::AdviseHugePages(block, bytes, prefault);
+}
 
 // The elements of a transform array, which are not 8-byte aligned.
 struct ArrayView {
