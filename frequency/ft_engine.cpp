@@ -27,8 +27,15 @@ int32_t Plan::init(int32_t length) {
     n = length;
     stages = 0;
     int32_t rest = length;
-    while (rest % 4 == 0) radix[stages++] = 4, rest /= 4;
-    while (rest % 2 == 0) radix[stages++] = 2, rest /= 2;
+    // Powers of two as radix 8 and at most two stages of 4 (a 2 only alone):
+    // 1024 = 8 8 4 4, 4096 = 8 8 8 8; fewer passes over the lanes.
+    int32_t twos = 0;
+    while (rest % 2 == 0) ++twos, rest /= 2;
+    int32_t fours = twos % 3 == 2 ? 1 : (twos % 3 == 1 && twos >= 4 ? 2 : 0);
+    int32_t eights = (twos - 2 * fours) / 3;
+    for (int32_t i = 0; i < eights; ++i) radix[stages++] = 8;
+    for (int32_t i = 0; i < fours; ++i) radix[stages++] = 4;
+    if (twos - 3 * eights - 2 * fours == 1) radix[stages++] = 2;
     for (int32_t f = 3; rest > 1;) {
         if (int64_t(f) * f > rest) f = rest;
         if (rest % f == 0) {
@@ -134,6 +141,52 @@ RZ_FORCE_INLINE void Radix4(const Stage &st) {
     }
 }
 
+// Radix 8 as two radix-4 halves (even and odd inputs) joined by the
+// eighth roots of unity, which come from the table like every twiddle.
+RZ_FORCE_INLINE void Radix8(const Stage &st, int32_t n) {
+    const int64_t L = st.len;
+    const int64_t M = int64_t(st.m) * L;
+    const double sg = st.sg;
+    const double e1r = st.tw[2 * (n / 8)], e1i = sg * st.tw[2 * (n / 8) + 1];
+    const double e3r = st.tw[6 * (n / 8)], e3i = sg * st.tw[6 * (n / 8) + 1];
+    for (int32_t k = 0; k < st.m; ++k) {
+        double wr[8], wi[8];
+        for (int32_t q = 1; q < 8; ++q) Twiddle(st, int64_t(q) * k * st.step, wr[q], wi[q]);
+        const double *__restrict ar = st.xr + k * L, *__restrict ai = st.xi + k * L;
+        double *__restrict yr = st.yr + 8 * k * L, *__restrict yi = st.yi + 8 * k * L;
+        #pragma GCC ivdep
+        for (int64_t j = 0; j < L; ++j) {
+            double er[4], ei[4], orr[4], oi[4];
+            for (int32_t h = 0; h < 2; ++h) { // h = 0 inputs 0 2 4 6, h = 1 inputs 1 3 5 7
+                const double *__restrict xr = ar + j + h * M, *__restrict xi = ai + j + h * M;
+                const double t0r = xr[0] + xr[4 * M], t0i = xi[0] + xi[4 * M];
+                const double t1r = xr[0] - xr[4 * M], t1i = xi[0] - xi[4 * M];
+                const double t2r = xr[2 * M] + xr[6 * M], t2i = xi[2 * M] + xi[6 * M];
+                const double t3r = xr[2 * M] - xr[6 * M], t3i = xi[2 * M] - xi[6 * M];
+                double *br = h ? orr : er, *bi = h ? oi : ei;
+                br[0] = t0r + t2r, bi[0] = t0i + t2i;
+                br[2] = t0r - t2r, bi[2] = t0i - t2i;
+                br[1] = t1r - sg * t3i, bi[1] = t1i + sg * t3r;
+                br[3] = t1r + sg * t3i, bi[3] = t1i - sg * t3r;
+            }
+            // The odd half times e^(sg 2 pi i q / 8), q = 1, 2, 3.
+            const double o1r = orr[1] * e1r - oi[1] * e1i, o1i = orr[1] * e1i + oi[1] * e1r;
+            const double o2r = -sg * oi[2], o2i = sg * orr[2];
+            const double o3r = orr[3] * e3r - oi[3] * e3i, o3i = orr[3] * e3i + oi[3] * e3r;
+            const double br[8] = {er[0] + orr[0], er[1] + o1r, er[2] + o2r, er[3] + o3r,
+                                  er[0] - orr[0], er[1] - o1r, er[2] - o2r, er[3] - o3r};
+            const double bi[8] = {ei[0] + oi[0], ei[1] + o1i, ei[2] + o2i, ei[3] + o3i,
+                                  ei[0] - oi[0], ei[1] - o1i, ei[2] - o2i, ei[3] - o3i};
+            yr[j] = br[0];
+            yi[j] = bi[0];
+            for (int32_t q = 1; q < 8; ++q) {
+                yr[j + q * L] = br[q] * wr[q] - bi[q] * wi[q];
+                yi[j + q * L] = br[q] * wi[q] + bi[q] * wr[q];
+            }
+        }
+    }
+}
+
 // An odd radix p: outputs t and p - t share the sums a_r + a_(p-r) and
 // differences a_r - a_(p-r). P is the radix when known at compile time.
 constexpr int32_t kMaxHalf = 32; // odd radices up to 65 keep their constants in registers or the stack
@@ -210,6 +263,7 @@ RZ_FORCE_INLINE void RunStages(const Plan &plan, double sg, double *&re, double 
         const int32_t m = ncur / p;
         const Stage st{re, im, wre, wim, m, s * kLanes, plan.n / ncur, plan.table.get(), sg};
         switch (p) {
+        case 8: Radix8(st, plan.n); break;
         case 4: Radix4(st); break;
         case 2: Radix2(st); break;
         case 3: RadixOdd<3>(st, 3, plan.n); break;
