@@ -19,6 +19,10 @@
 #include <cmath>
 #include <cstdint>
 
+#if defined(__GNUC__) && defined(__x86_64__)
+#include <immintrin.h>
+#endif
+
 namespace rz::freq {
 
 using filt::Vectorised;
@@ -381,6 +385,64 @@ RZ_FORCE_INLINE void ApplyLanes(const Component &comp, double *__restrict re, do
     }
 }
 
+// 8 x 8 blocks of doubles between rows and lanes: dst[c * ds + r] =
+// src[r * ss + c]. With AVX-512, three rounds of shuffles in registers;
+// elsewhere element by element. The choice is made once per call.
+using TransposeFn = void (*)(const double *, size_t, double *, size_t);
+
+void Transpose8Plain(const double *src, size_t ss, double *dst, size_t ds) {
+    for (size_t r = 0; r < 8; ++r)
+        for (size_t c = 0; c < 8; ++c) dst[c * ds + r] = src[r * ss + c];
+}
+
+#if defined(__GNUC__) && defined(__x86_64__)
+// GCC 12 warns about the undefined source operands inside its own intrinsics.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wuninitialized"
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+__attribute__((target("avx512f"))) void Transpose8Avx512(const double *src, size_t ss, double *dst, size_t ds) {
+    __m512d r[8], t[8], u[8];
+    for (size_t i = 0; i < 8; ++i) r[i] = _mm512_loadu_pd(src + i * ss);
+    for (size_t i = 0; i < 8; i += 2) {
+        t[i] = _mm512_unpacklo_pd(r[i], r[i + 1]);     // columns 0 2 4 6 of rows i, i + 1
+        t[i + 1] = _mm512_unpackhi_pd(r[i], r[i + 1]); // columns 1 3 5 7
+    }
+    const __m512i lo = _mm512_set_epi64(13, 12, 5, 4, 9, 8, 1, 0), hi = _mm512_set_epi64(15, 14, 7, 6, 11, 10, 3, 2);
+    for (size_t i = 0; i < 8; i += 4)
+        for (size_t h = 0; h < 2; ++h) {
+            u[i + h] = _mm512_permutex2var_pd(t[i + h], lo, t[i + 2 + h]);     // columns h, 4 + h of four rows
+            u[i + 2 + h] = _mm512_permutex2var_pd(t[i + h], hi, t[i + 2 + h]); // columns 2 + h, 6 + h
+        }
+    for (size_t c = 0; c < 4; ++c) {
+        _mm512_storeu_pd(dst + c * ds, _mm512_shuffle_f64x2(u[c], u[4 + c], 0x44));
+        _mm512_storeu_pd(dst + (c + 4) * ds, _mm512_shuffle_f64x2(u[c], u[4 + c], 0xEE));
+    }
+}
+#pragma GCC diagnostic pop
+#endif
+
+TransposeFn Transposer() {
+#if defined(__GNUC__) && defined(__x86_64__)
+    if (__builtin_cpu_supports("avx512f")) return Transpose8Avx512;
+#endif
+    return Transpose8Plain;
+}
+
+// Rows 2b (real parts) and 2b + 1 (imaginary parts) of `rows`, `width`
+// doubles each, into lane b.
+void RowsToLanes(TransposeFn transpose, const double *rows, int32_t width, Lanes &lanes) {
+    const size_t ss = 2 * size_t(width);
+    const int32_t whole = width / kLanes * kLanes;
+    for (int32_t half = 0; half < 2; ++half) {
+        const double *src = rows + size_t(half) * width;
+        double *dst = half ? lanes.im : lanes.re;
+        for (int32_t x = 0; x < whole; x += kLanes) transpose(src + x, ss, dst + size_t(x) * kLanes, kLanes);
+        for (int32_t x = whole; x < width; ++x)
+            for (int32_t b = 0; b < kLanes; ++b) dst[size_t(x) * kLanes + b] = src[b * ss + x];
+    }
+}
+
+
 } // namespace
 
 int32_t ForwardReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY, RowLoader loadRow,
@@ -388,45 +450,53 @@ int32_t ForwardReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
     const int32_t W = pw.n, H = ph.n, Wc = W / 2 + 1;
     Lanes lanes;
     RZ_RETURN_IF_FAILED(lanes.init(std::max(W, H)));
-    KrnPtr<double[]> row = KrnArray<double>(size_t(W));
-    if (!row) return ST_FAILURE;
-
-    // Rows 2b and 2b + 1 of a group are lane b's real and imaginary parts.
+    // Rows 2b and 2b + 1 of a group are lane b's real and imaginary parts;
+    // they are read whole and turned into lanes in 8 x 8 blocks.
+    KrnPtr<double[]> rows = KrnArray<double>(KrnCheckedSize(size_t(W), 2 * kLanes, 1));
+    if (!rows) return ST_FAILURE;
+    const TransposeFn transpose = Transposer();
     for (int32_t y0 = 0; y0 < H; y0 += 2 * kLanes) {
-        for (int32_t b = 0; b < kLanes; ++b)
-            for (int32_t half = 0; half < 2; ++half) {
-                double *dst = (half ? lanes.im : lanes.re) + b;
-                const int32_t y = y0 + 2 * b + half;
-                if (y >= H) {
-                    for (int32_t x = 0; x < W; ++x) dst[size_t(x) * kLanes] = 0.0;
-                    continue;
-                }
-                RZ_RETURN_IF_FAILED(loadRow(y, row.get()));
-                for (int32_t x = 0; x < W; ++x) dst[size_t(x) * kLanes] = row[x];
-                RZ_RETURN_IF_FAILED(report(0, y + 1, H));
+        for (int32_t r = 0; r < 2 * kLanes; ++r) {
+            double *dst = rows.get() + size_t(r) * W;
+            if (y0 + r >= H) {
+                std::fill(dst, dst + W, 0.0);
+                continue;
             }
+            RZ_RETURN_IF_FAILED(loadRow(y0 + r, dst));
+            RZ_RETURN_IF_FAILED(report(0, y0 + r + 1, H));
+        }
+        RowsToLanes(transpose, rows.get(), W, lanes);
         Transform(pw, signX, lanes);
-        // Z = A + iB: A(k) = (Z(k) + conj Z(-k)) / 2, B(k) = (Z(k) - conj Z(-k)) / 2i.
-        // Four elements at a time, so that each row gets whole cache lines.
-        const int32_t rows = std::min(2 * kLanes, H - y0);
+        // Z = A + iB: A(k) = (Z(k) + conj Z(-k)) / 2, B(k) = (Z(k) - conj Z(-k)) / 2i,
+        // eight elements of sixteen rows at a time.
+        const int32_t nrows = std::min(2 * kLanes, H - y0);
         Vectorised([&]() RZ_LAMBDA_INLINE {
-            constexpr int32_t kRun = 4;
-            for (int32_t k0 = 0; k0 < Wc; k0 += kRun) {
-                const int32_t run = std::min(kRun, Wc - k0);
-                double t[2 * kLanes][2 * kRun];
-                for (int32_t d = 0; d < kRun; ++d) {
-                    const int32_t k = k0 + std::min(d, run - 1);
+            for (int32_t k0 = 0; k0 < Wc; k0 += kLanes) {
+                alignas(64) double q[4][kLanes * kLanes], t[4][kLanes * kLanes];
+                for (int32_t d = 0; d < kLanes; ++d) {
+                    const int32_t k = std::min(k0 + d, Wc - 1);
                     const size_t i = size_t(k) * kLanes, j = size_t(k == 0 ? 0 : W - k) * kLanes;
                     const double *__restrict zr = lanes.re + i, *__restrict zi = lanes.im + i;
                     const double *__restrict wr = lanes.re + j, *__restrict wi = lanes.im + j;
                     for (int32_t b = 0; b < kLanes; ++b) {
-                        t[2 * b][2 * d] = 0.5 * (zr[b] + wr[b]);
-                        t[2 * b][2 * d + 1] = 0.5 * (zi[b] - wi[b]);
-                        t[2 * b + 1][2 * d] = 0.5 * (zi[b] + wi[b]);
-                        t[2 * b + 1][2 * d + 1] = 0.5 * (wr[b] - zr[b]);
+                        q[0][d * kLanes + b] = 0.5 * (zr[b] + wr[b]);
+                        q[1][d * kLanes + b] = 0.5 * (zi[b] - wi[b]);
+                        q[2][d * kLanes + b] = 0.5 * (zi[b] + wi[b]);
+                        q[3][d * kLanes + b] = 0.5 * (wr[b] - zr[b]);
                     }
                 }
-                for (int32_t r = 0; r < rows; ++r) std::memcpy(out.at(k0, y0 + r), t[r], size_t(run) * 16);
+                for (int32_t c = 0; c < 4; ++c) transpose(q[c], kLanes, t[c], kLanes);
+                const size_t bytes = size_t(std::min(kLanes, Wc - k0)) * 16;
+                for (int32_t r = 0; r < nrows; ++r) {
+                    const double *re = t[2 * (r % 2)] + (r / 2) * kLanes, *im = t[2 * (r % 2) + 1] + (r / 2) * kLanes;
+                    if (bytes == 16 * kLanes) {
+                        StoreLanes(out.at(k0, y0 + r), re, im);
+                    } else {
+                        uint8_t part[16 * kLanes];
+                        StoreLanes(part, re, im);
+                        std::memcpy(out.at(k0, y0 + r), part, bytes);
+                    }
+                }
             }
         });
     }
