@@ -428,20 +428,29 @@ TransposeFn Transposer() {
     return Transpose8Plain;
 }
 
-// Rows 2b (real parts) and 2b + 1 (imaginary parts) of `rows`, `width`
-// doubles each, into lane b.
-void RowsToLanes(TransposeFn transpose, const double *rows, int32_t width, Lanes &lanes) {
-    const size_t ss = 2 * size_t(width);
+// Rows 2b (real parts) and 2b + 1 (imaginary parts), `stride` doubles
+// apart, to and from lane b, `width` elements.
+void RowsToLanes(TransposeFn transpose, const double *rows, size_t stride, int32_t width, Lanes &lanes) {
     const int32_t whole = width / kLanes * kLanes;
     for (int32_t half = 0; half < 2; ++half) {
-        const double *src = rows + size_t(half) * width;
+        const double *src = rows + size_t(half) * stride;
         double *dst = half ? lanes.im : lanes.re;
-        for (int32_t x = 0; x < whole; x += kLanes) transpose(src + x, ss, dst + size_t(x) * kLanes, kLanes);
+        for (int32_t x = 0; x < whole; x += kLanes) transpose(src + x, 2 * stride, dst + size_t(x) * kLanes, kLanes);
         for (int32_t x = whole; x < width; ++x)
-            for (int32_t b = 0; b < kLanes; ++b) dst[size_t(x) * kLanes + b] = src[b * ss + x];
+            for (int32_t b = 0; b < kLanes; ++b) dst[size_t(x) * kLanes + b] = src[2 * b * stride + x];
     }
 }
 
+void LanesToRows(TransposeFn transpose, const Lanes &lanes, int32_t width, double *rows, size_t stride) {
+    const int32_t whole = width / kLanes * kLanes;
+    for (int32_t half = 0; half < 2; ++half) {
+        const double *src = half ? lanes.im : lanes.re;
+        double *dst = rows + size_t(half) * stride;
+        for (int32_t x = 0; x < whole; x += kLanes) transpose(src + size_t(x) * kLanes, kLanes, dst + x, 2 * stride);
+        for (int32_t x = whole; x < width; ++x)
+            for (int32_t b = 0; b < kLanes; ++b) dst[2 * b * stride + x] = src[size_t(x) * kLanes + b];
+    }
+}
 
 } // namespace
 
@@ -465,7 +474,7 @@ int32_t ForwardReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
             RZ_RETURN_IF_FAILED(loadRow(y0 + r, dst));
             RZ_RETURN_IF_FAILED(report(0, y0 + r + 1, H));
         }
-        RowsToLanes(transpose, rows.get(), W, lanes);
+        RowsToLanes(transpose, rows.get(), size_t(W), W, lanes);
         Transform(pw, signX, lanes);
         // Z = A + iB: A(k) = (Z(k) + conj Z(-k)) / 2, B(k) = (Z(k) - conj Z(-k)) / 2i,
         // eight elements of sixteen rows at a time.
@@ -648,33 +657,44 @@ int32_t InverseReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
     }
 
     // Rows y1, y2 are conjugate-symmetric in u, so C1 + i C2 transforms to
-    // c1 + i c2 with both real.
+    // c1 + i c2 with both real. Sixteen rows at a time are unfolded into
+    // whole complex rows and moved to the lanes in 8 x 8 blocks.
+    KrnPtr<double[]> rows = KrnArray<double>(KrnCheckedSize(size_t(W), 2 * kLanes, 1));
+    if (!rows) return ST_FAILURE;
+    const TransposeFn transpose = Transposer();
     for (int32_t y0 = 0; y0 < H; y0 += 2 * kLanes) {
-        for (int32_t b = 0; b < kLanes; ++b) {
-            const int32_t y1 = std::min(y0 + 2 * b, H), y2 = std::min(y0 + 2 * b + 1, H);
-            const double *__restrict r1 = C + size_t(y1) * stride, *__restrict r2 = C + size_t(y2) * stride;
-            double *__restrict re = lanes.re + b, *__restrict im = lanes.im + b;
-            for (int32_t u = 0; u < Wc; ++u) {
-                re[size_t(u) * kLanes] = r1[2 * u] - r2[2 * u + 1];
-                im[size_t(u) * kLanes] = r1[2 * u + 1] + r2[2 * u];
+        Vectorised([&]() RZ_LAMBDA_INLINE {
+            for (int32_t b = 0; b < kLanes; ++b) {
+                const int32_t y1 = std::min(y0 + 2 * b, H), y2 = std::min(y0 + 2 * b + 1, H);
+                const double *__restrict r1 = C + size_t(y1) * stride, *__restrict r2 = C + size_t(y2) * stride;
+                double *__restrict re = rows.get() + size_t(2 * b) * W, *__restrict im = re + W;
+                for (int32_t u = 0; u < Wc; ++u) {
+                    re[u] = r1[2 * u] - r2[2 * u + 1];
+                    im[u] = r1[2 * u + 1] + r2[2 * u];
+                }
+                // C(W - k) = conj C(k).
+                for (int32_t u = Wc; u < W; ++u) {
+                    const int32_t k = W - u;
+                    re[u] = r1[2 * k] + r2[2 * k + 1];
+                    im[u] = r2[2 * k] - r1[2 * k + 1];
+                }
             }
-            // C(W - k) = conj C(k).
-            for (int32_t u = Wc; u < W; ++u) {
-                const int32_t k = W - u;
-                re[size_t(u) * kLanes] = r1[2 * k] + r2[2 * k + 1];
-                im[size_t(u) * kLanes] = r2[2 * k] - r1[2 * k + 1];
-            }
-        }
+        });
+        RowsToLanes(transpose, rows.get(), size_t(W), W, lanes);
         Transform(pw, signX, lanes);
-        for (int32_t b = 0; b < kLanes; ++b) {
-            const int32_t y1 = y0 + 2 * b, y2 = y1 + 1;
-            if (y1 < H) {
-                double *d = C + size_t(y1) * stride;
-                for (int32_t x = 0; x < W; ++x) d[x] = lanes.re[size_t(x) * kLanes + b];
-            }
-            if (y2 < H) {
-                double *d = C + size_t(y2) * stride;
-                for (int32_t x = 0; x < W; ++x) d[x] = lanes.im[size_t(x) * kLanes + b];
+        if (y0 + 2 * kLanes <= H) {
+            LanesToRows(transpose, lanes, W, C + size_t(y0) * stride, stride);
+        } else {
+            for (int32_t b = 0; b < kLanes; ++b) {
+                const int32_t y1 = y0 + 2 * b, y2 = y1 + 1;
+                if (y1 < H) {
+                    double *d = C + size_t(y1) * stride;
+                    for (int32_t x = 0; x < W; ++x) d[x] = lanes.re[size_t(x) * kLanes + b];
+                }
+                if (y2 < H) {
+                    double *d = C + size_t(y2) * stride;
+                    for (int32_t x = 0; x < W; ++x) d[x] = lanes.im[size_t(x) * kLanes + b];
+                }
             }
         }
         RZ_RETURN_IF_FAILED(report(1, std::min(H, y0 + 2 * kLanes), H));
