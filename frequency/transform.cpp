@@ -6,9 +6,12 @@
 // The inverse scales the caller's array in place by the component
 // (magnitude, phase, both) as its first pass reads it; the array stays
 // scaled, also when the callback stops the call.
+#include "filters/filter_rows.h"
 #include "frequency/ft_common.h"
 
+#include <algorithm>
 #include <cmath>
+#include <type_traits>
 
 namespace rz::freq {
 
@@ -100,17 +103,25 @@ int32_t WriteBack(PlaneIO &io, const RealRows &out, uint8_t *bytes, const Reques
                 any = true;
             }
     }
+    // ToByte in a form that vectorises: clipped as they are, or stretched as
+    // ((v - lo) * 255) / range (v - lo when the range is empty).
+    const bool scaled = r.writeBack == FT_STRETCH;
+    const double mul = hi != lo ? 255.0 : 1.0, div = hi != lo ? hi - lo : 1.0;
+    auto toBytes = [&](const double *src, auto stretch) RZ_LAMBDA_INLINE {
+        for (int32_t x = r.left; x <= r.right; ++x) {
+            const double v = stretch ? (src[x] - lo) * mul / div : src[x];
+            bytes[x] = uint8_t(int32_t(v >= 0.0 ? std::min(v, 255.0) : 0.0));
+        }
+    };
     const int32_t rows = r.bottom - r.top + 1;
     for (int32_t y = r.top; y <= r.bottom; ++y) {
         const double *src = out.row(y);
-        if (r.writeBack == FT_CLIP) {
-            for (int32_t x = r.left; x <= r.right; ++x) bytes[x] = ToByte(src[x]);
-        } else if (hi == lo) {
-            for (int32_t x = r.left; x <= r.right; ++x) bytes[x] = ToByte(src[x] - lo);
-        } else {
-            const double range = hi - lo;
-            for (int32_t x = r.left; x <= r.right; ++x) bytes[x] = ToByte((src[x] - lo) * 255.0 / range);
-        }
+        filt::Vectorised([&]() RZ_LAMBDA_INLINE {
+            if (scaled)
+                toBytes(src, std::true_type());
+            else
+                toBytes(src, std::false_type());
+        });
         RZ_RETURN_IF_FAILED(io.write(y, bytes, r.left, r.right + 1));
         RZ_RETURN_IF_FAILED(rep.at(90 + (y - r.top + 1) * 10 / rows));
     }
