@@ -555,7 +555,7 @@ int32_t ForwardReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
 }
 
 int32_t InverseReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY, const ArrayView &in,
-                    const Component &comp, RealRows &out, PassReport report) {
+                    const Component &comp, RealRows &out, PassReport report, const RowSink *sink) {
     const int32_t W = pw.n, H = ph.n, Wc = W / 2 + 1;
     Lanes lanes;
     RZ_RETURN_IF_FAILED(lanes.init(std::max(W, H)));
@@ -682,21 +682,19 @@ int32_t InverseReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
         });
         RowsToLanes(transpose, rows.get(), size_t(W), W, lanes);
         Transform(pw, signX, lanes);
-        if (y0 + 2 * kLanes <= H) {
-            LanesToRows(transpose, lanes, W, C + size_t(y0) * stride, stride);
+        // The real rows replace their spectrum rows, or go to the sink.
+        double *dst = sink ? rows.get() : C + size_t(y0) * stride;
+        const size_t dstStride = sink ? size_t(W) : stride;
+        const int32_t nrows = std::min(2 * kLanes, H - y0);
+        if (nrows == 2 * kLanes) {
+            LanesToRows(transpose, lanes, W, dst, dstStride);
         } else {
-            for (int32_t b = 0; b < kLanes; ++b) {
-                const int32_t y1 = y0 + 2 * b, y2 = y1 + 1;
-                if (y1 < H) {
-                    double *d = C + size_t(y1) * stride;
-                    for (int32_t x = 0; x < W; ++x) d[x] = lanes.re[size_t(x) * kLanes + b];
-                }
-                if (y2 < H) {
-                    double *d = C + size_t(y2) * stride;
-                    for (int32_t x = 0; x < W; ++x) d[x] = lanes.im[size_t(x) * kLanes + b];
-                }
+            for (int32_t r = 0; r < nrows; ++r) {
+                const double *src = (r % 2 ? lanes.im : lanes.re) + r / 2;
+                for (int32_t x = 0; x < W; ++x) dst[size_t(r) * dstStride + x] = src[size_t(x) * kLanes];
             }
         }
+        for (int32_t r = 0; sink && r < nrows; ++r) RZ_RETURN_IF_FAILED((*sink)(y0 + r, dst + size_t(r) * dstStride));
         RZ_RETURN_IF_FAILED(report(1, std::min(H, y0 + 2 * kLanes), H));
     }
     return ST_SUCCESS;

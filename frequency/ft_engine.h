@@ -126,17 +126,19 @@ struct Component {
 };
 
 // The real part of the transform of the array (each element as `comp`
-// gives it): row y at data + y * stride. The array is left scaled by `comp`
-// (all of it, also when `report` stops the transform; a failed allocation
-// leaves it as it was). Only the conjugate-symmetric part
-// of the array reaches the real part, so only the columns 0..W/2 are
-// transformed and the rows go in pairs.
+// gives it): row y at data + y * stride, or, with a sink, handed to it
+// row by row (`width` doubles; the block is then only the intermediate).
+// The array is left scaled by `comp` (all of it, also when `report` stops
+// the transform; a failed allocation leaves it as it was). Only the
+// conjugate-symmetric part of the array reaches the real part, so only the
+// columns 0..W/2 are transformed and the rows go in pairs.
 struct RealRows {
     KrnPtr<double[]> data;
     size_t stride = 0; // doubles
     const double *row(int32_t y) const { return data.get() + size_t(y) * stride; }
 };
+using RowSink = FnRef<int32_t(int32_t, const double *)>;
 int32_t InverseReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY, const ArrayView &in,
-                    const Component &comp, RealRows &out, PassReport report);
+                    const Component &comp, RealRows &out, PassReport report, const RowSink *sink = nullptr);
 
 } // namespace rz::freq

@@ -90,39 +90,53 @@ bool PowerOfTwo(int32_t n) { return n >= 2 && (n & (n - 1)) == 0; }
 
 // --- Write-back ---------------------------------------------------------------
 
-int32_t WriteBack(PlaneIO &io, const RealRows &out, uint8_t *bytes, const Request &r, Reporter &rep) {
-    double lo = 0.0, hi = 0.0;
-    if (r.writeBack == FT_STRETCH) {
-        bool any = false;
-        for (int32_t y = r.top; y <= r.bottom; ++y)
-            for (int32_t x = r.left; x <= r.right; ++x) {
-                const double v = out.row(y)[x];
-                if (!std::isfinite(v)) continue;
-                if (!any || v < lo) lo = v;
-                if (!any || v > hi) hi = v;
-                any = true;
-            }
+// The plane's values as ToByte gives them, in a form that vectorises:
+// clipped as they are, or stretched as ((v - lo) * 255) / range (v - lo
+// when the range is empty).
+class ByteWriter {
+  public:
+    ByteWriter(PlaneIO &io, uint8_t *bytes, const Request &r, double lo, double hi)
+        : io_(io), bytes_(bytes), r_(r), lo_(lo), mul_(hi != lo ? 255.0 : 1.0), div_(hi != lo ? hi - lo : 1.0) {}
+    int32_t operator()(int32_t y, const double *src) {
+        if (y < r_.top || y > r_.bottom) return ST_SUCCESS;
+        filt::Vectorised([&]() RZ_LAMBDA_INLINE {
+            if (r_.writeBack == FT_STRETCH)
+                convert(src, std::true_type());
+            else
+                convert(src, std::false_type());
+        });
+        return io_.write(y, bytes_, r_.left, r_.right + 1);
     }
-    // ToByte in a form that vectorises: clipped as they are, or stretched as
-    // ((v - lo) * 255) / range (v - lo when the range is empty).
-    const bool scaled = r.writeBack == FT_STRETCH;
-    const double mul = hi != lo ? 255.0 : 1.0, div = hi != lo ? hi - lo : 1.0;
-    auto toBytes = [&](const double *src, auto stretch) RZ_LAMBDA_INLINE {
-        for (int32_t x = r.left; x <= r.right; ++x) {
-            const double v = stretch ? (src[x] - lo) * mul / div : src[x];
-            bytes[x] = uint8_t(int32_t(v >= 0.0 ? std::min(v, 255.0) : 0.0));
+
+  private:
+    template <class Stretch> RZ_FORCE_INLINE void convert(const double *src, Stretch stretch) {
+        for (int32_t x = r_.left; x <= r_.right; ++x) {
+            const double v = stretch ? (src[x] - lo_) * mul_ / div_ : src[x];
+            bytes_[x] = uint8_t(int32_t(v >= 0.0 ? std::min(v, 255.0) : 0.0));
         }
-    };
+    }
+    PlaneIO &io_;
+    uint8_t *bytes_;
+    const Request &r_;
+    double lo_, mul_, div_;
+};
+
+// Stretching needs the range of every value first.
+int32_t WriteStretched(PlaneIO &io, const RealRows &out, uint8_t *bytes, const Request &r, Reporter &rep) {
+    double lo = 0.0, hi = 0.0;
+    bool any = false;
+    for (int32_t y = r.top; y <= r.bottom; ++y)
+        for (int32_t x = r.left; x <= r.right; ++x) {
+            const double v = out.row(y)[x];
+            if (!std::isfinite(v)) continue;
+            if (!any || v < lo) lo = v;
+            if (!any || v > hi) hi = v;
+            any = true;
+        }
+    ByteWriter write(io, bytes, r, lo, hi);
     const int32_t rows = r.bottom - r.top + 1;
     for (int32_t y = r.top; y <= r.bottom; ++y) {
-        const double *src = out.row(y);
-        filt::Vectorised([&]() RZ_LAMBDA_INLINE {
-            if (scaled)
-                toBytes(src, std::true_type());
-            else
-                toBytes(src, std::false_type());
-        });
-        RZ_RETURN_IF_FAILED(io.write(y, bytes, r.left, r.right + 1));
+        RZ_RETURN_IF_FAILED(write(y, out.row(y)));
         RZ_RETURN_IF_FAILED(rep.at(90 + (y - r.top + 1) * 10 / rows));
     }
     return ST_SUCCESS;
@@ -164,8 +178,17 @@ int32_t Run(BitmapDesc *bmp, FTARRAY *array, Request r) {
     const Component comp(r.component, double(W) * double(H));
     KrnPtr<uint8_t[]> bytes = KrnArray<uint8_t>(size_t(W));
     if (!bytes) return ST_FAILURE;
-    RZ_RETURN_IF_FAILED(InverseReal(pw, ph, -r.signX, -r.signY, view, comp, out, report));
-    RZ_RETURN_IF_FAILED(WriteBack(io, out, bytes.get(), r, rep));
+    if (r.writeBack == FT_CLIP) {
+        // Clipped rows go to the bitmap as the last pass makes them.
+        ByteWriter write(io, bytes.get(), r, 0.0, 0.0);
+        const RowSink sink(write);
+        RZ_RETURN_IF_FAILED(InverseReal(pw, ph, -r.signX, -r.signY, view, comp, out, report, &sink));
+        RZ_RETURN_IF_FAILED(rep.at(90));
+        RZ_RETURN_IF_FAILED(rep.at(100));
+    } else {
+        RZ_RETURN_IF_FAILED(InverseReal(pw, ph, -r.signX, -r.signY, view, comp, out, report));
+        RZ_RETURN_IF_FAILED(WriteStretched(io, out, bytes.get(), r, rep));
+    }
     KrnBitmapChanged(bmp);
     return ST_SUCCESS;
 }
