@@ -191,6 +191,44 @@ RZ_FORCE_INLINE void Radix8(const Stage &st, int32_t n) {
     }
 }
 
+// Radix 5 in one sweep over its inputs: outputs q and 5 - q from the sums
+// and differences of inputs 1, 4 and 2, 3, as in RadixOdd.
+RZ_FORCE_INLINE void Radix5(const Stage &st, int32_t n) {
+    const int64_t L = st.len;
+    const int64_t M = int64_t(st.m) * L;
+    const double sg = st.sg;
+    const int32_t unit = n / 5;
+    const double c1 = st.tw[2 * unit], s1 = st.tw[2 * unit + 1], c2 = st.tw[4 * unit], s2 = st.tw[4 * unit + 1];
+    const double c4 = st.tw[8 * unit], s4 = st.tw[8 * unit + 1];
+    for (int32_t k = 0; k < st.m; ++k) {
+        double wr[5], wi[5];
+        for (int32_t q = 1; q < 5; ++q) Twiddle(st, int64_t(q) * k * st.step, wr[q], wi[q]);
+        const double *__restrict ar = st.xr + k * L, *__restrict ai = st.xi + k * L;
+        double *__restrict yr = st.yr + 5 * k * L, *__restrict yi = st.yi + 5 * k * L;
+        #pragma GCC ivdep
+        for (int64_t j = 0; j < L; ++j) {
+            const double a0r = ar[j], a0i = ai[j];
+            const double s14r = ar[j + M] + ar[j + 4 * M], s14i = ai[j + M] + ai[j + 4 * M];
+            const double d14r = ar[j + M] - ar[j + 4 * M], d14i = ai[j + M] - ai[j + 4 * M];
+            const double s23r = ar[j + 2 * M] + ar[j + 3 * M], s23i = ai[j + 2 * M] + ai[j + 3 * M];
+            const double d23r = ar[j + 2 * M] - ar[j + 3 * M], d23i = ai[j + 2 * M] - ai[j + 3 * M];
+            yr[j] = a0r + s14r + s23r;
+            yi[j] = a0i + s14i + s23i;
+            const double p1r = a0r + s14r * c1 + s23r * c2, p1i = a0i + s14i * c1 + s23i * c2;
+            const double q1r = d14r * s1 + d23r * s2, q1i = d14i * s1 + d23i * s2;
+            const double p2r = a0r + s14r * c2 + s23r * c4, p2i = a0i + s14i * c2 + s23i * c4;
+            const double q2r = d14r * s2 + d23r * s4, q2i = d14i * s2 + d23i * s4;
+            // b_t = P + sg i Q, b_(5-t) = P - sg i Q.
+            const double br[5] = {0, p1r - sg * q1i, p2r - sg * q2i, p2r + sg * q2i, p1r + sg * q1i};
+            const double bi[5] = {0, p1i + sg * q1r, p2i + sg * q2r, p2i - sg * q2r, p1i - sg * q1r};
+            for (int32_t q = 1; q < 5; ++q) {
+                yr[j + q * L] = br[q] * wr[q] - bi[q] * wi[q];
+                yi[j + q * L] = br[q] * wi[q] + bi[q] * wr[q];
+            }
+        }
+    }
+}
+
 // An odd radix p: outputs t and p - t share the sums a_r + a_(p-r) and
 // differences a_r - a_(p-r). P is the radix when known at compile time.
 constexpr int32_t kMaxHalf = 32; // odd radices up to 65 keep their constants in registers or the stack
@@ -271,7 +309,7 @@ RZ_FORCE_INLINE void RunStages(const Plan &plan, double sg, double *&re, double 
         case 4: Radix4(st); break;
         case 2: Radix2(st); break;
         case 3: RadixOdd<3>(st, 3, plan.n); break;
-        case 5: RadixOdd<5>(st, 5, plan.n); break;
+        case 5: Radix5(st, plan.n); break;
         default: RadixOdd<0>(st, p, plan.n); break;
         }
         std::swap(re, wre);
