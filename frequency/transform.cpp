@@ -109,10 +109,14 @@ class ByteWriter {
     }
 
   private:
-    template <class Stretch> RZ_FORCE_INLINE void convert(const double *src, Stretch stretch) {
-        for (int32_t x = r_.left; x <= r_.right; ++x) {
-            const double v = stretch ? (src[x] - lo_) * mul_ / div_ : src[x];
-            bytes_[x] = uint8_t(int32_t(v >= 0.0 ? std::min(v, 255.0) : 0.0));
+    template <class Stretch> RZ_FORCE_INLINE void convert(const double *__restrict src, Stretch stretch) {
+        uint8_t *__restrict dst = bytes_;
+        const double lo = lo_, mul = mul_, div = div_;
+        for (int32_t x = r_.left, end = r_.right; x <= end; ++x) {
+            double v = stretch ? (src[x] - lo) * mul / div : src[x];
+            v = v >= 0.0 ? v : 0.0; // NaN too
+            v = v <= 255.0 ? v : 255.0;
+            dst[x] = uint8_t(int32_t(v));
         }
     }
     PlaneIO &io_;
