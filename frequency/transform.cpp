@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <type_traits>
 
 namespace rz::freq {
@@ -36,6 +37,11 @@ int32_t PlaneIO::read(int32_t y, double *values) {
     if (wide_) {
         const uint16_t *s = reinterpret_cast<const uint16_t *>(row_.get()) + channel_;
         for (int32_t x = 0; x < width_; ++x) values[x] = double(s[size_t(x) * C] >> 8);
+    } else if (C == 1) { // grey: contiguous, in vector form
+        const uint8_t *__restrict s = row_.get() + channel_;
+        filt::Vectorised([&]() RZ_LAMBDA_INLINE {
+            for (int32_t x = 0, n = width_; x < n; ++x) values[x] = double(s[x]);
+        });
     } else {
         const uint8_t *s = row_.get() + channel_;
         for (int32_t x = 0; x < width_; ++x) values[x] = double(s[size_t(x) * C]);
@@ -49,6 +55,8 @@ int32_t PlaneIO::write(int32_t y, const uint8_t *values, int32_t x0, int32_t x1)
     if (wide_) {
         uint16_t *d = reinterpret_cast<uint16_t *>(row_.get()) + channel_;
         for (int32_t x = x0; x < x1; ++x) d[size_t(x) * C] = uint16_t(values[x] * 257);
+    } else if (C == 1) {
+        std::memcpy(row_.get() + channel_ + x0, values + x0, size_t(x1 - x0));
     } else {
         uint8_t *d = row_.get() + channel_;
         for (int32_t x = x0; x < x1; ++x) d[size_t(x) * C] = values[x];
