@@ -75,6 +75,7 @@ void RzInverse(benchmark::State &st, int32_t side) {
     Grey &g = Image(side);
     Rz_FFTBitmap(&g.d, g.a, FT_FORWARD | FT_PLANE_GREY);
     g.spectrum.assign(g.data(), g.data() + g.bytes());
+    Rz_FFTBitmap(&g.d, g.a, FT_INVERSE | FT_PLANE_GREY | FT_BOTH | FT_CLIP); // its scratch's first touch
     for (auto _ : st) {
         st.PauseTiming();
         std::memcpy(g.data(), g.spectrum.data(), g.bytes());

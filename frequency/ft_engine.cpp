@@ -19,34 +19,27 @@
 #include <cmath>
 #include <cstdint>
 
-#if defined(__linux__)
-#include <sys/mman.h>
+#if defined(__GNUC__) && defined(__x86_64__)
+#include <immintrin.h>
 #endif
 
 namespace rz::freq {
 
 using filt::Vectorised;
 
-void AdviseLargeBlock([[maybe_unused]] void *block, [[maybe_unused]] size_t bytes, [[maybe_unused]] bool prefault) {
-#if defined(__linux__) && defined(MADV_HUGEPAGE)
-    constexpr size_t kPage = 4096, kWorthIt = size_t(32) << 20;
-    if (bytes < kWorthIt) return; // smaller blocks mostly come back from the heap already mapped
-    const uintptr_t first = (reinterpret_cast<uintptr_t>(block) + kPage - 1) & ~uintptr_t(kPage - 1);
-    const uintptr_t last = (reinterpret_cast<uintptr_t>(block) + bytes) & ~uintptr_t(kPage - 1);
-    if (last <= first) return;
-    madvise(reinterpret_cast<void *>(first), last - first, MADV_HUGEPAGE);
-#if defined(MADV_POPULATE_WRITE)
-    if (prefault) madvise(reinterpret_cast<void *>(first), last - first, MADV_POPULATE_WRITE);
-#endif
-#endif
-}
-
 int32_t Plan::init(int32_t length) {
     n = length;
     stages = 0;
     int32_t rest = length;
-    while (rest % 4 == 0) radix[stages++] = 4, rest /= 4;
-    while (rest % 2 == 0) radix[stages++] = 2, rest /= 2;
+    // Powers of two as radix 8 and at most two stages of 4 (a 2 only alone):
+    // 1024 = 8 8 4 4, 4096 = 8 8 8 8; fewer passes over the lanes.
+    int32_t twos = 0;
+    while (rest % 2 == 0) ++twos, rest /= 2;
+    int32_t fours = twos % 3 == 2 ? 1 : (twos % 3 == 1 && twos >= 4 ? 2 : 0);
+    int32_t eights = (twos - 2 * fours) / 3;
+    for (int32_t i = 0; i < eights; ++i) radix[stages++] = 8;
+    for (int32_t i = 0; i < fours; ++i) radix[stages++] = 4;
+    if (twos - 3 * eights - 2 * fours == 1) radix[stages++] = 2;
     for (int32_t f = 3; rest > 1;) {
         if (int64_t(f) * f > rest) f = rest;
         if (rest % f == 0) {
@@ -152,6 +145,90 @@ RZ_FORCE_INLINE void Radix4(const Stage &st) {
     }
 }
 
+// Radix 8 as two radix-4 halves (even and odd inputs) joined by the
+// eighth roots of unity, which come from the table like every twiddle.
+RZ_FORCE_INLINE void Radix8(const Stage &st, int32_t n) {
+    const int64_t L = st.len;
+    const int64_t M = int64_t(st.m) * L;
+    const double sg = st.sg;
+    const double e1r = st.tw[2 * (n / 8)], e1i = sg * st.tw[2 * (n / 8) + 1];
+    const double e3r = st.tw[6 * (n / 8)], e3i = sg * st.tw[6 * (n / 8) + 1];
+    for (int32_t k = 0; k < st.m; ++k) {
+        double wr[8], wi[8];
+        for (int32_t q = 1; q < 8; ++q) Twiddle(st, int64_t(q) * k * st.step, wr[q], wi[q]);
+        const double *__restrict ar = st.xr + k * L, *__restrict ai = st.xi + k * L;
+        double *__restrict yr = st.yr + 8 * k * L, *__restrict yi = st.yi + 8 * k * L;
+        #pragma GCC ivdep
+        for (int64_t j = 0; j < L; ++j) {
+            double er[4], ei[4], orr[4], oi[4];
+            for (int32_t h = 0; h < 2; ++h) { // h = 0 inputs 0 2 4 6, h = 1 inputs 1 3 5 7
+                const double *__restrict xr = ar + j + h * M, *__restrict xi = ai + j + h * M;
+                const double t0r = xr[0] + xr[4 * M], t0i = xi[0] + xi[4 * M];
+                const double t1r = xr[0] - xr[4 * M], t1i = xi[0] - xi[4 * M];
+                const double t2r = xr[2 * M] + xr[6 * M], t2i = xi[2 * M] + xi[6 * M];
+                const double t3r = xr[2 * M] - xr[6 * M], t3i = xi[2 * M] - xi[6 * M];
+                double *br = h ? orr : er, *bi = h ? oi : ei;
+                br[0] = t0r + t2r, bi[0] = t0i + t2i;
+                br[2] = t0r - t2r, bi[2] = t0i - t2i;
+                br[1] = t1r - sg * t3i, bi[1] = t1i + sg * t3r;
+                br[3] = t1r + sg * t3i, bi[3] = t1i - sg * t3r;
+            }
+            // The odd half times e^(sg 2 pi i q / 8), q = 1, 2, 3.
+            const double o1r = orr[1] * e1r - oi[1] * e1i, o1i = orr[1] * e1i + oi[1] * e1r;
+            const double o2r = -sg * oi[2], o2i = sg * orr[2];
+            const double o3r = orr[3] * e3r - oi[3] * e3i, o3i = orr[3] * e3i + oi[3] * e3r;
+            const double br[8] = {er[0] + orr[0], er[1] + o1r, er[2] + o2r, er[3] + o3r,
+                                  er[0] - orr[0], er[1] - o1r, er[2] - o2r, er[3] - o3r};
+            const double bi[8] = {ei[0] + oi[0], ei[1] + o1i, ei[2] + o2i, ei[3] + o3i,
+                                  ei[0] - oi[0], ei[1] - o1i, ei[2] - o2i, ei[3] - o3i};
+            yr[j] = br[0];
+            yi[j] = bi[0];
+            for (int32_t q = 1; q < 8; ++q) {
+                yr[j + q * L] = br[q] * wr[q] - bi[q] * wi[q];
+                yi[j + q * L] = br[q] * wi[q] + bi[q] * wr[q];
+            }
+        }
+    }
+}
+
+// Radix 5 in one sweep over its inputs: outputs q and 5 - q from the sums
+// and differences of inputs 1, 4 and 2, 3, as in RadixOdd.
+RZ_FORCE_INLINE void Radix5(const Stage &st, int32_t n) {
+    const int64_t L = st.len;
+    const int64_t M = int64_t(st.m) * L;
+    const double sg = st.sg;
+    const int32_t unit = n / 5;
+    const double c1 = st.tw[2 * unit], s1 = st.tw[2 * unit + 1], c2 = st.tw[4 * unit], s2 = st.tw[4 * unit + 1];
+    const double c4 = st.tw[8 * unit], s4 = st.tw[8 * unit + 1];
+    for (int32_t k = 0; k < st.m; ++k) {
+        double wr[5], wi[5];
+        for (int32_t q = 1; q < 5; ++q) Twiddle(st, int64_t(q) * k * st.step, wr[q], wi[q]);
+        const double *__restrict ar = st.xr + k * L, *__restrict ai = st.xi + k * L;
+        double *__restrict yr = st.yr + 5 * k * L, *__restrict yi = st.yi + 5 * k * L;
+        #pragma GCC ivdep
+        for (int64_t j = 0; j < L; ++j) {
+            const double a0r = ar[j], a0i = ai[j];
+            const double s14r = ar[j + M] + ar[j + 4 * M], s14i = ai[j + M] + ai[j + 4 * M];
+            const double d14r = ar[j + M] - ar[j + 4 * M], d14i = ai[j + M] - ai[j + 4 * M];
+            const double s23r = ar[j + 2 * M] + ar[j + 3 * M], s23i = ai[j + 2 * M] + ai[j + 3 * M];
+            const double d23r = ar[j + 2 * M] - ar[j + 3 * M], d23i = ai[j + 2 * M] - ai[j + 3 * M];
+            yr[j] = a0r + s14r + s23r;
+            yi[j] = a0i + s14i + s23i;
+            const double p1r = a0r + s14r * c1 + s23r * c2, p1i = a0i + s14i * c1 + s23i * c2;
+            const double q1r = d14r * s1 + d23r * s2, q1i = d14i * s1 + d23i * s2;
+            const double p2r = a0r + s14r * c2 + s23r * c4, p2i = a0i + s14i * c2 + s23i * c4;
+            const double q2r = d14r * s2 + d23r * s4, q2i = d14i * s2 + d23i * s4;
+            // b_t = P + sg i Q, b_(5-t) = P - sg i Q.
+            const double br[5] = {0, p1r - sg * q1i, p2r - sg * q2i, p2r + sg * q2i, p1r + sg * q1i};
+            const double bi[5] = {0, p1i + sg * q1r, p2i + sg * q2r, p2i - sg * q2r, p1i - sg * q1r};
+            for (int32_t q = 1; q < 5; ++q) {
+                yr[j + q * L] = br[q] * wr[q] - bi[q] * wi[q];
+                yi[j + q * L] = br[q] * wi[q] + bi[q] * wr[q];
+            }
+        }
+    }
+}
+
 // An odd radix p: outputs t and p - t share the sums a_r + a_(p-r) and
 // differences a_r - a_(p-r). P is the radix when known at compile time.
 constexpr int32_t kMaxHalf = 32; // odd radices up to 65 keep their constants in registers or the stack
@@ -228,10 +305,11 @@ RZ_FORCE_INLINE void RunStages(const Plan &plan, double sg, double *&re, double 
         const int32_t m = ncur / p;
         const Stage st{re, im, wre, wim, m, s * kLanes, plan.n / ncur, plan.table.get(), sg};
         switch (p) {
+        case 8: Radix8(st, plan.n); break;
         case 4: Radix4(st); break;
         case 2: Radix2(st); break;
         case 3: RadixOdd<3>(st, 3, plan.n); break;
-        case 5: RadixOdd<5>(st, 5, plan.n); break;
+        case 5: Radix5(st, plan.n); break;
         default: RadixOdd<0>(st, p, plan.n); break;
         }
         std::swap(re, wre);
@@ -345,6 +423,73 @@ RZ_FORCE_INLINE void ApplyLanes(const Component &comp, double *__restrict re, do
     }
 }
 
+// 8 x 8 blocks of doubles between rows and lanes: dst[c * ds + r] =
+// src[r * ss + c]. With AVX-512, three rounds of shuffles in registers;
+// elsewhere element by element. The choice is made once per call.
+using TransposeFn = void (*)(const double *, size_t, double *, size_t);
+
+void Transpose8Plain(const double *src, size_t ss, double *dst, size_t ds) {
+    for (size_t r = 0; r < 8; ++r)
+        for (size_t c = 0; c < 8; ++c) dst[c * ds + r] = src[r * ss + c];
+}
+
+#if defined(__GNUC__) && defined(__x86_64__)
+// GCC 12 warns about the undefined source operands inside its own intrinsics.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wuninitialized"
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+__attribute__((target("avx512f"))) void Transpose8Avx512(const double *src, size_t ss, double *dst, size_t ds) {
+    __m512d r[8], t[8], u[8];
+    for (size_t i = 0; i < 8; ++i) r[i] = _mm512_loadu_pd(src + i * ss);
+    for (size_t i = 0; i < 8; i += 2) {
+        t[i] = _mm512_unpacklo_pd(r[i], r[i + 1]);     // columns 0 2 4 6 of rows i, i + 1
+        t[i + 1] = _mm512_unpackhi_pd(r[i], r[i + 1]); // columns 1 3 5 7
+    }
+    const __m512i lo = _mm512_set_epi64(13, 12, 5, 4, 9, 8, 1, 0), hi = _mm512_set_epi64(15, 14, 7, 6, 11, 10, 3, 2);
+    for (size_t i = 0; i < 8; i += 4)
+        for (size_t h = 0; h < 2; ++h) {
+            u[i + h] = _mm512_permutex2var_pd(t[i + h], lo, t[i + 2 + h]);     // columns h, 4 + h of four rows
+            u[i + 2 + h] = _mm512_permutex2var_pd(t[i + h], hi, t[i + 2 + h]); // columns 2 + h, 6 + h
+        }
+    for (size_t c = 0; c < 4; ++c) {
+        _mm512_storeu_pd(dst + c * ds, _mm512_shuffle_f64x2(u[c], u[4 + c], 0x44));
+        _mm512_storeu_pd(dst + (c + 4) * ds, _mm512_shuffle_f64x2(u[c], u[4 + c], 0xEE));
+    }
+}
+#pragma GCC diagnostic pop
+#endif
+
+TransposeFn Transposer() {
+#if defined(__GNUC__) && defined(__x86_64__)
+    if (__builtin_cpu_supports("avx512f")) return Transpose8Avx512;
+#endif
+    return Transpose8Plain;
+}
+
+// Rows 2b (real parts) and 2b + 1 (imaginary parts), `stride` doubles
+// apart, to and from lane b, `width` elements.
+void RowsToLanes(TransposeFn transpose, const double *rows, size_t stride, int32_t width, Lanes &lanes) {
+    const int32_t whole = width / kLanes * kLanes;
+    for (int32_t half = 0; half < 2; ++half) {
+        const double *src = rows + size_t(half) * stride;
+        double *dst = half ? lanes.im : lanes.re;
+        for (int32_t x = 0; x < whole; x += kLanes) transpose(src + x, 2 * stride, dst + size_t(x) * kLanes, kLanes);
+        for (int32_t x = whole; x < width; ++x)
+            for (int32_t b = 0; b < kLanes; ++b) dst[size_t(x) * kLanes + b] = src[2 * b * stride + x];
+    }
+}
+
+void LanesToRows(TransposeFn transpose, const Lanes &lanes, int32_t width, double *rows, size_t stride) {
+    const int32_t whole = width / kLanes * kLanes;
+    for (int32_t half = 0; half < 2; ++half) {
+        const double *src = half ? lanes.im : lanes.re;
+        double *dst = rows + size_t(half) * stride;
+        for (int32_t x = 0; x < whole; x += kLanes) transpose(src + size_t(x) * kLanes, kLanes, dst + x, 2 * stride);
+        for (int32_t x = whole; x < width; ++x)
+            for (int32_t b = 0; b < kLanes; ++b) dst[2 * b * stride + x] = src[size_t(x) * kLanes + b];
+    }
+}
+
 } // namespace
 
 int32_t ForwardReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY, RowLoader loadRow,
@@ -352,45 +497,53 @@ int32_t ForwardReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
     const int32_t W = pw.n, H = ph.n, Wc = W / 2 + 1;
     Lanes lanes;
     RZ_RETURN_IF_FAILED(lanes.init(std::max(W, H)));
-    KrnPtr<double[]> row = KrnArray<double>(size_t(W));
-    if (!row) return ST_FAILURE;
-
-    // Rows 2b and 2b + 1 of a group are lane b's real and imaginary parts.
+    // Rows 2b and 2b + 1 of a group are lane b's real and imaginary parts;
+    // they are read whole and turned into lanes in 8 x 8 blocks.
+    KrnPtr<double[]> rows = KrnArray<double>(KrnCheckedSize(size_t(W), 2 * kLanes, 1));
+    if (!rows) return ST_FAILURE;
+    const TransposeFn transpose = Transposer();
     for (int32_t y0 = 0; y0 < H; y0 += 2 * kLanes) {
-        for (int32_t b = 0; b < kLanes; ++b)
-            for (int32_t half = 0; half < 2; ++half) {
-                double *dst = (half ? lanes.im : lanes.re) + b;
-                const int32_t y = y0 + 2 * b + half;
-                if (y >= H) {
-                    for (int32_t x = 0; x < W; ++x) dst[size_t(x) * kLanes] = 0.0;
-                    continue;
-                }
-                RZ_RETURN_IF_FAILED(loadRow(y, row.get()));
-                for (int32_t x = 0; x < W; ++x) dst[size_t(x) * kLanes] = row[x];
-                RZ_RETURN_IF_FAILED(report(0, y + 1, H));
+        for (int32_t r = 0; r < 2 * kLanes; ++r) {
+            double *dst = rows.get() + size_t(r) * W;
+            if (y0 + r >= H) {
+                std::fill(dst, dst + W, 0.0);
+                continue;
             }
+            RZ_RETURN_IF_FAILED(loadRow(y0 + r, dst));
+            RZ_RETURN_IF_FAILED(report(0, y0 + r + 1, H));
+        }
+        RowsToLanes(transpose, rows.get(), size_t(W), W, lanes);
         Transform(pw, signX, lanes);
-        // Z = A + iB: A(k) = (Z(k) + conj Z(-k)) / 2, B(k) = (Z(k) - conj Z(-k)) / 2i.
-        // Four elements at a time, so that each row gets whole cache lines.
-        const int32_t rows = std::min(2 * kLanes, H - y0);
+        // Z = A + iB: A(k) = (Z(k) + conj Z(-k)) / 2, B(k) = (Z(k) - conj Z(-k)) / 2i,
+        // eight elements of sixteen rows at a time.
+        const int32_t nrows = std::min(2 * kLanes, H - y0);
         Vectorised([&]() RZ_LAMBDA_INLINE {
-            constexpr int32_t kRun = 4;
-            for (int32_t k0 = 0; k0 < Wc; k0 += kRun) {
-                const int32_t run = std::min(kRun, Wc - k0);
-                double t[2 * kLanes][2 * kRun];
-                for (int32_t d = 0; d < kRun; ++d) {
-                    const int32_t k = k0 + std::min(d, run - 1);
+            for (int32_t k0 = 0; k0 < Wc; k0 += kLanes) {
+                alignas(64) double q[4][kLanes * kLanes], t[4][kLanes * kLanes];
+                for (int32_t d = 0; d < kLanes; ++d) {
+                    const int32_t k = std::min(k0 + d, Wc - 1);
                     const size_t i = size_t(k) * kLanes, j = size_t(k == 0 ? 0 : W - k) * kLanes;
                     const double *__restrict zr = lanes.re + i, *__restrict zi = lanes.im + i;
                     const double *__restrict wr = lanes.re + j, *__restrict wi = lanes.im + j;
                     for (int32_t b = 0; b < kLanes; ++b) {
-                        t[2 * b][2 * d] = 0.5 * (zr[b] + wr[b]);
-                        t[2 * b][2 * d + 1] = 0.5 * (zi[b] - wi[b]);
-                        t[2 * b + 1][2 * d] = 0.5 * (zi[b] + wi[b]);
-                        t[2 * b + 1][2 * d + 1] = 0.5 * (wr[b] - zr[b]);
+                        q[0][d * kLanes + b] = 0.5 * (zr[b] + wr[b]);
+                        q[1][d * kLanes + b] = 0.5 * (zi[b] - wi[b]);
+                        q[2][d * kLanes + b] = 0.5 * (zi[b] + wi[b]);
+                        q[3][d * kLanes + b] = 0.5 * (wr[b] - zr[b]);
                     }
                 }
-                for (int32_t r = 0; r < rows; ++r) std::memcpy(out.at(k0, y0 + r), t[r], size_t(run) * 16);
+                for (int32_t c = 0; c < 4; ++c) transpose(q[c], kLanes, t[c], kLanes);
+                const size_t bytes = size_t(std::min(kLanes, Wc - k0)) * 16;
+                for (int32_t r = 0; r < nrows; ++r) {
+                    const double *re = t[2 * (r % 2)] + (r / 2) * kLanes, *im = t[2 * (r % 2) + 1] + (r / 2) * kLanes;
+                    if (bytes == 16 * kLanes) {
+                        StoreLanes(out.at(k0, y0 + r), re, im);
+                    } else {
+                        uint8_t part[16 * kLanes];
+                        StoreLanes(part, re, im);
+                        std::memcpy(out.at(k0, y0 + r), part, bytes);
+                    }
+                }
             }
         });
     }
@@ -440,7 +593,7 @@ int32_t ForwardReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
 }
 
 int32_t InverseReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY, const ArrayView &in,
-                    const Component &comp, RealRows &out, PassReport report) {
+                    const Component &comp, RealRows &out, PassReport report, const RowSink *sink) {
     const int32_t W = pw.n, H = ph.n, Wc = W / 2 + 1;
     Lanes lanes;
     RZ_RETURN_IF_FAILED(lanes.init(std::max(W, H)));
@@ -542,35 +695,44 @@ int32_t InverseReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
     }
 
     // Rows y1, y2 are conjugate-symmetric in u, so C1 + i C2 transforms to
-    // c1 + i c2 with both real.
+    // c1 + i c2 with both real. Sixteen rows at a time are unfolded into
+    // whole complex rows and moved to the lanes in 8 x 8 blocks.
+    KrnPtr<double[]> rows = KrnArray<double>(KrnCheckedSize(size_t(W), 2 * kLanes, 1));
+    if (!rows) return ST_FAILURE;
+    const TransposeFn transpose = Transposer();
     for (int32_t y0 = 0; y0 < H; y0 += 2 * kLanes) {
-        for (int32_t b = 0; b < kLanes; ++b) {
-            const int32_t y1 = std::min(y0 + 2 * b, H), y2 = std::min(y0 + 2 * b + 1, H);
-            const double *__restrict r1 = C + size_t(y1) * stride, *__restrict r2 = C + size_t(y2) * stride;
-            double *__restrict re = lanes.re + b, *__restrict im = lanes.im + b;
-            for (int32_t u = 0; u < Wc; ++u) {
-                re[size_t(u) * kLanes] = r1[2 * u] - r2[2 * u + 1];
-                im[size_t(u) * kLanes] = r1[2 * u + 1] + r2[2 * u];
+        Vectorised([&]() RZ_LAMBDA_INLINE {
+            for (int32_t b = 0; b < kLanes; ++b) {
+                const int32_t y1 = std::min(y0 + 2 * b, H), y2 = std::min(y0 + 2 * b + 1, H);
+                const double *__restrict r1 = C + size_t(y1) * stride, *__restrict r2 = C + size_t(y2) * stride;
+                double *__restrict re = rows.get() + size_t(2 * b) * W, *__restrict im = re + W;
+                for (int32_t u = 0; u < Wc; ++u) {
+                    re[u] = r1[2 * u] - r2[2 * u + 1];
+                    im[u] = r1[2 * u + 1] + r2[2 * u];
+                }
+                // C(W - k) = conj C(k).
+                for (int32_t u = Wc; u < W; ++u) {
+                    const int32_t k = W - u;
+                    re[u] = r1[2 * k] + r2[2 * k + 1];
+                    im[u] = r2[2 * k] - r1[2 * k + 1];
+                }
             }
-            // C(W - k) = conj C(k).
-            for (int32_t u = Wc; u < W; ++u) {
-                const int32_t k = W - u;
-                re[size_t(u) * kLanes] = r1[2 * k] + r2[2 * k + 1];
-                im[size_t(u) * kLanes] = r2[2 * k] - r1[2 * k + 1];
-            }
-        }
+        });
+        RowsToLanes(transpose, rows.get(), size_t(W), W, lanes);
         Transform(pw, signX, lanes);
-        for (int32_t b = 0; b < kLanes; ++b) {
-            const int32_t y1 = y0 + 2 * b, y2 = y1 + 1;
-            if (y1 < H) {
-                double *d = C + size_t(y1) * stride;
-                for (int32_t x = 0; x < W; ++x) d[x] = lanes.re[size_t(x) * kLanes + b];
-            }
-            if (y2 < H) {
-                double *d = C + size_t(y2) * stride;
-                for (int32_t x = 0; x < W; ++x) d[x] = lanes.im[size_t(x) * kLanes + b];
+        // The real rows replace their spectrum rows, or go to the sink.
+        double *dst = sink ? rows.get() : C + size_t(y0) * stride;
+        const size_t dstStride = sink ? size_t(W) : stride;
+        const int32_t nrows = std::min(2 * kLanes, H - y0);
+        if (nrows == 2 * kLanes) {
+            LanesToRows(transpose, lanes, W, dst, dstStride);
+        } else {
+            for (int32_t r = 0; r < nrows; ++r) {
+                const double *src = (r % 2 ? lanes.im : lanes.re) + r / 2;
+                for (int32_t x = 0; x < W; ++x) dst[size_t(r) * dstStride + x] = src[size_t(x) * kLanes];
             }
         }
+        for (int32_t r = 0; sink && r < nrows; ++r) RZ_RETURN_IF_FAILED((*sink)(y0 + r, dst + size_t(r) * dstStride));
         RZ_RETURN_IF_FAILED(report(1, std::min(H, y0 + 2 * kLanes), H));
     }
     return ST_SUCCESS;

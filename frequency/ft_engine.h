@@ -5,6 +5,7 @@
 #pragma once
 
 #include "frame/kmem.h"
+#include "kernel/page_hint.h"
 
 #include <rzimg.h>
 
@@ -46,12 +47,10 @@ struct Lanes {
 // X(k) = sum over j of x(j) exp(sign 2 pi i j k / n), unscaled, for every lane.
 void Transform(const Plan &plan, int32_t sign, Lanes &lanes);
 
-// A hint that a block of tens of megabytes or more be backed by huge pages
-// (and, with prefault, mapped at once): a fresh block otherwise costs one
-// page fault per 4 KB page, which on some virtual machines takes longer than
-// the transform itself, and a sweep down its columns one TLB miss per row.
-// Without the system's support it does nothing.
-void AdviseLargeBlock(void *block, size_t bytes, bool prefault);
+// The kernel's huge-page hint, for blocks of tens of megabytes or more.
+inline void AdviseLargeBlock(void *block, size_t bytes, bool prefault) {
+    if (bytes >= krn::kHugePageWorthIt) krn::AdviseHugePages(block, bytes, prefault);
+}
 
 // The elements of a transform array, which are not 8-byte aligned.
 struct ArrayView {
@@ -127,17 +126,19 @@ struct Component {
 };
 
 // The real part of the transform of the array (each element as `comp`
-// gives it): row y at data + y * stride. The array is left scaled by `comp`
-// (all of it, also when `report` stops the transform; a failed allocation
-// leaves it as it was). Only the conjugate-symmetric part
-// of the array reaches the real part, so only the columns 0..W/2 are
-// transformed and the rows go in pairs.
+// gives it): row y at data + y * stride, or, with a sink, handed to it
+// row by row (`width` doubles; the block is then only the intermediate).
+// The array is left scaled by `comp` (all of it, also when `report` stops
+// the transform; a failed allocation leaves it as it was). Only the
+// conjugate-symmetric part of the array reaches the real part, so only the
+// columns 0..W/2 are transformed and the rows go in pairs.
 struct RealRows {
     KrnPtr<double[]> data;
     size_t stride = 0; // doubles
     const double *row(int32_t y) const { return data.get() + size_t(y) * stride; }
 };
+using RowSink = FnRef<int32_t(int32_t, const double *)>;
 int32_t InverseReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY, const ArrayView &in,
-                    const Component &comp, RealRows &out, PassReport report);
+                    const Component &comp, RealRows &out, PassReport report, const RowSink *sink = nullptr);
 
 } // namespace rz::freq

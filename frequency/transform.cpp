@@ -6,9 +6,13 @@
 // The inverse scales the caller's array in place by the component
 // (magnitude, phase, both) as its first pass reads it; the array stays
 // scaled, also when the callback stops the call.
+#include "filters/filter_rows.h"
 #include "frequency/ft_common.h"
 
+#include <algorithm>
 #include <cmath>
+#include <cstring>
+#include <type_traits>
 
 namespace rz::freq {
 
@@ -33,6 +37,11 @@ int32_t PlaneIO::read(int32_t y, double *values) {
     if (wide_) {
         const uint16_t *s = reinterpret_cast<const uint16_t *>(row_.get()) + channel_;
         for (int32_t x = 0; x < width_; ++x) values[x] = double(s[size_t(x) * C] >> 8);
+    } else if (C == 1) { // grey: contiguous, in vector form
+        const uint8_t *__restrict s = row_.get() + channel_;
+        filt::Vectorised([&]() RZ_LAMBDA_INLINE {
+            for (int32_t x = 0, n = width_; x < n; ++x) values[x] = double(s[x]);
+        });
     } else {
         const uint8_t *s = row_.get() + channel_;
         for (int32_t x = 0; x < width_; ++x) values[x] = double(s[size_t(x) * C]);
@@ -46,6 +55,8 @@ int32_t PlaneIO::write(int32_t y, const uint8_t *values, int32_t x0, int32_t x1)
     if (wide_) {
         uint16_t *d = reinterpret_cast<uint16_t *>(row_.get()) + channel_;
         for (int32_t x = x0; x < x1; ++x) d[size_t(x) * C] = uint16_t(values[x] * 257);
+    } else if (C == 1) {
+        std::memcpy(row_.get() + channel_ + x0, values + x0, size_t(x1 - x0));
     } else {
         uint8_t *d = row_.get() + channel_;
         for (int32_t x = x0; x < x1; ++x) d[size_t(x) * C] = values[x];
@@ -87,31 +98,57 @@ bool PowerOfTwo(int32_t n) { return n >= 2 && (n & (n - 1)) == 0; }
 
 // --- Write-back ---------------------------------------------------------------
 
-int32_t WriteBack(PlaneIO &io, const RealRows &out, uint8_t *bytes, const Request &r, Reporter &rep) {
-    double lo = 0.0, hi = 0.0;
-    if (r.writeBack == FT_STRETCH) {
-        bool any = false;
-        for (int32_t y = r.top; y <= r.bottom; ++y)
-            for (int32_t x = r.left; x <= r.right; ++x) {
-                const double v = out.row(y)[x];
-                if (!std::isfinite(v)) continue;
-                if (!any || v < lo) lo = v;
-                if (!any || v > hi) hi = v;
-                any = true;
-            }
+// The plane's values as ToByte gives them, in a form that vectorises:
+// clipped as they are, or stretched as ((v - lo) * 255) / range (v - lo
+// when the range is empty).
+class ByteWriter {
+  public:
+    ByteWriter(PlaneIO &io, uint8_t *bytes, const Request &r, double lo, double hi)
+        : io_(io), bytes_(bytes), r_(r), lo_(lo), mul_(hi != lo ? 255.0 : 1.0), div_(hi != lo ? hi - lo : 1.0) {}
+    int32_t operator()(int32_t y, const double *src) {
+        if (y < r_.top || y > r_.bottom) return ST_SUCCESS;
+        filt::Vectorised([&]() RZ_LAMBDA_INLINE {
+            if (r_.writeBack == FT_STRETCH)
+                convert(src, std::true_type());
+            else
+                convert(src, std::false_type());
+        });
+        return io_.write(y, bytes_, r_.left, r_.right + 1);
     }
+
+  private:
+    template <class Stretch> RZ_FORCE_INLINE void convert(const double *__restrict src, Stretch stretch) {
+        uint8_t *__restrict dst = bytes_;
+        const double lo = lo_, mul = mul_, div = div_;
+        for (int32_t x = r_.left, end = r_.right; x <= end; ++x) {
+            double v = stretch ? (src[x] - lo) * mul / div : src[x];
+            v = v >= 0.0 ? v : 0.0; // NaN too
+            v = v <= 255.0 ? v : 255.0;
+            dst[x] = uint8_t(int32_t(v));
+        }
+    }
+    PlaneIO &io_;
+    uint8_t *bytes_;
+    const Request &r_;
+    double lo_, mul_, div_;
+};
+
+// Stretching needs the range of every value first.
+int32_t WriteStretched(PlaneIO &io, const RealRows &out, uint8_t *bytes, const Request &r, Reporter &rep) {
+    double lo = 0.0, hi = 0.0;
+    bool any = false;
+    for (int32_t y = r.top; y <= r.bottom; ++y)
+        for (int32_t x = r.left; x <= r.right; ++x) {
+            const double v = out.row(y)[x];
+            if (!std::isfinite(v)) continue;
+            if (!any || v < lo) lo = v;
+            if (!any || v > hi) hi = v;
+            any = true;
+        }
+    ByteWriter write(io, bytes, r, lo, hi);
     const int32_t rows = r.bottom - r.top + 1;
     for (int32_t y = r.top; y <= r.bottom; ++y) {
-        const double *src = out.row(y);
-        if (r.writeBack == FT_CLIP) {
-            for (int32_t x = r.left; x <= r.right; ++x) bytes[x] = ToByte(src[x]);
-        } else if (hi == lo) {
-            for (int32_t x = r.left; x <= r.right; ++x) bytes[x] = ToByte(src[x] - lo);
-        } else {
-            const double range = hi - lo;
-            for (int32_t x = r.left; x <= r.right; ++x) bytes[x] = ToByte((src[x] - lo) * 255.0 / range);
-        }
-        RZ_RETURN_IF_FAILED(io.write(y, bytes, r.left, r.right + 1));
+        RZ_RETURN_IF_FAILED(write(y, out.row(y)));
         RZ_RETURN_IF_FAILED(rep.at(90 + (y - r.top + 1) * 10 / rows));
     }
     return ST_SUCCESS;
@@ -153,8 +190,17 @@ int32_t Run(BitmapDesc *bmp, FTARRAY *array, Request r) {
     const Component comp(r.component, double(W) * double(H));
     KrnPtr<uint8_t[]> bytes = KrnArray<uint8_t>(size_t(W));
     if (!bytes) return ST_FAILURE;
-    RZ_RETURN_IF_FAILED(InverseReal(pw, ph, -r.signX, -r.signY, view, comp, out, report));
-    RZ_RETURN_IF_FAILED(WriteBack(io, out, bytes.get(), r, rep));
+    if (r.writeBack == FT_CLIP) {
+        // Clipped rows go to the bitmap as the last pass makes them.
+        ByteWriter write(io, bytes.get(), r, 0.0, 0.0);
+        const RowSink sink(write);
+        RZ_RETURN_IF_FAILED(InverseReal(pw, ph, -r.signX, -r.signY, view, comp, out, report, &sink));
+        RZ_RETURN_IF_FAILED(rep.at(90));
+        RZ_RETURN_IF_FAILED(rep.at(100));
+    } else {
+        RZ_RETURN_IF_FAILED(InverseReal(pw, ph, -r.signX, -r.signY, view, comp, out, report));
+        RZ_RETURN_IF_FAILED(WriteStretched(io, out, bytes.get(), r, rep));
+    }
     KrnBitmapChanged(bmp);
     return ST_SUCCESS;
 }

@@ -277,8 +277,8 @@ typedef struct FTARRAY {
  * must be powers of two, 2 or more (-13). Progress: 2 and 5 after the
  * set-up, the first pass (rows; the inverse takes the columns first) 5..50,
  * the second 50..100 (forward) or 50..90 and the write-back 90..100
- * (inverse). The inverse leaves the array scaled also when the callback
- * stops it; a refusal (bad argument, no memory) leaves it as it was.
+ * (inverse; FT_CLIP writes each row as the second pass makes it). The array
+ * stays scaled also when the callback stops it; a refusal leaves it as it was.
  *
  * Rz_DFTBitmap(bitmap, array, pRange, flags): the same transform for any
  * width and height (mixed radix; sizes with large prime factors are slower),

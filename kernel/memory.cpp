@@ -10,14 +10,11 @@
 #include "rzkrn.h"
 
 #include "internal.h"
+#include "page_hint.h"
 
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
-
-#if defined(__linux__)
-#include <sys/mman.h>
-#endif
 
 namespace {
 
@@ -61,9 +58,7 @@ void *AllocPixelBlock(size_t size) {
     const size_t rounded = (size + align - 1) / align * align;
     void *block = std::aligned_alloc(align, rounded);
     if (!block) return nullptr;
-#if defined(__linux__) && defined(MADV_HUGEPAGE)
-    if (align == kHuge) madvise(block, rounded, MADV_HUGEPAGE); // advice only: failure changes nothing
-#endif
+    if (align == kHuge) AdviseHugePages(block, rounded, false);
     std::memset(block, 0, rounded);
     return Counted(block);
 }
