@@ -1,0 +1,233 @@
+// Paths the export list's defaults do not reach, and the operations that
+// take records, tables, transform arrays or output pointers.
+#include "support/reliability.h"
+
+#include <cstring>
+#include <vector>
+
+namespace {
+
+using rz::Arg;
+using rz::test::kDefault;
+
+// Distortions: fill and leave rules, the options, the transposed cylinder,
+// the inverse polar map, the wrapping offset and a centre one pixel outside.
+RZ_RELIABILITY_ARGS(Rz_SpherizeBitmap, -300, -1, 3, 0x4001234, 0x10);
+RZ_RELIABILITY_ARGS(Rz_SwirlBitmap, -5000, 2, 1);
+RZ_RELIABILITY_ARGS(Rz_BendingBitmap, -500, 2, 2, 0xFF, 0x12);
+RZ_RELIABILITY_ARGS(Rz_PunchBitmap, -400, 1000, 4, 5, 0xFF00, 0x10);
+RZ_RELIABILITY_ARGS(Rz_CylindricalBitmap, -100, 1);
+RZ_RELIABILITY_ARGS(Rz_PolarBitmap, 0xFF0000, 0x10);
+RZ_RELIABILITY_ARGS(Rz_TunnelBitmap, 3, 4, 20, 5, -9000, 0x808080, 0);
+RZ_RELIABILITY_ARGS(Rz_PlaneBendBitmap, 5, 5, 40, 10, -1000, 2, 0x123456, 0);
+RZ_RELIABILITY_ARGS(Rz_OffsetBitmap, -7, 30, 0, 3);
+RZ_RELIABILITY_ARGS(Rz_OceanBitmap, 0, 5, 0x10);
+// Oilify's wider counters and windows far beyond the bitmap, Pixelate's
+// centre pixels and the tiles over the picture itself.
+RZ_RELIABILITY_ARGS(Rz_OilifyBitmap, 40);
+RZ_RELIABILITY_ARGS(Rz_OilifyBitmap, 4294967295u);
+RZ_RELIABILITY_ARGS(Rz_MosaicBitmap, 5);
+RZ_RELIABILITY_ARGS(Rz_PixelateBitmap, 3, 5, RZ_PIXELATE_CENTRE);
+RZ_RELIABILITY_ARGS(Rz_MosaicTilesBitmap, 5, 4, 1, 0x4000800, -4500, RZ_TILES_PICTURE);
+// The rank filters' column histograms (8-bit) and snaking histogram (16-bit)
+// of larger windows, a window above the bitmap's size; the edge detector's
+// single-direction and compass paths.
+RZ_RELIABILITY_ARGS(Rz_MedianFilterBitmap, 9);
+RZ_RELIABILITY_ARGS(Rz_MaxFilterBitmap, 40);
+RZ_RELIABILITY_ARGS(Rz_EdgeDetectorBitmap, 3, EDG_SOBEL_VERTICAL);
+RZ_RELIABILITY_ARGS(Rz_EdgeDetectorBitmap, 1, EDG_GRADIENT_SW);
+// The combine's prepared values and selectors on a shifted rectangle.
+RZ_RELIABILITY_ARGS(Rz_CombineBitmapExt, kDefault, 3, kDefault, kDefault, 1, kDefault,
+                    CBF_DIVIDE_SRC | CBF_SRC_GREY | CBF_DST_INVERT | CBF_RES_INVERT |
+                        CBF_SELECT_RED(CBF_CHANNEL_GREEN));
+RZ_RELIABILITY_ARGS(Rz_AddBitmaps, kDefault, RZ_ADD_SUM);
+// Outputs: measurements (other channels and a value range) and deskew, whose
+// pages are measured on a copy scaled up to 1024 x 700 whatever their size,
+// so the fixed search runs on a black-and-white page only.
+RZ_RELIABILITY_ARGS(Rz_GetMinMaxBits);
+RZ_RELIABILITY_ARGS(Rz_GetMinMaxVal);
+RZ_RELIABILITY_ARGS(Rz_GetBitmapStatisticsInfo);
+RZ_RELIABILITY_ARGS(Rz_GetBitmapStatisticsInfo, 3, 100, 2000);
+RZ_RELIABILITY_CASE(Rz_DeskewBitmap, rz::test::ArgAdjust(), {"pal1_grey"});
+RZ_RELIABILITY_ARGS(Rz_DeskewBitmapExt, 2000, 45, 0x00808080, 0x10000 | 0x1000);
+RZ_RELIABILITY_CASE(Rz_DeskewBitmapExt, [](BitmapDesc *b) {
+    return Rz_DeskewBitmapExt(b, nullptr, 2000, 45, 0, 0x10 | 0x2000);
+});
+
+// The texture blend with a mask and a tiled texture; the weighted list sum.
+RZ_RELIABILITY_BOUND_CASE(Rz_TextureAlphaBlendBitmap, [](std::vector<Arg> &a, BitmapDesc *b) {
+    struct Inputs : rz::test::Copies {
+        RzPoint offset{-3, 5};
+    };
+    auto c = std::make_shared<Inputs>();
+    a[1].i = 2;            // nX
+    a[7].i = -1;           // nSrcY
+    a[8].p = c->copy(b);   // pMask
+    a[9].i = 200;          // nOpacity
+    a[10].p = c->copy(b);  // pTexture
+    a[11].p = &c->offset;  // pTextureOffset
+    return std::shared_ptr<void>(c);
+});
+RZ_RELIABILITY_BOUND_CASE(Rz_AddWeightedBitmaps, [](std::vector<Arg> &a, BitmapDesc *) {
+    static const int32_t weights[2] = {1500, -400};
+    a[3].p = const_cast<int32_t *>(weights);
+    a[4].i = RZ_ADDW_NORMALISE;
+    return std::shared_ptr<void>();
+});
+
+// Filters that take a kernel record: a predefined kernel, a caller's 5x5
+// (the ring path) and a user kernel with an off-centre anchor.
+RZ_RELIABILITY_CASE(Rz_SpatialFilterBitmap,
+                    [](BitmapDesc *b) { return Rz_SpatialFilterBitmap(b, RZ_SPF_KERNEL(SPF_SOBEL_VERTICAL)); });
+RZ_RELIABILITY_CASE(Rz_SpatialFilterBitmap, [](BitmapDesc *b) {
+    std::vector<int32_t> k{SPATIALKERNEL_SIZE, 3, 10, 5};
+    for (int i = 0; i < 25; ++i) k.push_back(i % 7 - 3);
+    return Rz_SpatialFilterBitmap(b, reinterpret_cast<const SpatialKernel *>(k.data()));
+});
+RZ_RELIABILITY_CASE(Rz_UserFilterBitmap, [](BitmapDesc *b) {
+    std::vector<int32_t> k{USERFILTERKERNEL_SIZE, 3, 2, 0, 1, 2, 5, RZ_UF_ROUND, 1, 2, 1, -1, 0, 1};
+    return Rz_UserFilterBitmap(b, reinterpret_cast<const UserFilterKernel *>(k.data()));
+});
+
+// Tables and records: two hue ranges, one across 0 degrees, so the table has
+// edges and overlaps; hue and intensity tables of the channels' size.
+RZ_RELIABILITY_CASE(Rz_ChangeHueSatIntBitmap, [](BitmapDesc *b) {
+    const HueSatIntRange ranges[2] = {
+        {HUESATINTRANGE_SIZE, 4500, 300, -200, 350, 10, 355, 5},
+        {HUESATINTRANGE_SIZE, -3000, -500, 100, 100, 200, 120, 180},
+    };
+    return Rz_ChangeHueSatIntBitmap(b, 1000, 200, 50, ranges, 2);
+});
+RZ_RELIABILITY_CASE(Rz_RemapBitmapHue, [](BitmapDesc *b) {
+    const uint32_t n = b && b->nBitsPerPixel >= 48 ? 65536 : 256;
+    std::vector<uint32_t> hue(n), mask(n);
+    for (uint32_t i = 0; i < n; ++i) {
+        hue[i] = (i + n / 3) % n;
+        mask[i] = (i / (n / 8)) % 2;
+    }
+    // Null saturation and value tables: the identity is built inside.
+    return Rz_RemapBitmapHue(b, mask.data(), hue.data(), nullptr, nullptr, n);
+});
+
+// Deep grey: 2^k table entries or histogram bins for k significant bits
+// (all 16 for a table on 16-bit samples).
+uint32_t Entries(const BitmapDesc *b, bool table) {
+    if (!b || b->uStructSize != BITMAPDESC_SIZE) return 256;
+    if (b->nBitsPerPixel >= 48) return 65536;
+    if (b->nColorOrder != KRN_ORDER_GRAY || (b->nBitsPerPixel != 12 && b->nBitsPerPixel != 16)) return 256;
+    if (table) return b->nBitsPerPixel == 12 ? 4096 : b->uFlags & BMF_USE_LUT ? 256 : 65536;
+    const int32_t high = b->nHighBit == -1 ? b->nBitsPerPixel - 1 : b->nHighBit;
+    const int32_t low = b->nLowBit < 0 ? 0 : b->nLowBit;
+    return high >= low && high - low < 16 ? 1u << (high - low + 1) : 0;
+}
+
+RZ_RELIABILITY_CASE(
+    Rz_RemapBitmapIntensity,
+    [](BitmapDesc *b) {
+        const uint32_t n = Entries(b, true);
+        std::vector<uint32_t> table(n);
+        for (uint32_t i = 0; i < n; ++i) table[i] = n - 1 - i / 2;
+        return Rz_RemapBitmapIntensity(b, table.data(), n, RZ_CHANNEL_GREEN);
+    },
+    {}, 0, ST_NO_BITMAP);
+
+// Other channels in the transposed view.
+RZ_RELIABILITY_CASE(Rz_GetBitmapHistogram, [](BitmapDesc *b) {
+    std::vector<uint32_t> bins(65536);
+    return Rz_GetBitmapHistogram(b, bins.data(), Entries(b, false), b && b->nViewPerspective >= 5 ? 2 : 0);
+});
+
+// Levelling changes the depth and with it the blocks the bitmap owns (a
+// palette appears, the display table goes), so a sound descriptor is
+// levelled as a copy and the sweep's block count sees only the operation's
+// own work; a spoiled one goes to the operation as it is.
+int32_t LevelCopy(BitmapDesc *b, const std::vector<RzRGBQuad> &table) {
+    const uint32_t n = uint32_t(table.size());
+    if (!b || KrnValidateBitmap(b) != 1) return Rz_WindowLevelBitmap(b, 2, -1, table.data(), n, 0);
+    BitmapDesc copy{};
+    int32_t st = KrnCopyBitmap(&copy, b, BITMAPDESC_SIZE);
+    if (st != 1) return st;
+    st = Rz_WindowLevelBitmap(&copy, 2, b->nBitsPerPixel == 12 ? 9 : -1, table.data(), n, 1);
+    KrnFreeBitmap(&copy);
+    return st;
+}
+
+RZ_RELIABILITY_CASE(Rz_WindowLevelBitmap, [](BitmapDesc *b) {
+    std::vector<RzRGBQuad> grey(1024), colour(300);
+    for (uint32_t i = 0; i < grey.size(); ++i) grey[i] = {uint8_t(i / 4), uint8_t(i / 4), uint8_t(i / 4), 0};
+    for (uint32_t i = 0; i < colour.size(); ++i) colour[i] = {uint8_t(i), uint8_t(255 - i % 256), 40, 0};
+    int32_t st = LevelCopy(b, grey);
+    if (st == 1) st = LevelCopy(b, colour);
+    return st == 1 ? LevelCopy(b, {}) : st;
+});
+
+// Frequency-domain exports: each case makes its own transform array from
+// the swept bitmap and frees it. The FFT needs power-of-two sizes (square,
+// so that the transposed view fits too); steps that only prepare the array
+// run with the callback cleared, so progress is the swept export's alone.
+template <class F> int32_t Quietly(F &&f) {
+    RZSTATUSCALLBACK cb = nullptr;
+    void *user = nullptr;
+    KrnSetStatusCallback(nullptr, nullptr, &cb, &user);
+    const int32_t st = f();
+    KrnSetStatusCallback(cb, user, nullptr, nullptr);
+    return st;
+}
+
+// Runs `body` on a fresh array of the bitmap's size, filled when `fill` with
+// every kind of element: zeros, negatives, a large DC term.
+template <class F> int32_t WithArray(BitmapDesc *b, bool fill, F &&body) {
+    FTARRAY *a = nullptr;
+    const int32_t st = Rz_AllocFTArray(b, &a, FTARRAY_SIZE);
+    if (st != 1) return st;
+    std::unique_ptr<FTARRAY, decltype(&Rz_FreeFTArray)> owned(a, &Rz_FreeFTArray);
+    for (uint32_t i = 0; fill && i < a->uWidth * a->uHeight; ++i) {
+        const double z[2] = {i == 0 ? 5000.0 : double(int(i % 7) - 3), double(int(i % 5) - 2)};
+        std::memcpy(a->acxData[i], z, sizeof z); // the array is packed: no aligned stores
+    }
+    return body(a);
+}
+
+const auto kAllocFree = [](BitmapDesc *b) { return WithArray(b, false, [](FTARRAY *) { return 1; }); };
+RZ_RELIABILITY_CASE(Rz_AllocFTArray, kAllocFree);
+RZ_RELIABILITY_CASE(Rz_FreeFTArray, kAllocFree);
+RZ_RELIABILITY_CASE(
+    Rz_FFTBitmap,
+    [](BitmapDesc *b) {
+        return WithArray(b, false, [&](FTARRAY *a) { return Rz_FFTBitmap(b, a, FT_FORWARD | FT_PLANE_RED); });
+    },
+    {}, 16);
+RZ_RELIABILITY_CASE(
+    Rz_FFTBitmap,
+    [](BitmapDesc *b) {
+        return WithArray(b, false, [&](FTARRAY *a) {
+            const int32_t st = Quietly([&] { return Rz_FFTBitmap(b, a, FT_FORWARD | FT_PLANE_GREEN); });
+            return st != 1 ? st : Rz_FFTBitmap(b, a, FT_INVERSE | FT_PLANE_GREEN | FT_PHASE | FT_STRETCH);
+        });
+    },
+    {}, 16);
+RZ_RELIABILITY_CASE(Rz_DFTBitmap, [](BitmapDesc *b) {
+    return WithArray(b, false, [&](FTARRAY *a) {
+        return Rz_DFTBitmap(b, a, nullptr, FT_FORWARD | FT_PLANE_BLUE | DFT_WHOLE);
+    });
+});
+RZ_RELIABILITY_CASE(Rz_DFTBitmap, [](BitmapDesc *b) {
+    return WithArray(b, true, [&](FTARRAY *a) {
+        const int32_t rect[4] = {1, 2, b->nWidth - 3, b->nHeight - 1};
+        return Rz_DFTBitmap(b, a, rect, FT_INVERSE | FT_PLANE_GREY | FT_BOTH | FT_CLIP | DFT_RECT | DFT_COLUMNS_PLUS);
+    });
+});
+RZ_RELIABILITY_CASE(Rz_FTDisplayBitmap, [](BitmapDesc *b) {
+    return WithArray(b, true, [&](FTARRAY *a) { return Rz_FTDisplayBitmap(b, a, FT_DISPLAY_MAGNITUDE | FT_DISPLAY_LOG); });
+});
+RZ_RELIABILITY_CASE(Rz_FrqFilterBitmap, [](BitmapDesc *b) {
+    return WithArray(b, true, [&](FTARRAY *a) {
+        const int32_t rect[4] = {1, 1, int32_t(a->uWidth) / 2, int32_t(a->uHeight) - 1};
+        return Rz_FrqFilterBitmap(a, rect, FRQ_CENTRED_COORDS | FRQ_ZERO_INSIDE);
+    });
+});
+RZ_RELIABILITY_CASE(Rz_FrqFilterMaskBitmap, [](BitmapDesc *b) {
+    return WithArray(b, true, [&](FTARRAY *a) { return Rz_FrqFilterMaskBitmap(b, a, 0); });
+});
+
+} // namespace

@@ -1,0 +1,412 @@
+// Tone operations: 8-bit tables worked by hand from their formulas, every
+// pixel of every layout against references that read and predict each
+// pixel through KrnGetPixel (tables by channel, multiplication, window
+// levelling, the intensity band), the palette and display-table paths, and
+// signed samples.
+#include "support/bitmaps.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <numeric>
+#include <string>
+
+namespace rz::test {
+namespace {
+
+// What an 8-bit operation does to each of 0..255.
+std::vector<uint64_t> Mapped(const std::function<int32_t(BitmapDesc *)> &op) {
+    std::vector<uint8_t> v(256);
+    std::iota(v.begin(), v.end(), 0);
+    Bitmap b = GreyBitmap(256, 1, v);
+    EXPECT_EQ(op(b.get()), 1);
+    std::vector<uint64_t> out;
+    for (int x = 0; x < 256; ++x) out.push_back(b.pixel(x, 0));
+    return out;
+}
+
+// Each 8-bit table at a few entries, worked by hand from its formula.
+TEST(PointOps, WorkedTables) {
+    const struct {
+        const char *what;
+        std::function<int32_t(BitmapDesc *)> op;
+        std::vector<std::pair<int, uint64_t>> entries;
+    } cases[] = {
+        {"intensity +1000", [](BitmapDesc *b) { return Rz_ChangeBitmapIntensity(b, 1000); }, {{0, 255}, {255, 255}}},
+        // (-255000 + 500) / 1000 truncates to -254: 255 maps to 1.
+        {"intensity -1000", [](BitmapDesc *b) { return Rz_ChangeBitmapIntensity(b, -1000); }, {{255, 1}, {254, 0}}},
+        {"intensity -1 rounds to 0", [](BitmapDesc *b) { return Rz_ChangeBitmapIntensity(b, -1); }, {{0, 0}, {77, 77}, {255, 255}}},
+        // (255 x 200 + 500) / 1000 = 51.
+        {"intensity +200", [](BitmapDesc *b) { return Rz_ChangeBitmapIntensity(b, 200); }, {{0, 51}, {100, 151}, {204, 255}}},
+        // Four levels of 85; the borders at 42.5, 127.5 and 212.5.
+        {"posterize 4", [](BitmapDesc *b) { return Rz_PosterizeBitmap(b, 4); },
+         {{0, 0}, {42, 0}, {43, 85}, {127, 85}, {128, 170}, {212, 170}, {213, 255}, {255, 255}}},
+        // step = 512 / 255 - 1 = 1: (128 + i) / 255 is 1 from 127 on.
+        {"posterize 2", [](BitmapDesc *b) { return Rz_PosterizeBitmap(b, 2); }, {{0, 0}, {126, 0}, {127, 255}, {255, 255}}},
+        {"posterize 4e9 is every level", [](BitmapDesc *b) { return Rz_PosterizeBitmap(b, 4000000000u); },
+         {{0, 0}, {1, 1}, {128, 128}, {254, 254}, {255, 255}}},
+        // 255 (i / 255)^(1/2) rounded: 15.97, 63.87, 127.75, 159.69, 225.83, 254.50.
+        {"gamma 2", [](BitmapDesc *b) { return Rz_GammaCorrectBitmap(b, 200); },
+         {{0, 0}, {1, 16}, {16, 64}, {64, 128}, {100, 160}, {200, 226}, {254, 254}, {255, 255}}},
+        // 255 (i / 255)^2: 1.004, 64.25, 156.86, 253.004.
+        {"gamma 1/2", [](BitmapDesc *b) { return Rz_GammaCorrectBitmap(b, 50); },
+         {{15, 1}, {16, 1}, {128, 64}, {200, 157}, {254, 253}, {255, 255}}},
+        {"gamma 1", [](BitmapDesc *b) { return Rz_GammaCorrectBitmap(b, 100); }, {{0, 0}, {1, 1}, {77, 77}, {255, 255}}},
+        {"invert", Rz_InvertBitmap, {{0, 255}, {200, 55}, {255, 0}}},
+        {"solarize 128", [](BitmapDesc *b) { return Rz_SolarizeBitmap(b, 128); }, {{100, 100}, {127, 127}, {128, 127}, {200, 55}}},
+        // +1000: low = 1000 x 128 / 4000 = 32; k = trunc(5.34 x 1.5^7) = 91;
+        // high = 165; between them (i - 32) x 256 / 133.
+        {"contrast +1000", [](BitmapDesc *b) { return Rz_ChangeBitmapContrast(b, 1000); },
+         {{31, 0}, {32, 0}, {98, 127}, {164, 254}, {165, 255}}},
+        // -1000: i x 133 / 256 + 32.
+        {"contrast -1000", [](BitmapDesc *b) { return Rz_ChangeBitmapContrast(b, -1000); }, {{0, 32}, {128, 99}, {255, 164}}},
+        // +500: low = 16; k = trunc(5.34 x 1.5^6) = 60; high = 196.
+        {"contrast +500", [](BitmapDesc *b) { return Rz_ChangeBitmapContrast(b, 500); }, {{15, 0}, {106, 128}, {196, 255}}},
+        {"contrast 0", [](BitmapDesc *b) { return Rz_ChangeBitmapContrast(b, 0); }, {{0, 0}, {99, 99}, {255, 255}}},
+    };
+    for (const auto &c : cases) {
+        const std::vector<uint64_t> t = Mapped(c.op);
+        for (auto [i, want] : c.entries) EXPECT_EQ(t[size_t(i)], want) << c.what << " at " << i;
+    }
+    // The threshold's top follows the significant bits.
+    Bitmap g12(FindLayout("grey12"), 4, 1, 0);
+    EXPECT_EQ(Rz_SolarizeBitmap(g12.get(), 4096), ST_INVALID_PARAMETER);
+    EXPECT_EQ(Rz_SolarizeBitmap(g12.get(), 4095), 1);
+    Bitmap g16(FindLayout("grey16"), 4, 1, 0), grey(FindLayout("grey8"), 4, 1, 0);
+    EXPECT_EQ(Rz_SolarizeBitmap(g16.get(), 65536), ST_INVALID_PARAMETER);
+    EXPECT_EQ(Rz_SolarizeBitmap(grey.get(), 65535), 1);
+}
+
+// A display table is edited instead of pixels; one over sample data is
+// folded into the samples first.
+TEST(Paths, DisplayTables) {
+    Bitmap b(FindLayout("grey16_lut"), 9, 5, 3);
+    const Bitmap before(b);
+    ASSERT_EQ(Rz_InvertBitmap(b.get()), 1);
+    EXPECT_EQ(b.storedBytes(), before.storedBytes());
+    EXPECT_EQ(b->pLUT[0].rgbRed, 255);
+    EXPECT_EQ(b->pLUT[200].rgbGreen, 55);
+    Bitmap f(FindLayout("grey16_lut"), 2, 1, 0);
+    f->nDataKind = 1;
+    for (int i = 0; i < 256; ++i) f->pLUT[i] = {uint8_t(255 - i), uint8_t(255 - i), uint8_t(255 - i), 0};
+    f.setPixel(1, 0, 0xFFFF);
+    // Inverting the folded (already inverted) samples gives them back.
+    ASSERT_EQ(Rz_InvertBitmap(f.get()), 1);
+    EXPECT_EQ(f->uFlags & BMF_USE_LUT, 0u);
+    EXPECT_EQ(f.pixel(0, 0) >> 8, 0u);
+    EXPECT_EQ(f.pixel(1, 0) >> 8, 255u);
+}
+
+// Tables of the samples' size, on one channel or all: every pixel against
+// the table applied to ReadChannels' channels (blue, green, red); a palette
+// changes its entries in one step and keeps its indices.
+TEST(Tables, EveryPixelOfTheChosenChannels) {
+    const struct {
+        const char *layout;
+        uint32_t entries, channel;
+    } cases[] = {{"bgr24", 256, RZ_CHANNEL_GREEN}, {"rgb24", 256, RZ_CHANNEL_RED}, {"bgr32", 256, 0},
+                 {"bgr64", 65536, RZ_CHANNEL_BLUE}, {"bgr48", 65536, 0},        {"grey12", 4096, 0},
+                 {"grey16", 65536, 0},             {"grey8", 256, 0}};
+    for (const auto &c : cases) {
+        Bitmap b(FindLayout(c.layout), 7, 3, 11);
+        const Bitmap before(b);
+        std::vector<uint32_t> table(c.entries);
+        for (uint32_t i = 0; i < c.entries; ++i) table[i] = (i * 3 + 1) % c.entries;
+        ASSERT_EQ(Rz_RemapBitmapIntensity(b.get(), table.data(), c.entries, c.channel), 1) << c.layout;
+        for (int y = 0; y < 3; ++y)
+            for (int x = 0; x < 7; ++x) {
+                Channels want = ReadChannels(before, x, y);
+                const int shift = b->nBitsPerPixel == 12 ? 4 : 0;
+                for (int k = 0; k < want.count; ++k)
+                    if (c.channel == 0 || k == int(3 - c.channel))
+                        want.v[k] = table[want.v[k] >> shift] << shift;
+                const Channels got = ReadChannels(b, x, y);
+                EXPECT_TRUE(std::equal(got.v, got.v + 3, want.v) && got.fourth == want.fourth)
+                    << c.layout << " " << x << "," << y;
+            }
+    }
+    Bitmap p(FindLayout("pal8_colour"), 7, 3, 11);
+    const Bitmap before(p);
+    std::vector<uint32_t> table(256);
+    for (int i = 0; i < 256; ++i) table[i] = 255 - i;
+    CallbackRecorder rec;
+    ASSERT_EQ(Rz_RemapBitmapIntensity(p.get(), table.data(), 256, RZ_CHANNEL_GREEN), 1);
+    EXPECT_EQ(rec.percents(), (std::vector<int32_t>{0, 100}));
+    EXPECT_EQ(p.storedBytes(), before.storedBytes());
+    for (int i = 0; i < 256; ++i) {
+        EXPECT_EQ(p->pPalette[i].rgbGreen, 255 - before->pPalette[i].rgbGreen);
+        EXPECT_EQ(p->pPalette[i].rgbRed, before->pPalette[i].rgbRed);
+    }
+    Bitmap rgb(FindLayout("bgr24"), 3, 1, 1), g12(FindLayout("grey12"), 3, 1, 1);
+    EXPECT_EQ(Rz_RemapBitmapIntensity(rgb.get(), table.data(), 300, 0), ST_INVALID_PARAMETER);
+    EXPECT_EQ(Rz_RemapBitmapIntensity(g12.get(), table.data(), 65535, 0), ST_INVALID_PARAMETER);
+}
+
+TEST(Signed, TablesFollowTheSampleValue) {
+    Bitmap b(FindLayout("grey16"), 4, 1, 0);
+    b->uFlags |= BMF_SIGNED;
+    const int16_t values[4] = {-100, 0, 32767, -32768};
+    for (int x = 0; x < 4; ++x) b.setPixel(x, 0, uint16_t(values[x]));
+    // offset = (65535 * 10 + 500) / 1000 = 655, clamped at the signed top.
+    ASSERT_EQ(Rz_ChangeBitmapIntensity(b.get(), 10), 1);
+    EXPECT_EQ(int16_t(b.pixel(0, 0)), 555);
+    EXPECT_EQ(int16_t(b.pixel(1, 0)), 655);
+    EXPECT_EQ(int16_t(b.pixel(2, 0)), 32767);
+    EXPECT_EQ(int16_t(b.pixel(3, 0)), -32768 + 655);
+    // Inverting two's complement samples is a bitwise complement: -v - 1.
+    ASSERT_EQ(Rz_InvertBitmap(b.get()), 1);
+    EXPECT_EQ(int16_t(b.pixel(0, 0)), -556);
+    std::vector<uint32_t> t(65536, 0);
+    EXPECT_EQ(Rz_RemapBitmapIntensity(b.get(), t.data(), 65536, 0), ST_SIGNED_NOT_SUPPORTED);
+}
+
+Bitmap Deep(int32_t bits, int32_t w, int32_t h, const std::vector<uint32_t> &values) {
+    Bitmap b(FindLayout(bits == 12 ? "grey12" : "grey16"), w, h, 0);
+    for (int32_t i = 0; i < w * h; ++i) b.setPixel(i % w, i / w, values[size_t(i) % values.size()]);
+    return b;
+}
+
+// Bits in use of the region's samples; an empty region reports completion
+// and gives 0 and 0.
+TEST(GetMinMaxBits, WorkedCases) {
+    const struct {
+        const char *what;
+        int32_t bits;
+        std::vector<uint32_t> values;
+        int32_t low, high;
+    } cases[] = {
+        {"all 0x0FF0", 16, {0x0FF0}, 4, 11},
+        {"all zero", 16, {0}, 0, 0},
+        {"lowest and top bit", 16, {0x8000, 0x0001}, 0, 15},
+        {"12-bit, odd pixels only", 12, {0, 0x010, 0, 0x100}, 4, 8},
+        {"12-bit, even pixels only", 12, {0x802, 0}, 1, 11},
+        {"0xF001 outside the region", 16, {0x0100, 0x0100, 0x0100, 0x0100, 0xF001}, 8, 8},
+    };
+    const RzRect r{0, 0, 4, 3};
+    for (const auto &c : cases) {
+        Bitmap b = Deep(c.bits, 5, 3, c.values);
+        if (c.values.size() == 5) DisSetRegionRect(b.get(), &r, DIS_RGN_SET);
+        int32_t low = -7, high = -7;
+        EXPECT_EQ(Rz_GetMinMaxBits(b.get(), &low, &high), 1) << c.what;
+        EXPECT_EQ(std::pair(low, high), std::pair(c.low, c.high)) << c.what;
+        if (c.values.size() != 5) continue;
+        ASSERT_EQ(DisSetRegionRect(b.get(), &r, DIS_RGN_DIFF), 1);
+        CallbackRecorder rec;
+        EXPECT_EQ(Rz_GetMinMaxBits(b.get(), &low, &high), ST_EMPTY_REGION);
+        EXPECT_EQ(rec.percents(), (std::vector<int32_t>{0, 100}));
+        EXPECT_EQ(std::pair(low, high), std::pair(0, 0));
+    }
+    Bitmap colour(FindLayout("bgr24"), 3, 3, 1);
+    EXPECT_EQ(Rz_GetMinMaxBits(colour.get(), nullptr, nullptr), ST_INVALID_PARAMETER);
+}
+
+// What a levelled pixel shows: the significant value (offset when signed)
+// picks a table entry; without a table the value's top 8 bits.
+struct Level {
+    const char *what;
+    int32_t bits;
+    bool isSigned;
+    int32_t low, high; // as passed
+    int table;         // 0 none, 1 grey ramp of 300, 2 colour of 64
+    uint32_t mode;
+};
+
+std::vector<RzRGBQuad> MakeTable(int kind) {
+    std::vector<RzRGBQuad> t;
+    if (kind == 1)
+        for (int i = 0; i < 300; ++i) t.push_back({uint8_t(255 - i % 256), uint8_t(255 - i % 256), uint8_t(255 - i % 256), 0});
+    if (kind == 2)
+        for (int i = 0; i < 64; ++i) t.push_back({uint8_t(4 * i), uint8_t(100 + i), uint8_t(250 - 3 * i), 0});
+    return t;
+}
+
+TEST(WindowLevel, EveryPixelAgainstTheFormula) {
+    const Level cases[] = {
+        {"12-bit, high -1 is bit 11", 12, false, 4, -1, 0, 0},
+        {"16-bit, bits 2..9", 16, false, 2, 9, 0, 0},
+        {"16-bit, negative low is 0", 16, false, -5, 7, 0, 0},
+        {"16-bit signed, all bits", 16, true, 0, 15, 0, 0},
+        {"12-bit, grey table", 12, false, 3, 10, 1, 0},
+        {"16-bit signed, grey table", 16, true, 8, 15, 1, 0},
+        {"16-bit, colour table, red first", 16, false, 4, 9, 2, 0},
+        {"12-bit, colour table, blue first", 12, false, 0, 5, 2, 1},
+    };
+    for (const Level &c : cases) {
+        SCOPED_TRACE(c.what);
+        Bitmap b(FindLayout(c.bits == 12 ? "grey12" : "grey16"), 7, 5, 11);
+        if (c.isSigned) b->uFlags |= BMF_SIGNED;
+        const Bitmap before(b);
+        const std::vector<RzRGBQuad> table = MakeTable(c.table);
+        ASSERT_EQ(Rz_WindowLevelBitmap(b.get(), c.low, c.high, table.empty() ? nullptr : table.data(),
+                                       uint32_t(table.size()), c.mode),
+                  1);
+        const int32_t low = std::max(c.low, 0), high = c.high < 0 ? c.bits - 1 : c.high, k = high - low + 1;
+        ASSERT_EQ(b->nBitsPerPixel, c.table == 2 ? 24 : 8);
+        if (c.table == 2) {
+            EXPECT_EQ(b->nColorOrder, c.mode == 1 ? KRN_ORDER_BGR : KRN_ORDER_RGB);
+        }
+        for (int32_t y = 0; y < 5; ++y)
+            for (int32_t x = 0; x < 7; ++x) {
+                uint32_t v = uint32_t(before.pixel(x, y) >> low) & ((1u << k) - 1);
+                if (c.isSigned) v ^= 1u << (k - 1);
+                uint64_t want;
+                if (table.empty()) {
+                    want = k >= 8 ? v >> (k - 8) : (uint64_t(v) << (16 - k)) >> 8;
+                } else {
+                    const RzRGBQuad &e = table[std::min<size_t>(v, table.size() - 1)];
+                    want = c.table == 1 ? e.rgbRed : uint64_t(e.rgbRed) | uint64_t(e.rgbGreen) << 8 | uint64_t(e.rgbBlue) << 16;
+                }
+                ASSERT_EQ(b.pixel(x, y), want) << x << "," << y;
+            }
+    }
+}
+
+TEST(WindowLevel, RefusalsKeepWhatWasStored) {
+    Bitmap b(FindLayout("grey12"), 4, 4, 3);
+    const RzRGBQuad entry{1, 1, 1, 0};
+    EXPECT_EQ(Rz_WindowLevelBitmap(b.get(), 10, 5, nullptr, 0, 0), ST_INVALID_PARAMETER);
+    EXPECT_EQ(b->nLowBit, 10);
+    EXPECT_EQ(b->nHighBit, 5);
+    EXPECT_EQ(Rz_WindowLevelBitmap(b.get(), 0, 12, nullptr, 0, 0), ST_INVALID_PARAMETER);
+    EXPECT_EQ(Rz_WindowLevelBitmap(b.get(), 0, 11, nullptr, 3, 0), ST_INVALID_PARAMETER);
+    EXPECT_EQ(Rz_WindowLevelBitmap(b.get(), 0, 11, &entry, 1, 2), ST_INVALID_PARAMETER);
+    EXPECT_EQ(b->nBitsPerPixel, 12);
+    Bitmap colour(FindLayout("bgr24"), 4, 4, 3);
+    EXPECT_EQ(Rz_WindowLevelBitmap(colour.get(), 0, 7, nullptr, 0, 0), ST_INVALID_PARAMETER);
+}
+
+TEST(WindowLevel, TheBitmapsOwnTableIsUsedInPlace) {
+    Bitmap b(FindLayout("grey16_lut"), 5, 2, 4);
+    for (uint32_t i = 0; i < b->nLUTLength; ++i) b->pLUT[i] = {uint8_t(i ^ 0x55), uint8_t(i ^ 0x55), uint8_t(i ^ 0x55), 0};
+    const Bitmap before(b);
+    ASSERT_EQ(Rz_WindowLevelBitmap(b.get(), 8, 15, b->pLUT, b->nLUTLength, 0), 1);
+    EXPECT_EQ(b->pLUT, nullptr);
+    for (int32_t x = 0; x < 5; ++x) EXPECT_EQ(b.pixel(x, 1), (before.pixel(x, 1) >> 8) ^ 0x55);
+}
+
+// Rz_MultiplyBitmap against min(v * f / 100, max) in unsigned 32-bit
+// arithmetic, signed samples through their offset value.
+TEST(Multiply, EveryPixelAgainstTheFormula) {
+    struct Case {
+        const char *layout;
+        bool isSigned;
+    } layouts[] = {{"grey8", false}, {"grey12", false}, {"grey16", false}, {"grey16", true}, {"bgr24", false},
+                   {"bgr48", false}};
+    for (const Case &c : layouts)
+        for (uint32_t factor : {0u, 50u, 150u, 100000u, 4294967295u}) {
+            SCOPED_TRACE(std::string(c.layout) + (c.isSigned ? " signed " : " ") + std::to_string(factor));
+            Bitmap b(FindLayout(c.layout), 9, 4, factor + 1);
+            if (c.isSigned) b->uFlags |= BMF_SIGNED;
+            const Bitmap before(b);
+            ASSERT_EQ(Rz_MultiplyBitmap(b.get(), factor), 1);
+            const int32_t bits = b->nBitsPerPixel;
+            const uint32_t sample = bits >= 48 || bits == 16 ? 16 : bits == 12 ? 12 : 8;
+            const uint32_t n = 1u << sample, max = n - 1, half = c.isSigned ? n / 2 : 0;
+            const int channels = bits >= 24 ? 3 : 1;
+            for (int32_t y = 0; y < 4; ++y)
+                for (int32_t x = 0; x < 9; ++x) {
+                    const uint64_t in = before.pixel(x, y), out = b.pixel(x, y);
+                    for (int ch = 0; ch < channels; ++ch) {
+                        const uint32_t v = uint32_t(in >> (ch * sample)) & max;
+                        const uint32_t i = (v + half) & max; // offset value of a signed sample
+                        const uint32_t want = (std::min((i * factor) / 100, max) - half) & max;
+                        ASSERT_EQ(uint32_t(out >> (ch * sample)) & max, want) << x << "," << y << " channel " << ch;
+                    }
+                }
+        }
+}
+
+// A palettised bitmap changes only its palette.
+TEST(Multiply, Palettes) {
+    Bitmap p(FindLayout("pal8_colour"), 6, 3, 5);
+    const Bitmap before(p);
+    ASSERT_EQ(Rz_MultiplyBitmap(p.get(), 50), 1);
+    EXPECT_EQ(p.storedBytes(), before.storedBytes());
+    for (int i = 0; i < 256; ++i) EXPECT_EQ(p->pPalette[i].rgbGreen, before->pPalette[i].rgbGreen / 2) << i;
+}
+
+uint32_t LumaY(uint32_t r, uint32_t g, uint32_t b) { return (3735 * b + 19235 * g + 9798 * r + 16384) >> 15; }
+
+struct Params {
+    uint32_t low, high, in, out, channel;
+};
+
+uint32_t Judge(uint32_t r, uint32_t g, uint32_t b, uint32_t channel) {
+    return channel == 1 ? r : channel == 2 ? g : channel == 3 ? b : LumaY(r, g, b);
+}
+
+// Expected raw value of a changed pixel.
+uint64_t Predict(const BitmapDesc *b, uint64_t raw, const Params &p) {
+    const int bits = b->nBitsPerPixel;
+    if (bits <= 16) {
+        const int high = b->nHighBit < 0 ? bits - 1 : b->nHighBit, count = bits <= 8 ? 8 : high - b->nLowBit + 1;
+        const uint64_t mask = (1ull << count) - 1;
+        const uint64_t v = bits <= 8 ? raw : (raw >> b->nLowBit) & mask;
+        const uint32_t c = p.low <= v && v <= p.high ? p.in : p.out;
+        const uint64_t grey = (2 * (c & 0xFF) + 5 * (c >> 8 & 0xFF) + (c >> 16 & 0xFF) + 4) / 8;
+        if (bits <= 8) return grey;
+        const uint64_t value = (grey * 256) >> (16 - count);
+        return (raw & ~(mask << b->nLowBit)) | value << b->nLowBit;
+    }
+    const int w = bits >= 48 ? 16 : 8;
+    const uint64_t m = (1ull << w) - 1, top = w == 16 ? 8 : 0;
+    const uint32_t r = uint32_t(raw & m), g = uint32_t(raw >> w & m), bl = uint32_t(raw >> 2 * w & m);
+    const uint32_t v = Judge(r, g, bl, p.channel);
+    const uint32_t c = p.low <= v && v <= p.high ? p.in : p.out;
+    const uint64_t rgb = uint64_t(c & 0xFF) << top | uint64_t(c >> 8 & 0xFF) << (w + top) |
+                         uint64_t(c >> 16 & 0xFF) << (2 * w + top);
+    return (raw & ~((1ull << 3 * w) - 1)) | rgb;
+}
+
+TEST(IntensityDetect, EveryLayoutInsideAndOutsideARegion) {
+    const Params params[] = {{128, 255, 0xFFFFFF, 0, 0}, {40, 90, 0x203040, 0x00A0B0C0, 2}, {0, 200, 0x1, 0x998877, 3}};
+    for (const Layout &layout : AllLayouts())
+        for (const Params &p : params) {
+            SCOPED_TRACE(std::string(layout.name) + " band " + std::to_string(p.low) + ".." + std::to_string(p.high));
+            Bitmap b(layout, 23, 11, 6);
+            const RzRect r{3, 2, 19, 10};
+            ASSERT_EQ(DisSetRegionEllipse(b.get(), &r, DIS_RGN_SET), 1);
+            const Bitmap before(b);
+            std::vector<RzRGBQuad> oldPal(256);
+            if (b->pPalette) KrnGetBitmapPalette(b.get(), 0, b->nColors, oldPal.data());
+            const bool deep = b->nBitsPerPixel > 8 && b->nBitsPerPixel <= 16;
+            Params q = p;
+            if (deep) q.low *= 16, q.high *= 16; // the same band, in 12-bit significant units
+            ASSERT_EQ(Rz_IntensityDetectBitmap(b.get(), q.low, q.high, q.in, q.out, q.channel), 1);
+            if (b->nBitsPerPixel <= 8 && b->nDataKind == 0) {
+                EXPECT_EQ(b.storedBytes(), before.storedBytes()) << "indices stay";
+                for (int i = 0; i < b->nColors; ++i) {
+                    const RzRGBQuad &e = oldPal[size_t(i)], &n = b->pPalette[i];
+                    const uint32_t c = Judge(e.rgbRed, e.rgbGreen, e.rgbBlue, p.channel) >= p.low &&
+                                               Judge(e.rgbRed, e.rgbGreen, e.rgbBlue, p.channel) <= p.high
+                                           ? p.in
+                                           : p.out;
+                    EXPECT_EQ(n.rgbRed | n.rgbGreen << 8 | n.rgbBlue << 16, c & 0xFFFFFF) << "entry " << i;
+                }
+                continue;
+            }
+            if (layout.displayTable) {
+                for (uint32_t i = 0; i < b->nLUTLength; ++i)
+                    EXPECT_EQ(b->pLUT[i].rgbRed, (i >= q.low && i <= q.high ? q.in : q.out) & 0xFF) << "entry " << i;
+                continue;
+            }
+            for (int y = 0; y < b->nHeight; ++y)
+                for (int x = 0; x < b->nWidth; ++x) {
+                    const bool inside = DisIsPtInRegion(b.get(), x, y) != 0;
+                    const uint64_t raw = before.pixel(x, y);
+                    EXPECT_EQ(b.pixel(x, y), inside ? Predict(b.get(), raw, q) : raw) << x << "," << y;
+                }
+        }
+}
+
+TEST(IntensityDetect, HandWorkedRowAndGreyLevelWord) {
+    Bitmap b = GreyBitmap(5, 1, {0, 127, 128, 255, 200});
+    ASSERT_EQ(Rz_IntensityDetectBitmap(b.get(), 128, 200, 0xFFFFFF, (1u << 26) | 9, 0), 1);
+    const uint64_t want[] = {9, 9, 255, 9, 255};
+    for (int x = 0; x < 5; ++x) EXPECT_EQ(b.pixel(x, 0), want[x]);
+    EXPECT_EQ(Rz_IntensityDetectBitmap(b.get(), 5, 4, 0, 0, 0), ST_INVALID_PARAMETER);
+}
+
+} // namespace
+} // namespace rz::test
