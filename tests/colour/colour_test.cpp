@@ -28,15 +28,12 @@ struct Colour {
 
 bool Deep(const BitmapDesc *b) { return b->nBitsPerPixel >= 48; }
 
-// KrnGetPixel packs red, green, blue, fourth from the low bits, 8 or 16 each.
 Colour Get(const Bitmap &b, int x, int y) {
-    const uint64_t v = b.pixel(x, y), m = Deep(b.get()) ? 0xFFFF : 0xFF;
-    const int s = Deep(b.get()) ? 16 : 8;
-    return {int(v & m), int((v >> s) & m), int((v >> 2 * s) & m), int((v >> 3 * s) & m)};
+    const Channels c = ReadChannels(b, x, y);
+    return {int(c.v[2]), int(c.v[1]), int(c.v[0]), int(c.fourth)};
 }
 void Put(Bitmap &b, int x, int y, const Colour &c) {
-    const int s = Deep(b.get()) ? 16 : 8;
-    b.setPixel(x, y, uint64_t(c.r) | uint64_t(c.g) << s | uint64_t(c.b) << 2 * s | uint64_t(c.a) << 3 * s);
+    WriteChannels(b, x, y, {3, Deep(b.get()) ? 16 : 8, {uint32_t(c.b), uint32_t(c.g), uint32_t(c.r)}, uint32_t(c.a)});
 }
 
 Bitmap RowOf(const char *layout, const std::vector<Colour> &colours) {
@@ -158,7 +155,7 @@ using Expectation = std::function<Colour(const Colour &in, bool deep)>;
 // Runs op on a random bitmap of every colour layout and compares each pixel
 // with the expectation; the fourth channel must not move.
 void CompareEveryPixel(const std::string &name, const std::function<int32_t(BitmapDesc *)> &op,
-                              const Expectation &expect) {
+                       const Expectation &expect) {
     for (const char *layout : {"bgr24", "rgb24", "bgr32", "bgr48", "rgb48", "bgr64"}) {
         Bitmap b = RandomColourBitmap(layout, 61, 23, 17);
         const Bitmap before(b);
@@ -168,12 +165,10 @@ void CompareEveryPixel(const std::string &name, const std::function<int32_t(Bitm
                 const Colour in = Get(before, x, y);
                 Colour want = expect(in, Deep(b.get()));
                 want.a = in.a;
-                ASSERT_EQ(Get(b, x, y), want) << name << " " << layout << " from (" << in.r << ", " << in.g << ", "
-                                              << in.b << ")";
+                ASSERT_EQ(Get(b, x, y), want) << name << " " << layout << " from " << in.r << "," << in.g << "," << in.b;
             }
     }
 }
-
 
 using namespace colour;
 
@@ -225,7 +220,7 @@ TEST(ColourInverses, EveryByteColourThroughTheDegreeModels) {
     EveryColour<uint16_t, HlsRecord<uint16_t>>(CS_RGB_TO_HLS, CS_HLS_TO_RGB, "HLS (16-bit)", 16);
 }
 
-TEST(ColourInverses, WordScaleOfEveryByteColourAndRandomWords) {
+TEST(ColourInverses, WordScaleOfEveryByteColour) {
     int worst = 0;
     long mismatches = 0;
     auto check = [&](int r, int g, int b) {
@@ -237,8 +232,6 @@ TEST(ColourInverses, WordScaleOfEveryByteColourAndRandomWords) {
             ADD_FAILURE() << "(" << r << ", " << g << ", " << b << ")";
     };
     for (int i = 0; i < 1 << 24; ++i) check((i >> 16) * 257, (i >> 8 & 255) * 257, (i & 255) * 257);
-    std::mt19937 rng(5);
-    for (int i = 0; i < 2000000; ++i) check(rng() & 0xFFFF, rng() & 0xFFFF, rng() & 0xFFFF);
     EXPECT_EQ(mismatches, 0);
     EXPECT_LE(worst, 16);
     std::printf("[ colour   ] word scale: largest channel error of a round trip: %d of 65535\n", worst);
@@ -275,9 +268,7 @@ std::vector<Entry> ReferenceTable(int hue, int sat, int in, std::vector<HueSatIn
 }
 
 // The forward models are the test's own formulas; the inverses are the
-// library's, proven true inverses of those formulas over every 8-bit colour
-// (colour_models_test.cpp), so any colour they return is the one whose
-// truncated quantities are the records below.
+// library's, proven true inverses of those formulas above.
 template <class T> Colour ReferencePixel(const Colour &c, const std::vector<Entry> &t) {
     constexpr int64_t P = sizeof(T) == 1 ? 100 : 10000, M = sizeof(T) == 1 ? 255 : 65535, turn = 360 * (P / 100);
     const auto f = ref::DegHsv(c.r, c.g, c.b, int(P));

@@ -22,11 +22,7 @@ namespace {
 constexpr int32_t kStopValue = 12345;
 constexpr int32_t kWidth = 19, kHeight = 13;
 
-struct PixelRule {
-    const char *name;
-    unsigned rule;
-};
-const PixelRule kPixelRules[] = {
+const std::pair<const char *, unsigned> kPixelRules[] = {
     // The whole plane is read or written, the region set aside.
     {"Rz_FFTBitmap", kRegionIgnored},
     {"Rz_DFTBitmap", kRegionIgnored},
@@ -39,17 +35,20 @@ const PixelRule kPixelRules[] = {
     {"Rz_EdgeDetectorBitmap", kWritesBeforeAllocating},
 };
 
-struct Placement {
-    const char *name;
-    bool region;
-    int32_t view;
-};
+struct Placement { const char *name; bool region; int32_t view; };
 const Placement kPlacements[] = {{"whole", false, 1}, {"ellipse", true, 1}, {"ellipse_view6", true, 6}};
 
-int32_t CaseWidth(const ReliabilityCase &c) { return c.width ? c.width : kWidth; }
-int32_t CaseHeight(const ReliabilityCase &c) { return c.height ? c.height : kHeight; }
+// A copy keeps the pixels but not the region (the kernel's copy drops it):
+// every run starts from a freshly prepared bitmap instead.
+struct Prepared {
+    const Layout &layout;
+    const Placement &p;
+    uint32_t seed;
+    int32_t width, height;
+    Bitmap make() const;
+};
 
-Bitmap Prepare(const Layout &layout, const Placement &p, uint32_t seed, int32_t width, int32_t height) {
+Bitmap Prepared::make() const {
     Bitmap b(layout, width, height, seed);
     if (p.view != 1) KrnChangeViewPerspective(nullptr, b.get(), BITMAPDESC_SIZE, p.view, 0);
     if (p.view >= 5 && layout.order == KRN_ORDER_GRAY && layout.bits > 8) {
@@ -73,16 +72,6 @@ Bitmap Prepare(const Layout &layout, const Placement &p, uint32_t seed, int32_t 
     }
     return b;
 }
-
-// A copy keeps the pixels but not the region (the kernel's copy drops it):
-// every run starts from a freshly prepared bitmap instead.
-struct Prepared {
-    const Layout &layout;
-    const Placement &placement;
-    uint32_t seed;
-    int32_t width, height;
-    Bitmap make() const { return Prepare(layout, placement, seed, width, height); }
-};
 
 // Stored samples, palette and display table, read from the memory itself.
 std::vector<uint8_t> Contents(const BitmapDesc &b) {
@@ -121,10 +110,7 @@ enum class Outcome { Refused, Done, Stopped, OutOfMemory };
     return ::testing::AssertionSuccess();
 }
 
-struct Run {
-    int32_t status;
-    std::vector<int32_t> percents;
-};
+struct Run { int32_t status; std::vector<int32_t> percents; };
 
 Run RunOnce(const ReliabilityCase &c, Bitmap b) {
     BoundCall call = Bind(c, b.get());
@@ -142,7 +128,7 @@ template <class F> void ForEachBitmap(const ReliabilityCase &c, F &&f) {
             if (!c.layouts.empty() && std::find(c.layouts.begin(), c.layouts.end(), layout.name) == c.layouts.end())
                 continue;
             SCOPED_TRACE(std::string(layout.name) + " / " + p.name);
-            f(Prepared{layout, p, s, CaseWidth(c), CaseHeight(c)});
+            f(Prepared{layout, p, s, c.width, c.height});
         }
 }
 
@@ -254,7 +240,7 @@ void SweepBadDescriptors(const ReliabilityCase &c) {
     const bool signedPath = (c.flags & RZ_OPF_SIGNED) != 0;
     for (const char *name : {"bgr24", "grey16", "pal8_colour", "grey8"}) {
         SCOPED_TRACE(name);
-        const Bitmap b(FindLayout(name), CaseWidth(c), CaseHeight(c), 3);
+        const Bitmap b(FindLayout(name), c.width, c.height, 3);
         const int32_t baseline = RunOnce(c, Bitmap(b)).status;
         Bitmap probe(b);
         const std::vector<BitmapPlace> places = Bind(c, probe.get()).places;
@@ -302,7 +288,7 @@ void SweepBadDescriptors(const ReliabilityCase &c) {
         {
             // A region larger than the bitmap is clipped: same result as none.
             Bitmap big(b), plain(b);
-            const RzRect r{-50, -50, CaseWidth(c) + 50, CaseHeight(c) + 50};
+            const RzRect r{-50, -50, c.width + 50, c.height + 50};
             ASSERT_EQ(DisSetRegionRect(big.get(), &r, DIS_RGN_SET), 1);
             BoundCall bigCall = Bind(c, big.get()), plainCall = Bind(c, plain.get());
             EXPECT_EQ(bigCall.run(), baseline);
@@ -362,8 +348,10 @@ void RegisterCase(ReliabilityCase c) {
     const OpInfo *op = FindOperation(c.name);
     c.flags = op ? op->flags : 0;
     if (c.nullStatus == 0) c.nullStatus = c.flags & RZ_OPF_NULL_NO_BITMAP ? ST_NO_BITMAP : ST_NULL_POINTER;
-    for (const PixelRule &r : kPixelRules)
-        if (c.name == r.name) c.pixels |= r.rule;
+    for (const auto &[name, rule] : kPixelRules)
+        if (c.name == name) c.pixels |= rule;
+    c.width = c.width ? c.width : kWidth;
+    c.height = c.height ? c.height : kHeight;
     for (auto [name, fn] : {std::pair{"AllocationFailures", &SweepAllocations}, std::pair{"Cancellation", &SweepCancellation},
                             std::pair{"BadDescriptors", &SweepBadDescriptors}})
         Register(c.name.c_str(), name, [c, fn = fn] { fn(c); });

@@ -84,10 +84,6 @@ class CallbackRecorder {
     void *prevUser_ = nullptr;
 };
 
-} // namespace rz::test
-
-namespace rz::test {
-
 // A zero-filled bitmap of any depth 1..64, set up as KrnInitBitmap sets it
 // up (grey ramp up to 8 bits, grey order at 12/16, blue first above).
 Bitmap DepthBitmap(int32_t width, int32_t height, int32_t bits);

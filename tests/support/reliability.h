@@ -1,18 +1,10 @@
-// The reliability sweeps every operation goes through (tests/reliability):
-// each allocation failed in turn, cancellation at each progress step, bad
-// descriptors and parameters, on every layout, with and without a region and
-// in a transposed view (where 12/16-bit grey also has narrower significant
-// bits). Export-list operations on one bitmap with scalar parameters join
-// automatically, with the export list's defaults; other paths join with one
-// line: scalar arguments by position (kDefault keeps the export list's), an
+// The reliability sweeps (tests/reliability) take the export list's
+// operations with their default arguments; other paths join with one line:
+// scalar arguments by position (kDefault keeps the export list's), an
 // ArgAdjust that makes records and further inputs, or a call of its own:
 //
 //   RZ_RELIABILITY_ARGS(Rz_SwirlBitmap, -5000, 2, 1);
 //   RZ_RELIABILITY_CASE(Rz_RemapBitmapIntensity, [](BitmapDesc *b) { ... });
-//
-// Operations on several bitmaps bind their other inputs outside the measured
-// part and name the places of their bitmap arguments, each given null and
-// spoiled in turn.
 #pragma once
 
 #include <rzimg.h>
@@ -44,7 +36,8 @@ struct BitmapPlace {
     bool optional = false;  // an input the export ignores when it has no pixels
 };
 
-// A call with its other inputs made for one prepared bitmap.
+// A call with its other inputs made for one prepared bitmap, outside the
+// measured part; each bitmap place is given null and spoiled in turn.
 struct BoundCall {
     std::function<int32_t()> run;
     std::vector<BitmapPlace> places; // in the order the export checks them
