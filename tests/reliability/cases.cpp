@@ -2,7 +2,7 @@
 // take records, tables, transform arrays or output pointers.
 #include "support/reliability.h"
 
-#include <cstring>
+#include <array>
 #include <vector>
 
 namespace {
@@ -68,12 +68,7 @@ RZ_RELIABILITY_BOUND_CASE(Rz_TextureAlphaBlendBitmap, [](std::vector<Arg> &a, Bi
     a[11].p = &c->offset;  // pTextureOffset
     return std::shared_ptr<void>(c);
 });
-RZ_RELIABILITY_BOUND_CASE(Rz_AddWeightedBitmaps, [](std::vector<Arg> &a, BitmapDesc *) {
-    static const int32_t weights[2] = {1500, -400};
-    a[3].p = const_cast<int32_t *>(weights);
-    a[4].i = RZ_ADDW_NORMALISE;
-    return std::shared_ptr<void>();
-});
+RZ_RELIABILITY_ARGS(Rz_AddWeightedBitmaps, kDefault, RZ_ADDW_NORMALISE);
 
 // Filters that take a kernel record: a predefined kernel, a caller's 5x5
 // (the ring path) and a user kernel with an off-centre anchor.
@@ -98,43 +93,36 @@ RZ_RELIABILITY_CASE(Rz_ChangeHueSatIntBitmap, [](BitmapDesc *b) {
     };
     return Rz_ChangeHueSatIntBitmap(b, 1000, 200, 50, ranges, 2);
 });
-RZ_RELIABILITY_CASE(Rz_RemapBitmapHue, [](BitmapDesc *b) {
-    const uint32_t n = b && b->nBitsPerPixel >= 48 ? 65536 : 256;
-    std::vector<uint32_t> hue(n), mask(n);
-    for (uint32_t i = 0; i < n; ++i) {
-        hue[i] = (i + n / 3) % n;
-        mask[i] = (i / (n / 8)) % 2;
-    }
-    // Null saturation and value tables: the identity is built inside.
-    return Rz_RemapBitmapHue(b, mask.data(), hue.data(), nullptr, nullptr, n);
-});
+RZ_RELIABILITY_ARGS(Rz_RemapBitmapHue, 65536);
 
-// Deep grey: 2^k table entries or histogram bins for k significant bits
-// (all 16 for a table on 16-bit samples).
-uint32_t Entries(const BitmapDesc *b, bool table) {
+// A table of the samples' size (a short one narrows the bounding rectangle);
+// a null bitmap gives -2, which the export list does not say.
+RZ_RELIABILITY_CASE(
+    Rz_RemapBitmapIntensity,
+    [](BitmapDesc *b) {
+        const bool grey = b && b->nColorOrder == KRN_ORDER_GRAY && !(b->uFlags & BMF_USE_LUT);
+        const uint32_t n = !b || b->nBitsPerPixel < 12 ? 256 : b->nBitsPerPixel == 12 ? 4096
+                           : grey || b->nBitsPerPixel >= 48 ? 65536 : 256;
+        std::vector<uint32_t> table(n);
+        for (uint32_t i = 0; i < n; ++i) table[i] = n - 1 - i / 2;
+        return Rz_RemapBitmapIntensity(b, table.data(), n, RZ_CHANNEL_GREEN);
+    },
+    ST_NO_BITMAP);
+
+// 2^k histogram bins for k significant grey bits; other channels in the
+// transposed view.
+uint32_t Bins(const BitmapDesc *b) {
     if (!b || b->uStructSize != BITMAPDESC_SIZE) return 256;
     if (b->nBitsPerPixel >= 48) return 65536;
     if (b->nColorOrder != KRN_ORDER_GRAY || (b->nBitsPerPixel != 12 && b->nBitsPerPixel != 16)) return 256;
-    if (table) return b->nBitsPerPixel == 12 ? 4096 : b->uFlags & BMF_USE_LUT ? 256 : 65536;
     const int32_t high = b->nHighBit == -1 ? b->nBitsPerPixel - 1 : b->nHighBit;
     const int32_t low = b->nLowBit < 0 ? 0 : b->nLowBit;
     return high >= low && high - low < 16 ? 1u << (high - low + 1) : 0;
 }
 
-RZ_RELIABILITY_CASE(
-    Rz_RemapBitmapIntensity,
-    [](BitmapDesc *b) {
-        const uint32_t n = Entries(b, true);
-        std::vector<uint32_t> table(n);
-        for (uint32_t i = 0; i < n; ++i) table[i] = n - 1 - i / 2;
-        return Rz_RemapBitmapIntensity(b, table.data(), n, RZ_CHANNEL_GREEN);
-    },
-    {}, 0, ST_NO_BITMAP);
-
-// Other channels in the transposed view.
 RZ_RELIABILITY_CASE(Rz_GetBitmapHistogram, [](BitmapDesc *b) {
     std::vector<uint32_t> bins(65536);
-    return Rz_GetBitmapHistogram(b, bins.data(), Entries(b, false), b && b->nViewPerspective >= 5 ? 2 : 0);
+    return Rz_GetBitmapHistogram(b, bins.data(), Bins(b), b && b->nViewPerspective >= 5 ? 2 : 0);
 });
 
 // Levelling changes the depth and with it the blocks the bitmap owns (a
@@ -161,73 +149,32 @@ RZ_RELIABILITY_CASE(Rz_WindowLevelBitmap, [](BitmapDesc *b) {
     return st == 1 ? LevelCopy(b, {}) : st;
 });
 
-// Frequency-domain exports: each case makes its own transform array from
-// the swept bitmap and frees it. The FFT needs power-of-two sizes (square,
-// so that the transposed view fits too); steps that only prepare the array
-// run with the callback cleared, so progress is the swept export's alone.
-template <class F> int32_t Quietly(F &&f) {
-    RZSTATUSCALLBACK cb = nullptr;
-    void *user = nullptr;
-    KrnSetStatusCallback(nullptr, nullptr, &cb, &user);
-    const int32_t st = f();
-    KrnSetStatusCallback(cb, user, nullptr, nullptr);
-    return st;
-}
-
-// Runs `body` on a fresh array of the bitmap's size, filled when `fill` with
-// every kind of element: zeros, negatives, a large DC term.
-template <class F> int32_t WithArray(BitmapDesc *b, bool fill, F &&body) {
+// Frequency-domain exports on arrays of the swept bitmap's size; the FFT
+// needs power-of-two sizes (square, so that the transposed view fits too).
+RZ_RELIABILITY_CASE(Rz_AllocFTArray, [](BitmapDesc *b) {
     FTARRAY *a = nullptr;
     const int32_t st = Rz_AllocFTArray(b, &a, FTARRAY_SIZE);
-    if (st != 1) return st;
-    std::unique_ptr<FTARRAY, decltype(&Rz_FreeFTArray)> owned(a, &Rz_FreeFTArray);
-    for (uint32_t i = 0; fill && i < a->uWidth * a->uHeight; ++i) {
-        const double z[2] = {i == 0 ? 5000.0 : double(int(i % 7) - 3), double(int(i % 5) - 2)};
-        std::memcpy(a->acxData[i], z, sizeof z); // the array is packed: no aligned stores
-    }
-    return body(a);
-}
-
-const auto kAllocFree = [](BitmapDesc *b) { return WithArray(b, false, [](FTARRAY *) { return 1; }); };
-RZ_RELIABILITY_CASE(Rz_AllocFTArray, kAllocFree);
-RZ_RELIABILITY_CASE(Rz_FreeFTArray, kAllocFree);
-RZ_RELIABILITY_CASE(
-    Rz_FFTBitmap,
-    [](BitmapDesc *b) {
-        return WithArray(b, false, [&](FTARRAY *a) { return Rz_FFTBitmap(b, a, FT_FORWARD | FT_PLANE_RED); });
-    },
-    {}, 16);
-RZ_RELIABILITY_CASE(
-    Rz_FFTBitmap,
-    [](BitmapDesc *b) {
-        return WithArray(b, false, [&](FTARRAY *a) {
-            const int32_t st = Quietly([&] { return Rz_FFTBitmap(b, a, FT_FORWARD | FT_PLANE_GREEN); });
-            return st != 1 ? st : Rz_FFTBitmap(b, a, FT_INVERSE | FT_PLANE_GREEN | FT_PHASE | FT_STRETCH);
-        });
-    },
-    {}, 16);
-RZ_RELIABILITY_CASE(Rz_DFTBitmap, [](BitmapDesc *b) {
-    return WithArray(b, false, [&](FTARRAY *a) {
-        return Rz_DFTBitmap(b, a, nullptr, FT_FORWARD | FT_PLANE_BLUE | DFT_WHOLE);
-    });
+    return st == 1 ? Rz_FreeFTArray(a) : st;
 });
-RZ_RELIABILITY_CASE(Rz_DFTBitmap, [](BitmapDesc *b) {
-    return WithArray(b, true, [&](FTARRAY *a) {
-        const int32_t rect[4] = {1, 2, b->nWidth - 3, b->nHeight - 1};
-        return Rz_DFTBitmap(b, a, rect, FT_INVERSE | FT_PLANE_GREY | FT_BOTH | FT_CLIP | DFT_RECT | DFT_COLUMNS_PLUS);
-    });
+RZ_RELIABILITY_CASE(Rz_FFTBitmap, rz::test::ScalarArgs("Rz_FFTBitmap", {FT_FORWARD | FT_PLANE_RED}), {}, 16);
+RZ_RELIABILITY_CASE(Rz_FFTBitmap,
+                    rz::test::ScalarArgs("Rz_FFTBitmap", {FT_INVERSE | FT_PLANE_GREEN | FT_PHASE | FT_STRETCH}), {},
+                    16);
+RZ_RELIABILITY_ARGS(Rz_DFTBitmap, FT_FORWARD | FT_PLANE_BLUE | DFT_WHOLE);
+RZ_RELIABILITY_ARGS(Rz_FTDisplayBitmap, FT_DISPLAY_MAGNITUDE | FT_DISPLAY_LOG);
+RZ_RELIABILITY_ARGS(Rz_FrqFilterMaskBitmap);
+// Rectangles inside the spectrum, as bitmap or array coordinates.
+RZ_RELIABILITY_BOUND_CASE(Rz_DFTBitmap, [](std::vector<Arg> &a, BitmapDesc *b) {
+    auto rect = std::make_shared<std::array<int32_t, 4>>(std::array{1, 2, b->nWidth - 3, b->nHeight - 1});
+    a[2].p = rect->data();
+    a[3].i = FT_INVERSE | FT_PLANE_GREY | FT_BOTH | FT_CLIP | DFT_RECT | DFT_COLUMNS_PLUS;
+    return rect;
 });
-RZ_RELIABILITY_CASE(Rz_FTDisplayBitmap, [](BitmapDesc *b) {
-    return WithArray(b, true, [&](FTARRAY *a) { return Rz_FTDisplayBitmap(b, a, FT_DISPLAY_MAGNITUDE | FT_DISPLAY_LOG); });
-});
-RZ_RELIABILITY_CASE(Rz_FrqFilterBitmap, [](BitmapDesc *b) {
-    return WithArray(b, true, [&](FTARRAY *a) {
-        const int32_t rect[4] = {1, 1, int32_t(a->uWidth) / 2, int32_t(a->uHeight) - 1};
-        return Rz_FrqFilterBitmap(a, rect, FRQ_CENTRED_COORDS | FRQ_ZERO_INSIDE);
-    });
-});
-RZ_RELIABILITY_CASE(Rz_FrqFilterMaskBitmap, [](BitmapDesc *b) {
-    return WithArray(b, true, [&](FTARRAY *a) { return Rz_FrqFilterMaskBitmap(b, a, 0); });
+RZ_RELIABILITY_BOUND_CASE(Rz_FrqFilterBitmap, [](std::vector<Arg> &a, BitmapDesc *b) {
+    auto rect = std::make_shared<std::array<int32_t, 4>>(std::array{1, 1, b->nWidth / 2, b->nHeight - 1});
+    a[1].p = rect->data();
+    a[2].i = FRQ_CENTRED_COORDS | FRQ_ZERO_INSIDE;
+    return rect;
 });
 
 } // namespace

@@ -1,10 +1,11 @@
-// Runs the reliability sweeps over the export list's operations and the
-// cases registered with RZ_RELIABILITY_CASE, one test per operation and
-// sweep. Pixels are checked against a freshly prepared twin: a refused call
-// changes nothing (samples, palette, display table); whatever the outcome,
-// no stored sample outside the region changes; a failed allocation leaves
-// the whole bitmap as it was. kPixelRules lists the documented exceptions.
-// In the transposed view 12/16-bit grey has significant bits 3..9 or 3..13.
+// The reliability sweeps over the export list's operations and the
+// registered cases: each allocation failed in turn, cancellation at each
+// progress step, bad descriptors and parameters, on every layout, with and
+// without a region and in a transposed view (where 12/16-bit grey has
+// significant bits 3..9 or 3..13). Against a freshly prepared twin: a
+// refused call changes nothing (samples, palette, display table); no sample
+// outside the region changes; a failed allocation leaves the whole bitmap as
+// it was. kPixelRules lists the documented exceptions.
 #include "exports/registry.h"
 #include "support/bitmaps.h"
 #include "support/reliability.h"
@@ -205,22 +206,10 @@ template <class Spoil> int32_t RunSpoiled(const ReliabilityCase &c, const Bitmap
     const int32_t st = call.run();
     call.releaseOutputs();
     EXPECT_EQ(KrnMemOutstanding(), start);
+    // A spoiled descriptor is put back whole, so the copy is released properly.
     for (size_t i = 0; i < targets.size(); ++i) {
-        BitmapDesc &t = *targets[i];
-        const BitmapDesc &s = saved[i];
         *call.places[i].place = targets[i];
-        if (!spoiled[i]) continue;
-        // Put the kernel's fields back so the copy is released properly.
-        t.pData = s.pData;
-        t.pPalette = s.pPalette;
-        t.pLUT = s.pLUT;
-        t.pRegion = t.pRegion ? t.pRegion : s.pRegion;
-        t.uFlags = (t.uFlags & ~BMF_ALLOCATED) | (s.uFlags & BMF_ALLOCATED);
-        t.uStructSize = BITMAPDESC_SIZE;
-        t.nBitsPerPixel = s.nBitsPerPixel;
-        t.nWidth = s.nWidth;
-        t.nHeight = s.nHeight;
-        t.nColors = s.nColors;
+        if (spoiled[i]) *targets[i] = saved[i];
     }
     EXPECT_TRUE(st >= 0 || Kept(c, b, *copy.get(), Outcome::Refused)) << "refused with " << st;
     return st;

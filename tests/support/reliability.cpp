@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string_view>
 
 namespace rz::test {
 
@@ -19,8 +20,23 @@ Copies::~Copies() {
 
 namespace {
 
+using Array = std::unique_ptr<FTARRAY, decltype(&Rz_FreeFTArray)>;
+
+// A transform array of the bitmap's size with every kind of element: zeros,
+// negatives, a large DC term (packed: no aligned stores).
+Array MakeArray(BitmapDesc *b) {
+    FTARRAY *a = nullptr;
+    Rz_AllocFTArray(b, &a, FTARRAY_SIZE);
+    for (uint32_t i = 0; a && i < a->uWidth * a->uHeight; ++i) {
+        const double z[2] = {i == 0 ? 5000.0 : double(int(i % 7) - 3), double(int(i % 5) - 2)};
+        std::memcpy(a->acxData[i], z, sizeof z);
+    }
+    return Array(a, &Rz_FreeFTArray);
+}
+
 struct RegistryInputs {
     std::vector<Arg> args;
+    std::vector<Array> arrays;
     std::vector<BitmapDesc *> bitmaps; // by parameter index, where the parameter is a bitmap
     Copies copies;
     std::vector<std::vector<uint64_t>> outputs;
@@ -68,8 +84,16 @@ BoundCall BindRegistry(const OpInfo &op, BitmapDesc *bmp, int32_t nullStatus, co
             ranked.push_back({-1000, {&in->bitmaps[i], ST_NULL_POINTER, false}});
             break;
         case ParamKind::Ptr:
-            if (p.output) in->outputs.emplace_back(std::max<size_t>(p.pointee, 8) * RZ_MAX_RECORDS / 8);
-            in->args[i].p = p.output ? in->outputs.back().data() : nullptr;
+            if (std::string_view(p.type).find("FTARRAY *") != std::string_view::npos) {
+                in->arrays.push_back(MakeArray(bmp));
+                in->args[i].p = in->arrays.back().get();
+                break;
+            }
+            // Outputs get room, tables entries every depth accepts.
+            in->outputs.emplace_back(std::max<size_t>(p.pointee, 8) * RZ_MAX_RECORDS / 8);
+            for (size_t k = 0; !p.output && k < RZ_MAX_RECORDS / 2; ++k)
+                in->outputs.back()[k] = uint64_t((2 * k * 7 + 3) % 256) | uint64_t((2 * k * 7 + 10) % 256) << 32;
+            in->args[i].p = in->outputs.back().data();
             break;
         default: in->args[i].i = p.def;
         }
@@ -124,14 +148,15 @@ std::vector<ReliabilityCase> &ReliabilityCases() {
     return cases;
 }
 
-ReliabilityRegistrar::ReliabilityRegistrar(const char *name, OpCall call, std::vector<std::string> layouts,
-                                           int32_t side, int32_t nullStatus) {
+ReliabilityRegistrar::ReliabilityRegistrar(const char *name, OpCall call, int32_t nullStatus,
+                                           std::vector<std::string> layouts, int32_t side) {
     ReliabilityCases().push_back(
         {name, std::move(call), {}, 0, nullStatus, side, side, 0, std::move(layouts)});
 }
 
-ReliabilityRegistrar::ReliabilityRegistrar(const char *name, ArgAdjust adjust, std::vector<std::string> layouts) {
-    ReliabilityCases().push_back({name, {}, std::move(adjust), 0, 0, 0, 0, 0, std::move(layouts)});
+ReliabilityRegistrar::ReliabilityRegistrar(const char *name, ArgAdjust adjust, std::vector<std::string> layouts,
+                                           int32_t side) {
+    ReliabilityCases().push_back({name, {}, std::move(adjust), 0, 0, side, side, 0, std::move(layouts)});
 }
 
 ArgAdjust ScalarArgs(const char *name, std::vector<int64_t> values) {

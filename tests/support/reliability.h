@@ -69,8 +69,9 @@ struct ReliabilityCase {
 
 // The export-list form binds the bitmap in its first bitmap place (or first
 // in a list, a copy after it), copies for further bitmaps (null where
-// accepted), a fresh result, a zeroed buffer for each output pointer, null
-// for other pointers, and the defaults, then applies the adjustment.
+// accepted), a fresh result, a filled transform array of the bitmap's size,
+// a zeroed buffer for each other output pointer, null for other pointers,
+// and the defaults, then applies the adjustment.
 BoundCall Bind(const ReliabilityCase &c, BitmapDesc *bmp);
 
 // Whether an export-list operation needs binding (a further bitmap, a list or a result).
@@ -81,9 +82,9 @@ std::vector<ReliabilityCase> &ReliabilityCases();
 constexpr int64_t kDefault = INT64_MIN;
 
 struct ReliabilityRegistrar {
-    ReliabilityRegistrar(const char *name, OpCall call, std::vector<std::string> layouts = {}, int32_t side = 0,
-                         int32_t nullStatus = 0);
-    ReliabilityRegistrar(const char *name, ArgAdjust adjust, std::vector<std::string> layouts = {});
+    ReliabilityRegistrar(const char *name, OpCall call, int32_t nullStatus = 0, std::vector<std::string> layouts = {},
+                         int32_t side = 0);
+    ReliabilityRegistrar(const char *name, ArgAdjust adjust, std::vector<std::string> layouts = {}, int32_t side = 0);
 };
 // The scalar arguments in order, kDefault for the export list's.
 ArgAdjust ScalarArgs(const char *name, std::vector<int64_t> values);

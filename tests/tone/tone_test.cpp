@@ -98,32 +98,56 @@ TEST(Paths, DisplayTables) {
     EXPECT_EQ(f.pixel(1, 0) >> 8, 255u);
 }
 
-// Tables of the samples' size, on one channel or all: every pixel against
-// the table applied to ReadChannels' channels (blue, green, red); a palette
-// changes its entries in one step and keeps its indices.
+// Every channel (or the chosen one) of every pixel against its map applied
+// to ReadChannels' channels (blue, green, red): the caller's tables of the
+// samples' size, and multiplication, min(v * f / 100, max) in unsigned 32-bit
+// arithmetic, signed samples through their offset value. A palette changes
+// its entries in one step and keeps its indices.
 TEST(Tables, EveryPixelOfTheChosenChannels) {
-    const struct {
-        const char *layout;
-        uint32_t entries, channel;
-    } cases[] = {{"bgr24", 256, RZ_CHANNEL_GREEN}, {"rgb24", 256, RZ_CHANNEL_RED}, {"bgr32", 256, 0},
-                 {"bgr64", 65536, RZ_CHANNEL_BLUE}, {"bgr48", 65536, 0},        {"grey12", 4096, 0},
-                 {"grey16", 65536, 0},             {"grey8", 256, 0}};
-    for (const auto &c : cases) {
+    struct Case {
+        std::string layout;
+        uint32_t channel;
+        std::function<int32_t(BitmapDesc *)> op;
+        std::function<uint32_t(uint32_t v, uint32_t max)> map;
+        bool isSigned = false;
+    };
+    std::vector<Case> cases;
+    for (auto [layout, entries, channel] : {std::tuple{"bgr24", 256u, RZ_CHANNEL_GREEN}, {"rgb24", 256u, 1u},
+                                             {"bgr32", 256u, 0u}, {"bgr64", 65536u, RZ_CHANNEL_BLUE},
+                                             {"bgr48", 65536u, 0u}, {"grey12", 4096u, 0u}, {"grey16", 65536u, 0u},
+                                             {"grey8", 256u, 0u}}) {
+        std::vector<uint32_t> t(entries);
+        for (uint32_t i = 0; i < entries; ++i) t[i] = (i * 3 + 1) % entries;
+        cases.push_back({layout, uint32_t(channel),
+                         [=](BitmapDesc *b) { return Rz_RemapBitmapIntensity(b, t.data(), entries, channel); },
+                         [=](uint32_t v, uint32_t) { return t[v]; }});
+    }
+    for (const char *layout : {"grey8", "grey12", "grey16", "bgr24", "bgr48"})
+        for (uint32_t f : {0u, 50u, 150u, 100000u, 4294967295u})
+            for (bool isSigned : {false, true}) {
+                if (isSigned && layout != std::string("grey16")) continue;
+                cases.push_back({layout, 0, [f](BitmapDesc *b) { return Rz_MultiplyBitmap(b, f); },
+                                 [f, isSigned](uint32_t v, uint32_t max) {
+                                     const uint32_t half = isSigned ? max / 2 + 1 : 0, i = (v + half) & max;
+                                     return (std::min(i * f / 100, max) - half) & max;
+                                 },
+                                 isSigned});
+            }
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.layout + " channel " + std::to_string(c.channel) + (c.isSigned ? " signed" : ""));
         Bitmap b(FindLayout(c.layout), 7, 3, 11);
+        if (c.isSigned) b->uFlags |= BMF_SIGNED;
         const Bitmap before(b);
-        std::vector<uint32_t> table(c.entries);
-        for (uint32_t i = 0; i < c.entries; ++i) table[i] = (i * 3 + 1) % c.entries;
-        ASSERT_EQ(Rz_RemapBitmapIntensity(b.get(), table.data(), c.entries, c.channel), 1) << c.layout;
+        ASSERT_EQ(c.op(b.get()), 1);
+        const int shift = b->nBitsPerPixel == 12 ? 4 : 0;
         for (int y = 0; y < 3; ++y)
             for (int x = 0; x < 7; ++x) {
                 Channels want = ReadChannels(before, x, y);
-                const int shift = b->nBitsPerPixel == 12 ? 4 : 0;
                 for (int k = 0; k < want.count; ++k)
                     if (c.channel == 0 || k == int(3 - c.channel))
-                        want.v[k] = table[want.v[k] >> shift] << shift;
+                        want.v[k] = c.map(want.v[k] >> shift, want.max() >> shift) << shift;
                 const Channels got = ReadChannels(b, x, y);
-                EXPECT_TRUE(std::equal(got.v, got.v + 3, want.v) && got.fourth == want.fourth)
-                    << c.layout << " " << x << "," << y;
+                ASSERT_TRUE(std::equal(got.v, got.v + 3, want.v) && got.fourth == want.fourth) << x << "," << y;
             }
     }
     Bitmap p(FindLayout("pal8_colour"), 7, 3, 11);
@@ -276,34 +300,6 @@ TEST(WindowLevel, TheBitmapsOwnTableIsUsedInPlace) {
     ASSERT_EQ(Rz_WindowLevelBitmap(b.get(), 8, 15, b->pLUT, b->nLUTLength, 0), 1);
     EXPECT_EQ(b->pLUT, nullptr);
     for (int32_t x = 0; x < 5; ++x) EXPECT_EQ(b.pixel(x, 1), (before.pixel(x, 1) >> 8) ^ 0x55);
-}
-
-// Rz_MultiplyBitmap against min(v * f / 100, max) in unsigned 32-bit
-// arithmetic, signed samples through their offset value.
-TEST(Multiply, EveryPixelAgainstTheFormula) {
-    for (const char *layout : {"grey8", "grey12", "grey16", "signed", "bgr24", "bgr48"})
-        for (uint32_t factor : {0u, 50u, 150u, 100000u, 4294967295u}) {
-            SCOPED_TRACE(std::string(layout) + " " + std::to_string(factor));
-            const bool isSigned = layout == std::string("signed");
-            Bitmap b(FindLayout(isSigned ? "grey16" : layout), 9, 4, factor + 1);
-            if (isSigned) b->uFlags |= BMF_SIGNED;
-            const Bitmap before(b);
-            ASSERT_EQ(Rz_MultiplyBitmap(b.get(), factor), 1);
-            const int32_t bits = b->nBitsPerPixel;
-            const uint32_t sample = bits >= 48 || bits == 16 ? 16 : bits == 12 ? 12 : 8;
-            const uint32_t n = 1u << sample, max = n - 1, half = isSigned ? n / 2 : 0;
-            const int channels = bits >= 24 ? 3 : 1;
-            for (int32_t y = 0; y < 4; ++y)
-                for (int32_t x = 0; x < 9; ++x) {
-                    const uint64_t in = before.pixel(x, y), out = b.pixel(x, y);
-                    for (int ch = 0; ch < channels; ++ch) {
-                        const uint32_t v = uint32_t(in >> (ch * sample)) & max;
-                        const uint32_t i = (v + half) & max; // offset value of a signed sample
-                        const uint32_t want = (std::min((i * factor) / 100, max) - half) & max;
-                        ASSERT_EQ(uint32_t(out >> (ch * sample)) & max, want) << x << "," << y << " channel " << ch;
-                    }
-                }
-        }
 }
 
 uint32_t LumaY(uint32_t r, uint32_t g, uint32_t b) { return (3735 * b + 19235 * g + 9798 * r + 16384) >> 15; }
