@@ -1,10 +1,9 @@
-// The neighbourhood filters (convolution, Gaussian, rank, edges): one table
-// of cases compared bit for bit with naive references on every sample
-// layout, shape and region placement (OpenCV agrees with them where it
-// computes the same thing, but only on 8-bit without regions: the
-// references are the stronger oracle); values worked by hand pin them down.
-// The references read and write pixels one at a time (ReadChannels /
-// WriteChannels) in view 1 and apply the definitions as plainly as possible.
+// The neighbourhood filters: one table of cases compared bit for bit with
+// naive references (pixels one at a time in view 1, the definitions as
+// plainly as possible) on every sample layout, shape and region placement;
+// values worked by hand pin the references down. OpenCV agrees with them
+// where it computes the same thing (8-bit, no region): they are the stronger
+// oracle.
 #include "support/bitmaps.h"
 
 #include <gtest/gtest.h>
@@ -122,16 +121,26 @@ Picture Convolve(const Picture &p, const Kernel &k) {
 using RankFn = int32_t(RZAPI *)(BitmapDesc *, uint32_t);
 const RankFn kRanks[] = {&Rz_MaxFilterBitmap, &Rz_MinFilterBitmap, &Rz_MedianFilterBitmap};
 
-// An n x n window reaching (n - 1) / 2 up and left, n / 2 down and right;
-// an even median is the lower middle. 0 max, 1 min, 2 median.
+// An n x n window reaching (n - 1) / 2 up and left, n / 2 down and right,
+// edge samples repeated: each sample weighs with the window places it
+// fills, so windows far beyond the bitmap cost nothing. An even median is
+// the lower middle. 0 max, 1 min, 2 median.
+uint64_t Places(int64_t lo, int64_t hi, int64_t i, int64_t size) {
+    const int64_t a = i == 0 ? std::min<int64_t>(lo, 0) : i, b = i == size - 1 ? std::max(hi, i) : i;
+    return uint64_t(std::max<int64_t>(0, std::min(hi, b) - std::max(lo, a) + 1));
+}
 Picture Rank(const Picture &p, int64_t n, int op) {
-    std::vector<int64_t> win;
     return Each(p, [&](int32_t x, int32_t y, int c) {
-        win.clear();
-        for (int64_t dy = -(n - 1) / 2; dy <= n / 2; ++dy)
-            for (int64_t dx = -(n - 1) / 2; dx <= n / 2; ++dx) win.push_back(p.clamped(x + dx, y + dy, c));
-        std::sort(win.begin(), win.end());
-        return op == 0 ? win.back() : op == 1 ? win.front() : win[(win.size() - 1) / 2];
+        std::vector<std::pair<int64_t, uint64_t>> w;
+        for (int32_t yy = 0; yy < p.h; ++yy)
+            for (int32_t xx = 0; xx < p.w; ++xx)
+                if (const uint64_t k = Places(x - (n - 1) / 2, x + n / 2, xx, p.w) *
+                                       Places(y - (n - 1) / 2, y + n / 2, yy, p.h))
+                    w.push_back({p.clamped(xx, yy, c), k});
+        std::sort(w.begin(), w.end());
+        uint64_t seen = 0, i = 0;
+        while ((seen += w[i].second) <= (uint64_t(n) * uint64_t(n) - 1) / 2) ++i;
+        return op == 0 ? w.back().first : op == 1 ? w.front().first : w[i].first;
     });
 }
 
@@ -246,7 +255,7 @@ std::vector<Case> Cases() {
                          [radius](BitmapDesc *b) { return Rz_GaussianFilterBitmap(b, radius); },
                          [radius](Bitmap &b) { Gaussian(b, radius); }});
     for (int op = 0; op < 3; ++op)
-        for (uint32_t n : {1u, 2u, 3u, 4u, 5u, 6u, 7u, 8u, 10u, 25u})
+        for (uint32_t n : {1u, 2u, 3u, 4u, 5u, 6u, 7u, 8u, 10u, 25u, 1000u, 100001u, 4294967295u})
             cases.push_back({"rank " + std::to_string(op) + " " + std::to_string(n),
                              [f = kRanks[op], n](BitmapDesc *b) { return f(b, n); },
                              [n, op](Bitmap &b) {
@@ -332,8 +341,6 @@ TEST(Filters, ByHand) {
         Op op;
         std::vector<uint64_t> want;
     } cases[] = {
-        {"emboss bias widened on words", "grey16", 3, {12345, 0, 65535},
-         [](BitmapDesc *b) { return Rz_SpatialFilterBitmap(b, nullptr); }, {32896, 32896, 32896}},
         // -3 / 2 rounds away from zero to -2, plus 10.
         {"negative half", "grey8", 2, {3, 0},
          [w = negate.user()](BitmapDesc *b) { return Rz_UserFilterBitmap(b, (const UserFilterKernel *)w.data()); },
@@ -348,8 +355,6 @@ TEST(Filters, ByHand) {
         // The four-neighbour Laplacian marks the bright side of a step only.
         {"step down", "grey8", 6, {235, 235, 235, 35, 35, 35},
          [](BitmapDesc *b) { return Rz_EdgeDetectorBitmap(b, 10, EDG_LAPLACE_FOUR); }, {0, 0, 255, 0, 0, 0}},
-        {"vertical line, vertical operator", "grey8", 5, {0, 0, 255, 0, 0},
-         [](BitmapDesc *b) { return Rz_EdgeDetectorBitmap(b, 10, EDG_SOBEL_VERTICAL); }, {0, 255, 0, 255, 0}},
     };
     for (const auto &c : cases) {
         const int32_t w = c.w, h = int32_t(c.in.size()) / w;
@@ -358,33 +363,6 @@ TEST(Filters, ByHand) {
         ASSERT_EQ(c.op(b.get()), 1) << c.what;
         for (int32_t i = 0; i < w * h; ++i) EXPECT_EQ(b.pixel(i % w, i / w), c.want[size_t(i)]) << c.what << " " << i;
     }
-}
-
-// Windows far beyond the bitmap: every window is the whole bitmap with the
-// edge samples repeated, and they weigh in the median with their count.
-TEST(Filters, HugeRankWindowsWeighTheEdges) {
-    for (const char *layout : {"grey8", "grey16", "bgr24", "bgr48"})
-        for (uint64_t n : {1000u, 100001u, 4294967295u})
-            for (int op = 0; op < 3; ++op) {
-                Bitmap a(FindLayout(layout), 3, 2, uint32_t(40 + n % 7)), b(a);
-                ASSERT_EQ(kRanks[op](a.get(), uint32_t(n)), 1);
-                const auto weight = [&](int32_t i, int32_t at, int32_t size) {
-                    return 1 + (i == 0 ? (n - 1) / 2 - at : 0) + (i == size - 1 ? n / 2 - (size - 1 - at) : 0);
-                };
-                ApplyReference(b, [&](const Picture &p) {
-                    return Each(p, [&](int32_t x, int32_t y, int c) {
-                        std::vector<std::pair<int64_t, uint64_t>> counts;
-                        for (int32_t yy = 0; yy < p.h; ++yy)
-                            for (int32_t xx = 0; xx < p.w; ++xx)
-                                counts.push_back({p.clamped(xx, yy, c), weight(xx, x, p.w) * weight(yy, y, p.h)});
-                        std::sort(counts.begin(), counts.end());
-                        uint64_t seen = 0, i = 0;
-                        while ((seen += counts[i].second) <= (n * n - 1) / 2) ++i;
-                        return op == 0 ? counts.back().first : op == 1 ? counts.front().first : counts[i].first;
-                    });
-                });
-                EXPECT_EQ(a.storedBytes(), b.storedBytes()) << layout << " n " << n << " op " << op;
-            }
 }
 
 // The records and codes the parameter sweeps cannot know.
