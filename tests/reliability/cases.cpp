@@ -1,5 +1,4 @@
-// Paths the export list's defaults do not reach, and the operations that
-// take records, tables, transform arrays or output pointers.
+// Paths the export list's defaults do not reach, and operations on records.
 #include "support/reliability.h"
 
 #include <array>
@@ -10,8 +9,7 @@ namespace {
 using rz::Arg;
 using rz::test::kDefault;
 
-// Distortions: fill and leave rules, the options, the transposed cylinder,
-// the inverse polar map, the wrapping offset and a centre one pixel outside.
+// Fill and leave rules, options, a centre outside, the inverse polar map.
 RZ_RELIABILITY_ARGS(Rz_SpherizeBitmap, -300, -1, 3, 0x4001234, 0x10);
 RZ_RELIABILITY_ARGS(Rz_SwirlBitmap, -5000, 2, 1);
 RZ_RELIABILITY_ARGS(Rz_BendingBitmap, -500, 2, 2, 0xFF, 0x12);
@@ -22,28 +20,22 @@ RZ_RELIABILITY_ARGS(Rz_TunnelBitmap, 3, 4, 20, 5, -9000, 0x808080, 0);
 RZ_RELIABILITY_ARGS(Rz_PlaneBendBitmap, 5, 5, 40, 10, -1000, 2, 0x123456, 0);
 RZ_RELIABILITY_ARGS(Rz_OffsetBitmap, -7, 30, 0, 3);
 RZ_RELIABILITY_ARGS(Rz_OceanBitmap, 0, 5, 0x10);
-// Oilify's wider counters and windows far beyond the bitmap, Pixelate's
-// centre pixels and the tiles over the picture itself.
+// Wider counters, windows beyond the bitmap, centre pixels, tiles over the picture.
 RZ_RELIABILITY_ARGS(Rz_OilifyBitmap, 40);
 RZ_RELIABILITY_ARGS(Rz_OilifyBitmap, 4294967295u);
 RZ_RELIABILITY_ARGS(Rz_MosaicBitmap, 5);
 RZ_RELIABILITY_ARGS(Rz_PixelateBitmap, 3, 5, RZ_PIXELATE_CENTRE);
 RZ_RELIABILITY_ARGS(Rz_MosaicTilesBitmap, 5, 4, 1, 0x4000800, -4500, RZ_TILES_PICTURE);
-// The rank filters' column histograms (8-bit) and snaking histogram (16-bit)
-// of larger windows, a window above the bitmap's size; the edge detector's
-// single-direction and compass paths.
+// Rank filters' histogram paths; edge detection in one direction, compass.
 RZ_RELIABILITY_ARGS(Rz_MedianFilterBitmap, 9);
 RZ_RELIABILITY_ARGS(Rz_MaxFilterBitmap, 40);
 RZ_RELIABILITY_ARGS(Rz_EdgeDetectorBitmap, 3, EDG_SOBEL_VERTICAL);
 RZ_RELIABILITY_ARGS(Rz_EdgeDetectorBitmap, 1, EDG_GRADIENT_SW);
-// The combine's prepared values and selectors on a shifted rectangle.
 RZ_RELIABILITY_ARGS(Rz_CombineBitmapExt, kDefault, 3, kDefault, kDefault, 1, kDefault,
                     CBF_DIVIDE_SRC | CBF_SRC_GREY | CBF_DST_INVERT | CBF_RES_INVERT |
                         CBF_SELECT_RED(CBF_CHANNEL_GREEN));
 RZ_RELIABILITY_ARGS(Rz_AddBitmaps, kDefault, RZ_ADD_SUM);
-// Outputs: measurements (other channels and a value range) and deskew, whose
-// pages are measured on a copy scaled up to 1024 x 700 whatever their size,
-// so the fixed search runs on a black-and-white page only.
+// Deskew measures a copy scaled up to 1024 x 700: the fixed search on one layout.
 RZ_RELIABILITY_ARGS(Rz_GetMinMaxBits);
 RZ_RELIABILITY_ARGS(Rz_GetMinMaxVal);
 RZ_RELIABILITY_ARGS(Rz_GetBitmapStatisticsInfo);
@@ -54,7 +46,7 @@ RZ_RELIABILITY_CASE(Rz_DeskewBitmapExt, [](BitmapDesc *b) {
     return Rz_DeskewBitmapExt(b, nullptr, 2000, 45, 0, 0x10 | 0x2000);
 });
 
-// The texture blend with a mask and a tiled texture; the weighted list sum.
+// A mask and a tiled texture.
 RZ_RELIABILITY_BOUND_CASE(Rz_TextureAlphaBlendBitmap, [](std::vector<Arg> &a, BitmapDesc *b) {
     struct Inputs : rz::test::Copies {
         RzPoint offset{-3, 5};
@@ -70,8 +62,7 @@ RZ_RELIABILITY_BOUND_CASE(Rz_TextureAlphaBlendBitmap, [](std::vector<Arg> &a, Bi
 });
 RZ_RELIABILITY_ARGS(Rz_AddWeightedBitmaps, kDefault, RZ_ADDW_NORMALISE);
 
-// Filters that take a kernel record: a predefined kernel, a caller's 5x5
-// (the ring path) and a user kernel with an off-centre anchor.
+// A predefined kernel, a caller's 5x5 (the ring path), an off-centre anchor.
 RZ_RELIABILITY_CASE(Rz_SpatialFilterBitmap,
                     [](BitmapDesc *b) { return Rz_SpatialFilterBitmap(b, RZ_SPF_KERNEL(SPF_SOBEL_VERTICAL)); });
 RZ_RELIABILITY_CASE(Rz_SpatialFilterBitmap, [](BitmapDesc *b) {
@@ -84,8 +75,7 @@ RZ_RELIABILITY_CASE(Rz_UserFilterBitmap, [](BitmapDesc *b) {
     return Rz_UserFilterBitmap(b, reinterpret_cast<const UserFilterKernel *>(k.data()));
 });
 
-// Tables and records: two hue ranges, one across 0 degrees, so the table has
-// edges and overlaps; hue and intensity tables of the channels' size.
+// Two hue ranges, one across 0 degrees: the table has edges and overlaps.
 RZ_RELIABILITY_CASE(Rz_ChangeHueSatIntBitmap, [](BitmapDesc *b) {
     const HueSatIntRange ranges[2] = {
         {HUESATINTRANGE_SIZE, 4500, 300, -200, 350, 10, 355, 5},
@@ -125,10 +115,8 @@ RZ_RELIABILITY_CASE(Rz_GetBitmapHistogram, [](BitmapDesc *b) {
     return Rz_GetBitmapHistogram(b, bins.data(), Bins(b), b && b->nViewPerspective >= 5 ? 2 : 0);
 });
 
-// Levelling changes the depth and with it the blocks the bitmap owns (a
-// palette appears, the display table goes), so a sound descriptor is
-// levelled as a copy and the sweep's block count sees only the operation's
-// own work; a spoiled one goes to the operation as it is.
+// Levelling changes the depth and the blocks the bitmap owns, so a sound
+// descriptor is levelled as a copy; a spoiled one goes as it is.
 int32_t LevelCopy(BitmapDesc *b, const std::vector<RzRGBQuad> &table) {
     const uint32_t n = uint32_t(table.size());
     if (!b || KrnValidateBitmap(b) != 1) return Rz_WindowLevelBitmap(b, 2, -1, table.data(), n, 0);
@@ -149,8 +137,7 @@ RZ_RELIABILITY_CASE(Rz_WindowLevelBitmap, [](BitmapDesc *b) {
     return st == 1 ? LevelCopy(b, {}) : st;
 });
 
-// Frequency-domain exports on arrays of the swept bitmap's size; the FFT
-// needs power-of-two sizes (square, so that the transposed view fits too).
+// The FFT needs power-of-two sizes (square for the transposed view).
 RZ_RELIABILITY_CASE(Rz_AllocFTArray, [](BitmapDesc *b) {
     FTARRAY *a = nullptr;
     const int32_t st = Rz_AllocFTArray(b, &a, FTARRAY_SIZE);
@@ -163,7 +150,6 @@ RZ_RELIABILITY_CASE(Rz_FFTBitmap,
 RZ_RELIABILITY_ARGS(Rz_DFTBitmap, FT_FORWARD | FT_PLANE_BLUE | DFT_WHOLE);
 RZ_RELIABILITY_ARGS(Rz_FTDisplayBitmap, FT_DISPLAY_MAGNITUDE | FT_DISPLAY_LOG);
 RZ_RELIABILITY_ARGS(Rz_FrqFilterMaskBitmap);
-// Rectangles inside the spectrum, as bitmap or array coordinates.
 RZ_RELIABILITY_BOUND_CASE(Rz_DFTBitmap, [](std::vector<Arg> &a, BitmapDesc *b) {
     auto rect = std::make_shared<std::array<int32_t, 4>>(std::array{1, 2, b->nWidth - 3, b->nHeight - 1});
     a[2].p = rect->data();
