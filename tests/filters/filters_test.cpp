@@ -333,7 +333,6 @@ TEST(Filters, GreyRampPalettesAndEveryView) {
 
 // Worked from the documented formulas: they pin the references down.
 TEST(Filters, ByHand) {
-    const Kernel negate{1, 1, 0, 0, 2, 10, RZ_UF_ROUND, {-1}};
     const struct {
         const char *what, *layout;
         int32_t w;
@@ -341,10 +340,6 @@ TEST(Filters, ByHand) {
         Op op;
         std::vector<uint64_t> want;
     } cases[] = {
-        // -3 / 2 rounds away from zero to -2, plus 10.
-        {"negative half", "grey8", 2, {3, 0},
-         [w = negate.user()](BitmapDesc *b) { return Rz_UserFilterBitmap(b, (const UserFilterKernel *)w.data()); },
-         {8, 10}},
         // (0, 1) sees 30 40 and the replicated row below: lower middle 30.
         {"even median is the lower middle", "grey8", 2, {10, 20, 30, 40},
          [](BitmapDesc *b) { return Rz_MedianFilterBitmap(b, 2); }, {20, 20, 30, 40}},
@@ -352,9 +347,6 @@ TEST(Filters, ByHand) {
         // and 78.56, rounded 1, 17, 79: weights 98 62 16 1, times 255 / 256.
         {"gaussian 3 of an impulse", "grey8", 9, {0, 0, 0, 0, 255, 0, 0, 0, 0},
          [](BitmapDesc *b) { return Rz_GaussianFilterBitmap(b, 3); }, {0, 1, 16, 62, 98, 62, 16, 1, 0}},
-        // The four-neighbour Laplacian marks the bright side of a step only.
-        {"step down", "grey8", 6, {235, 235, 235, 35, 35, 35},
-         [](BitmapDesc *b) { return Rz_EdgeDetectorBitmap(b, 10, EDG_LAPLACE_FOUR); }, {0, 0, 255, 0, 0, 0}},
     };
     for (const auto &c : cases) {
         const int32_t w = c.w, h = int32_t(c.in.size()) / w;

@@ -1,11 +1,9 @@
-// The reliability sweeps over the export list's operations and the
-// registered cases: each allocation failed in turn, cancellation at each
-// progress step, bad descriptors and parameters, on every layout, with and
-// without a region and in a transposed view (where 12/16-bit grey has
-// significant bits 3..9 or 3..13). Against a freshly prepared twin: a
-// refused call changes nothing (samples, palette, display table); no sample
-// outside the region changes; a failed allocation leaves the whole bitmap as
-// it was. kPixelRules lists the documented exceptions.
+// Each allocation failed in turn, cancellation at each progress step, bad
+// descriptors and parameters, on every layout, with and without a region and
+// in a transposed view (12/16-bit grey there with significant bits 3..9 or
+// 3..13). Against a freshly prepared twin: a refusal changes nothing, no
+// sample outside the region changes, a failed allocation leaves the bitmap as
+// it was; kPixelRules lists the documented exceptions.
 #include "exports/registry.h"
 #include "support/bitmaps.h"
 #include "support/reliability.h"
@@ -59,9 +57,7 @@ Bitmap Prepared::make() const {
     if (p.region) {
         const RzRect r{b->nWidth / 5, b->nHeight / 5, b->nWidth * 4 / 5 + 1, b->nHeight * 4 / 5 + 1};
         DisSetRegionEllipse(b.get(), &r, DIS_RGN_SET);
-        // The region caches its transposed runs on first use in a transposed
-        // view (a column pass asks for it); build them now so that the cache
-        // is not counted against the operation.
+        // Build the region's transposed runs (cached on first use) now, not in the operation.
         uint32_t n = 0;
         DisGetRegionMaskSize(b.get(), &n);
         std::vector<int32_t> spans(std::max<uint32_t>(n, 2));
