@@ -129,53 +129,38 @@ template <class F> void ForEachBitmap(const ReliabilityCase &c, F &&f) {
         }
 }
 
-void SweepAllocations(const ReliabilityCase &c) {
-    ForEachBitmap(c, [&](const Prepared &prep) {
-        const Bitmap twin = prep.make();
-        const int32_t want = RunOnce(c, prep.make()).status;
-        for (int64_t n = 0; n < 100000; ++n) {
-            Bitmap b = prep.make();
-            BoundCall call = Bind(c, b.get());
-            const int64_t start = KrnMemOutstanding();
-            KrnMemFailAfter(n);
-            const int32_t st = call.run();
-            const bool fired = KrnMemFailAfter(-1) < 0;
-            call.releaseOutputs();
-            ASSERT_EQ(KrnMemOutstanding(), start) << "leak with allocation " << n << " failing";
-            ASSERT_EQ(b->nViewPerspective, twin->nViewPerspective);
-            if (!fired) {
-                ASSERT_EQ(st, want) << "after " << n << " allocations";
-                ASSERT_TRUE(Kept(c, twin, *b.get(), Outcome::Done));
-                break;
-            }
-            ASSERT_EQ(st, ST_FAILURE) << "with allocation " << n << " failing";
-            ASSERT_TRUE(Kept(c, twin, *b.get(), Outcome::OutOfMemory)) << "allocation " << n << " failing";
-        }
-    });
-}
-
-void SweepCancellation(const ReliabilityCase &c) {
+// Each allocation failed in turn, or a stop at each progress step: no
+// leak, the view and the callback restored, the status of the failure, no
+// report after a stop, and the pixels kept as the outcome says.
+void SweepFailures(const ReliabilityCase &c, bool stop) {
     ForEachBitmap(c, [&](const Prepared &prep) {
         const Bitmap twin = prep.make();
         const Run base = RunOnce(c, prep.make());
-        const int32_t calls = int32_t(base.percents.size());
-        for (int32_t k = 1; k <= calls; ++k) {
+        const int64_t last = stop ? int64_t(base.percents.size()) : 100000;
+        for (int64_t n = stop ? 1 : 0; n <= last; ++n) {
             Bitmap b = prep.make();
             BoundCall call = Bind(c, b.get());
             const int64_t start = KrnMemOutstanding();
             CallbackRecorder rec;
-            rec.stopAt(k, kStopValue);
+            if (stop) rec.stopAt(int32_t(n), kStopValue);
+            else KrnMemFailAfter(n);
             const int32_t st = call.run();
+            const bool fired = stop || KrnMemFailAfter(-1) < 0;
             call.releaseOutputs();
-            ASSERT_EQ(st, kStopValue) << "stopping at call " << k << " of " << calls;
-            ASSERT_EQ(rec.calls(), k) << "the callback was called after it asked to stop";
-            ASSERT_TRUE(rec.installed()) << "the status callback was not restored";
-            ASSERT_EQ(KrnMemOutstanding(), start);
+            ASSERT_EQ(KrnMemOutstanding(), start) << "leak, step " << n;
             ASSERT_EQ(b->nViewPerspective, twin->nViewPerspective);
-            ASSERT_TRUE(Kept(c, twin, *b.get(), Outcome::Stopped)) << "stopped at call " << k;
+            ASSERT_TRUE(rec.installed()) << "the status callback was not restored";
+            if (!fired) {
+                ASSERT_EQ(st, base.status) << "after " << n << " allocations";
+                ASSERT_TRUE(Kept(c, twin, *b.get(), Outcome::Done));
+                break;
+            }
+            ASSERT_EQ(st, stop ? kStopValue : ST_FAILURE) << "step " << n << " of " << last;
+            ASSERT_TRUE(!stop || rec.calls() == n) << "the callback was called after it asked to stop";
+            ASSERT_TRUE(Kept(c, twin, *b.get(), stop ? Outcome::Stopped : Outcome::OutOfMemory)) << "step " << n;
         }
         // Progress ends at 100 and never goes back.
-        if (base.status == 1 && calls > 0) {
+        if (stop && base.status == 1 && !base.percents.empty()) {
             ASSERT_EQ(base.percents.back(), 100);
             ASSERT_TRUE(std::is_sorted(base.percents.begin(), base.percents.end()));
         }
@@ -324,9 +309,9 @@ void RegisterCase(ReliabilityCase c) {
         if (c.name == name) c.pixels |= rule;
     c.width = c.width ? c.width : kWidth;
     c.height = c.height ? c.height : kHeight;
-    for (auto [name, fn] : {std::pair{"AllocationFailures", &SweepAllocations}, std::pair{"Cancellation", &SweepCancellation},
-                            std::pair{"BadDescriptors", &SweepBadDescriptors}})
-        Register(c.name.c_str(), name, [c, fn = fn] { fn(c); });
+    for (bool stop : {false, true})
+        Register(c.name.c_str(), stop ? "Cancellation" : "AllocationFailures", [c, stop] { SweepFailures(c, stop); });
+    Register(c.name.c_str(), "BadDescriptors", [c] { SweepBadDescriptors(c); });
 }
 
 } // namespace
