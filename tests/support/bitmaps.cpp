@@ -118,8 +118,7 @@ std::vector<uint8_t> Bitmap::storedBytes() const {
 
 Bitmap GreyBitmap(int32_t width, int32_t height, const std::vector<uint8_t> &values) {
     Bitmap b(FindLayout("grey8"), width, height, 0);
-    for (int32_t y = 0; y < height; ++y)
-        for (int32_t x = 0; x < width; ++x) b.setPixel(x, y, values[size_t(y) * width + x]);
+    for (int32_t i = 0; i < width * height; ++i) b.setPixel(i % width, i / width, values[size_t(i)]);
     return b;
 }
 
@@ -135,8 +134,7 @@ bool CallbackRecorder::installed() const {
 int32_t RZAPI CallbackRecorder::Callback(int32_t percent, void *user) {
     auto *self = static_cast<CallbackRecorder *>(user);
     self->percents_.push_back(percent);
-    if (self->stopCall_ > 0 && self->calls() == self->stopCall_) return self->stopValue_;
-    return 1;
+    return self->stopCall_ > 0 && self->calls() == self->stopCall_ ? self->stopValue_ : 1;
 }
 
 Channels ReadChannels(const Bitmap &b, int32_t x, int32_t y) {

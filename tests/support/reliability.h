@@ -36,8 +36,7 @@ struct BitmapPlace {
     bool optional = false;  // an input the export ignores when it has no pixels
 };
 
-// A call with its other inputs made for one prepared bitmap, outside the
-// measured part; each bitmap place is given null and spoiled in turn.
+// A call with its other inputs made for one prepared bitmap (unmeasured).
 struct BoundCall {
     std::function<int32_t()> run;
     std::vector<BitmapPlace> places; // in the order the export checks them
@@ -45,8 +44,7 @@ struct BoundCall {
     std::shared_ptr<void> keep; // inputs the call refers to
 };
 
-// Changes the export list's arguments for a prepared bitmap; returns the
-// inputs it made, kept as long as the call.
+// Changes the arguments for a prepared bitmap; returns inputs to keep.
 using ArgAdjust = std::function<std::shared_ptr<void>(std::vector<Arg> &args, BitmapDesc *prepared)>;
 
 // Deep copies of a bitmap, released together.
@@ -67,11 +65,10 @@ struct ReliabilityCase {
     std::vector<std::string> layouts;     // a costly case's layouts (empty: all)
 };
 
-// The export-list form binds the bitmap in its first bitmap place (or first
-// in a list, a copy after it), copies for further bitmaps (null where
-// accepted), a fresh result, a filled transform array of the bitmap's size,
-// a zeroed buffer for each other output pointer, null for other pointers,
-// and the defaults, then applies the adjustment.
+// The export-list form: the bitmap first (in a list, a copy after it), copies
+// for further bitmaps (null where accepted), a fresh result, a filled
+// transform array, room for outputs, small tables, the defaults; then the
+// adjustment.
 BoundCall Bind(const ReliabilityCase &c, BitmapDesc *bmp);
 
 // Whether an export-list operation needs binding (a further bitmap, a list or a result).
