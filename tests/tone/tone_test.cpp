@@ -129,7 +129,7 @@ TEST(Tables, EveryPixelOfTheChosenChannels) {
     EXPECT_EQ(Rz_RemapBitmapIntensity(g12.get(), table.data(), 65535, 0), ST_INVALID_PARAMETER);
 }
 
-// Bits in use of the region's samples (the last column outside it).
+// Bits in use of the region's samples (the last column outside it, the last row inside).
 TEST(GetMinMaxBits, WorkedCases) {
     const struct {
         int32_t bits;
@@ -137,13 +137,14 @@ TEST(GetMinMaxBits, WorkedCases) {
         int32_t low, high;
     } cases[] = {
         {16, {0x0FF0}, 4, 11},  {16, {0}, 0, 0}, {16, {0x8000, 0x0001}, 0, 15}, {12, {0, 0x010, 0, 0x100}, 4, 8},
-        {12, {0x802, 0}, 1, 11}, {16, {0x0100, 0x0100, 0x0100, 0x0100, 0xF001}, 8, 8},
+        {12, {0x802, 0}, 1, 11},
+        {16, {0x100, 0x100, 0x100, 0x100, 0xF001, 0x100, 0, 0, 0, 0xF001, 0, 0, 0, 0x8100, 0xF001}, 8, 15},
     };
     const RzRect r{0, 0, 4, 3};
     for (const auto &c : cases) {
         Bitmap b(FindLayout(c.bits == 12 ? "grey12" : "grey16"), 5, 3, 0);
         for (int32_t i = 0; i < 15; ++i) b.setPixel(i % 5, i / 5, c.values[size_t(i) % c.values.size()]);
-        if (c.values.size() == 5) DisSetRegionRect(b.get(), &r, DIS_RGN_SET);
+        if (c.values.size() == 15) DisSetRegionRect(b.get(), &r, DIS_RGN_SET);
         int32_t low = -7, high = -7;
         EXPECT_EQ(Rz_GetMinMaxBits(b.get(), &low, &high), 1);
         EXPECT_EQ(std::pair(low, high), std::pair(c.low, c.high)) << c.bits << " bits, " << c.values[0];
