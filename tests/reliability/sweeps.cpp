@@ -1,9 +1,9 @@
-// Runs the reliability sweeps over the export list's operations and the
-// cases registered with RZ_RELIABILITY_CASE, one test per operation and
-// sweep. Pixels are checked against a freshly prepared twin: a refused call
-// changes nothing (samples, palette, display table); whatever the outcome,
-// no stored sample outside the region changes; a failed allocation leaves
-// the whole bitmap as it was. kPixelRules lists the documented exceptions.
+// Each allocation failed in turn, cancellation at each progress step, bad
+// descriptors and parameters, on every layout, with and without a region and
+// in a transposed view (12/16-bit grey there with significant bits 3..9 or
+// 3..13). Against a freshly prepared twin: a refusal changes nothing, no
+// sample outside the region changes, a failed allocation leaves the bitmap as
+// it was; kPixelRules lists the documented exceptions.
 #include "exports/registry.h"
 #include "support/bitmaps.h"
 #include "support/reliability.h"
@@ -21,11 +21,7 @@ namespace {
 constexpr int32_t kStopValue = 12345;
 constexpr int32_t kWidth = 19, kHeight = 13;
 
-struct PixelRule {
-    const char *name;
-    unsigned rule;
-};
-const PixelRule kPixelRules[] = {
+const std::pair<const char *, unsigned> kPixelRules[] = {
     // The whole plane is read or written, the region set aside.
     {"Rz_FFTBitmap", kRegionIgnored},
     {"Rz_DFTBitmap", kRegionIgnored},
@@ -38,25 +34,30 @@ const PixelRule kPixelRules[] = {
     {"Rz_EdgeDetectorBitmap", kWritesBeforeAllocating},
 };
 
-struct Placement {
-    const char *name;
-    bool region;
-    int32_t view;
-};
+struct Placement { const char *name; bool region; int32_t view; };
 const Placement kPlacements[] = {{"whole", false, 1}, {"ellipse", true, 1}, {"ellipse_view6", true, 6}};
 
-int32_t CaseWidth(const ReliabilityCase &c) { return c.width ? c.width : kWidth; }
-int32_t CaseHeight(const ReliabilityCase &c) { return c.height ? c.height : kHeight; }
+// A copy keeps the pixels but not the region (the kernel's copy drops it):
+// every run starts from a freshly prepared bitmap instead.
+struct Prepared {
+    const Layout &layout;
+    const Placement &p;
+    uint32_t seed;
+    int32_t width, height;
+    Bitmap make() const;
+};
 
-Bitmap Prepare(const Layout &layout, const Placement &p, uint32_t seed, int32_t width, int32_t height) {
+Bitmap Prepared::make() const {
     Bitmap b(layout, width, height, seed);
     if (p.view != 1) KrnChangeViewPerspective(nullptr, b.get(), BITMAPDESC_SIZE, p.view, 0);
+    if (p.view >= 5 && layout.order == KRN_ORDER_GRAY && layout.bits > 8) {
+        b->nLowBit = 3;
+        b->nHighBit = layout.bits == 12 ? 9 : 13;
+    }
     if (p.region) {
         const RzRect r{b->nWidth / 5, b->nHeight / 5, b->nWidth * 4 / 5 + 1, b->nHeight * 4 / 5 + 1};
         DisSetRegionEllipse(b.get(), &r, DIS_RGN_SET);
-        // The region caches its transposed runs on first use in a transposed
-        // view (a column pass asks for it); build them now so that the cache
-        // is not counted against the operation.
+        // Build the region's transposed runs (cached on first use) now, not in the operation.
         uint32_t n = 0;
         DisGetRegionMaskSize(b.get(), &n);
         std::vector<int32_t> spans(std::max<uint32_t>(n, 2));
@@ -68,18 +69,6 @@ Bitmap Prepare(const Layout &layout, const Placement &p, uint32_t seed, int32_t 
     }
     return b;
 }
-
-// A copy keeps the pixels but not the region (the kernel's copy drops it):
-// every run starts from a freshly prepared bitmap instead.
-struct Prepared {
-    const Layout &layout;
-    const Placement &placement;
-    uint32_t seed;
-    int32_t width, height;
-    Bitmap make() const { return Prepare(layout, placement, seed, width, height); }
-};
-
-bool Contains(const std::vector<int32_t> &v, int32_t x) { return std::find(v.begin(), v.end(), x) != v.end(); }
 
 // Stored samples, palette and display table, read from the memory itself.
 std::vector<uint8_t> Contents(const BitmapDesc &b) {
@@ -118,10 +107,7 @@ enum class Outcome { Refused, Done, Stopped, OutOfMemory };
     return ::testing::AssertionSuccess();
 }
 
-struct Run {
-    int32_t status;
-    std::vector<int32_t> percents;
-};
+struct Run { int32_t status; std::vector<int32_t> percents; };
 
 Run RunOnce(const ReliabilityCase &c, Bitmap b) {
     BoundCall call = Bind(c, b.get());
@@ -139,66 +125,50 @@ template <class F> void ForEachBitmap(const ReliabilityCase &c, F &&f) {
             if (!c.layouts.empty() && std::find(c.layouts.begin(), c.layouts.end(), layout.name) == c.layouts.end())
                 continue;
             SCOPED_TRACE(std::string(layout.name) + " / " + p.name);
-            f(Prepared{layout, p, s, CaseWidth(c), CaseHeight(c)});
+            f(Prepared{layout, p, s, c.width, c.height});
         }
 }
 
-void SweepAllocations(const ReliabilityCase &c) {
-    ForEachBitmap(c, [&](const Prepared &prep) {
-        const Bitmap twin = prep.make();
-        const int32_t want = RunOnce(c, prep.make()).status;
-        for (int64_t n = 0; n < 100000; ++n) {
-            Bitmap b = prep.make();
-            BoundCall call = Bind(c, b.get());
-            const int64_t start = KrnMemOutstanding();
-            KrnMemFailAfter(n);
-            const int32_t st = call.run();
-            const bool fired = KrnMemFailAfter(-1) < 0;
-            call.releaseOutputs();
-            ASSERT_EQ(KrnMemOutstanding(), start) << "leak with allocation " << n << " failing";
-            ASSERT_EQ(b->nViewPerspective, twin->nViewPerspective);
-            if (!fired) {
-                ASSERT_EQ(st, want) << "after " << n << " allocations";
-                ASSERT_TRUE(Kept(c, twin, *b.get(), Outcome::Done));
-                break;
-            }
-            ASSERT_TRUE(Contains(c.failureStatuses, st)) << "status " << st << " with allocation " << n << " failing";
-            ASSERT_TRUE(Kept(c, twin, *b.get(), Outcome::OutOfMemory)) << "allocation " << n << " failing";
-        }
-    });
-}
-
-void SweepCancellation(const ReliabilityCase &c) {
+// Each allocation failed in turn, or a stop at each progress step: no
+// leak, the view and the callback restored, the status of the failure, no
+// report after a stop, and the pixels kept as the outcome says.
+void SweepFailures(const ReliabilityCase &c, bool stop) {
     ForEachBitmap(c, [&](const Prepared &prep) {
         const Bitmap twin = prep.make();
         const Run base = RunOnce(c, prep.make());
-        const int32_t calls = int32_t(base.percents.size());
-        for (int32_t k = 1; k <= calls; ++k) {
+        const int64_t last = stop ? int64_t(base.percents.size()) : 100000;
+        for (int64_t n = stop ? 1 : 0; n <= last; ++n) {
             Bitmap b = prep.make();
             BoundCall call = Bind(c, b.get());
             const int64_t start = KrnMemOutstanding();
             CallbackRecorder rec;
-            rec.stopAt(k, kStopValue);
+            if (stop) rec.stopAt(int32_t(n), kStopValue);
+            else KrnMemFailAfter(n);
             const int32_t st = call.run();
+            const bool fired = stop || KrnMemFailAfter(-1) < 0;
             call.releaseOutputs();
-            ASSERT_EQ(st, kStopValue) << "stopping at call " << k << " of " << calls;
-            ASSERT_EQ(rec.calls(), k) << "the callback was called after it asked to stop";
-            ASSERT_TRUE(rec.installed()) << "the status callback was not restored";
-            ASSERT_EQ(KrnMemOutstanding(), start);
+            ASSERT_EQ(KrnMemOutstanding(), start) << "leak, step " << n;
             ASSERT_EQ(b->nViewPerspective, twin->nViewPerspective);
-            ASSERT_TRUE(Kept(c, twin, *b.get(), Outcome::Stopped)) << "stopped at call " << k;
+            ASSERT_TRUE(rec.installed()) << "the status callback was not restored";
+            if (!fired) {
+                ASSERT_EQ(st, base.status) << "after " << n << " allocations";
+                ASSERT_TRUE(Kept(c, twin, *b.get(), Outcome::Done));
+                break;
+            }
+            ASSERT_EQ(st, stop ? kStopValue : ST_FAILURE) << "step " << n << " of " << last;
+            ASSERT_TRUE(!stop || rec.calls() == n) << "the callback was called after it asked to stop";
+            ASSERT_TRUE(Kept(c, twin, *b.get(), stop ? Outcome::Stopped : Outcome::OutOfMemory)) << "step " << n;
         }
         // Progress ends at 100 and never goes back.
-        if (base.status == 1 && calls > 0) {
+        if (stop && base.status == 1 && !base.percents.empty()) {
             ASSERT_EQ(base.percents.back(), 100);
             ASSERT_TRUE(std::is_sorted(base.percents.begin(), base.percents.end()));
         }
     });
 }
 
-// Runs the call on a copy of `b` after `spoil` changed its bound arguments
-// (restoring the bitmaps' own fields afterwards); returns the status. A
-// refusal must leave the copy as it was.
+// Runs the call on a copy of `b` after `spoil` changed its bound arguments;
+// returns the status. A refusal must leave the copy as it was.
 template <class Spoil> int32_t RunSpoiled(const ReliabilityCase &c, const Bitmap &b, Spoil &&spoil) {
     Bitmap copy(b);
     BoundCall call = Bind(c, copy.get());
@@ -216,22 +186,10 @@ template <class Spoil> int32_t RunSpoiled(const ReliabilityCase &c, const Bitmap
     const int32_t st = call.run();
     call.releaseOutputs();
     EXPECT_EQ(KrnMemOutstanding(), start);
+    // A spoiled descriptor is put back whole, so the copy is released properly.
     for (size_t i = 0; i < targets.size(); ++i) {
-        BitmapDesc &t = *targets[i];
-        const BitmapDesc &s = saved[i];
         *call.places[i].place = targets[i];
-        if (!spoiled[i]) continue;
-        // Put the kernel's fields back so the copy is released properly.
-        t.pData = s.pData;
-        t.pPalette = s.pPalette;
-        t.pLUT = s.pLUT;
-        t.pRegion = t.pRegion ? t.pRegion : s.pRegion;
-        t.uFlags = (t.uFlags & ~BMF_ALLOCATED) | (s.uFlags & BMF_ALLOCATED);
-        t.uStructSize = BITMAPDESC_SIZE;
-        t.nBitsPerPixel = s.nBitsPerPixel;
-        t.nWidth = s.nWidth;
-        t.nHeight = s.nHeight;
-        t.nColors = s.nColors;
+        if (spoiled[i]) *targets[i] = saved[i];
     }
     EXPECT_TRUE(st >= 0 || Kept(c, b, *copy.get(), Outcome::Refused)) << "refused with " << st;
     return st;
@@ -251,7 +209,7 @@ void SweepBadDescriptors(const ReliabilityCase &c) {
     const bool signedPath = (c.flags & RZ_OPF_SIGNED) != 0;
     for (const char *name : {"bgr24", "grey16", "pal8_colour", "grey8"}) {
         SCOPED_TRACE(name);
-        const Bitmap b(FindLayout(name), CaseWidth(c), CaseHeight(c), 3);
+        const Bitmap b(FindLayout(name), c.width, c.height, 3);
         const int32_t baseline = RunOnce(c, Bitmap(b)).status;
         Bitmap probe(b);
         const std::vector<BitmapPlace> places = Bind(c, probe.get()).places;
@@ -279,43 +237,7 @@ void SweepBadDescriptors(const ReliabilityCase &c) {
             if (b->nBitsPerPixel <= 8)
                 ExpectSpoiled(c, b, k, baseline, ST_NO_BITMAP, "palette count", [](BitmapDesc &d) { d.nColors = 300; });
         }
-        // Null and spoiled descriptors in pairs of bitmap arguments: the one
-        // the export checks first decides the status.
-        const auto nullAndSpoiled = [&](size_t nulled, size_t bad) {
-            return RunSpoiled(c, b, [&](BoundCall &call) {
-                (*call.places[bad].place)->uStructSize = BITMAPDESC_SIZE + 1;
-                *call.places[nulled].place = nullptr;
-            });
-        };
-        for (size_t i = 0; i < places.size(); ++i)
-            for (size_t j = i + 1; j < places.size(); ++j) {
-                if (places[i].nullStatus != 0 && places[j].input) {
-                    EXPECT_EQ(nullAndSpoiled(i, j), places[i].nullStatus) << "null " << i << ", spoiled " << j;
-                }
-                if (places[i].input && places[j].nullStatus != 0) {
-                    EXPECT_EQ(nullAndSpoiled(j, i), ST_BAD_STRUCT_SIZE) << "spoiled " << i << ", null " << j;
-                }
-            }
-        {
-            // A region larger than the bitmap is clipped: same result as none.
-            Bitmap big(b), plain(b);
-            const RzRect r{-50, -50, CaseWidth(c) + 50, CaseHeight(c) + 50};
-            ASSERT_EQ(DisSetRegionRect(big.get(), &r, DIS_RGN_SET), 1);
-            BoundCall bigCall = Bind(c, big.get()), plainCall = Bind(c, plain.get());
-            EXPECT_EQ(bigCall.run(), baseline);
-            plainCall.run();
-            bigCall.releaseOutputs();
-            plainCall.releaseOutputs();
-            EXPECT_EQ(big.storedBytes(), plain.storedBytes()) << "oversized region";
-        }
     }
-    // Empty and single-pixel bitmaps: no crash, no leak.
-    for (auto [w, h] : {std::pair{0, 5}, std::pair{5, 0}, std::pair{1, 1}})
-        for (const char *name : {"bgr24", "pal4_colour", "grey12"}) {
-            const int64_t start = KrnMemOutstanding();
-            RunOnce(c, Bitmap(FindLayout(name), w, h, 5));
-            EXPECT_EQ(KrnMemOutstanding(), start) << name << " " << w << "x" << h;
-        }
 }
 
 // Arguments one past each checked bound give -13 (or -11 where an amount is
@@ -323,6 +245,7 @@ void SweepBadDescriptors(const ReliabilityCase &c) {
 void SweepParameters(const OpInfo &op) {
     const Bitmap b(FindLayout("bgr24"), kWidth, kHeight, 9);
     ReliabilityCase c;
+    c.name = op.name;
     for (size_t i = 0; i < op.params.size(); ++i) {
         const ParamInfo &p = op.params[i];
         if (p.kind != ParamKind::I32 && p.kind != ParamKind::U32) continue;
@@ -332,25 +255,15 @@ void SweepParameters(const OpInfo &op) {
         const bool size = std::string_view(p.name) == "uStructSize";
         for (int64_t bad : {p.lo - 1, p.hi + 1}) {
             if (bad < typeMin || bad > typeMax) continue;
-            c.bind = [&](BitmapDesc *bmp) {
-                return BindRegistry(op, bmp, ST_NULL_POINTER, [&](std::vector<Arg> &args, BitmapDesc *) {
-                    args[i].i = bad;
-                    return std::shared_ptr<void>();
-                });
+            c.adjust = [&](std::vector<Arg> &args, BitmapDesc *) {
+                args[i].i = bad;
+                return std::shared_ptr<void>();
             };
             const int32_t st = RunSpoiled(c, b, [](BoundCall &) {});
             EXPECT_TRUE(size ? st == ST_BAD_STRUCT_SIZE : (st == ST_INVALID_PARAMETER || st == ST_BAD_BITS))
                 << p.name << " = " << bad << ": " << st;
         }
     }
-}
-
-ReliabilityCase FromRegistry(const OpInfo &op) {
-    ReliabilityCase c;
-    c.name = op.name;
-    const int32_t nullStatus = (op.flags & RZ_OPF_NULL_NO_BITMAP) ? ST_NO_BITMAP : ST_NULL_POINTER;
-    c.bind = [&op, nullStatus](BitmapDesc *bmp) { return BindRegistry(op, bmp, nullStatus); };
-    return c;
 }
 
 template <class F> void Register(const char *suite, const char *name, F body) {
@@ -365,12 +278,16 @@ template <class F> void Register(const char *suite, const char *name, F body) {
 }
 
 void RegisterCase(ReliabilityCase c) {
-    if (const OpInfo *op = FindOperation(c.name)) c.flags = op->flags;
-    for (const PixelRule &r : kPixelRules)
-        if (c.name == r.name) c.pixels |= r.rule;
-    for (auto [name, fn] : {std::pair{"AllocationFailures", &SweepAllocations}, std::pair{"Cancellation", &SweepCancellation},
-                            std::pair{"BadDescriptors", &SweepBadDescriptors}})
-        Register(c.name.c_str(), name, [c, fn = fn] { fn(c); });
+    const OpInfo *op = FindOperation(c.name);
+    c.flags = op ? op->flags : 0;
+    if (c.nullStatus == 0) c.nullStatus = c.flags & RZ_OPF_NULL_NO_BITMAP ? ST_NO_BITMAP : ST_NULL_POINTER;
+    for (const auto &[name, rule] : kPixelRules)
+        if (c.name == name) c.pixels |= rule;
+    c.width = c.width ? c.width : kWidth;
+    c.height = c.height ? c.height : kHeight;
+    for (bool stop : {false, true})
+        Register(c.name.c_str(), stop ? "Cancellation" : "AllocationFailures", [c, stop] { SweepFailures(c, stop); });
+    Register(c.name.c_str(), "BadDescriptors", [c] { SweepBadDescriptors(c); });
 }
 
 } // namespace
@@ -381,7 +298,9 @@ int main(int argc, char **argv) {
     using namespace rz;
     for (const OpInfo &op : Operations()) {
         if ((!(op.flags & RZ_OPF_INPLACE) && !test::NeedsBinding(op)) || (op.flags & RZ_OPF_CUSTOM)) continue;
-        test::RegisterCase(test::FromRegistry(op));
+        test::ReliabilityCase c;
+        c.name = op.name;
+        test::RegisterCase(c);
         test::Register(op.name, "ParameterRanges", [&op] { test::SweepParameters(op); });
     }
     for (const test::ReliabilityCase &c : test::ReliabilityCases()) test::RegisterCase(c);

@@ -75,28 +75,18 @@ Bitmap::~Bitmap() {
     if (owned_) KrnFreeBitmap(&desc_);
 }
 
-Bitmap::Bitmap(const Bitmap &other) {
+Bitmap::Bitmap(const Bitmap &other) : owned_(true) {
     if (KrnCopyBitmap(&desc_, &other.desc_, BITMAPDESC_SIZE) != 1) throw std::runtime_error("KrnCopyBitmap failed");
-    owned_ = true;
 }
 
-Bitmap &Bitmap::operator=(const Bitmap &other) {
-    if (this != &other) {
-        Bitmap copy(other);
-        *this = std::move(copy);
-    }
-    return *this;
-}
+Bitmap &Bitmap::operator=(const Bitmap &other) { return *this = Bitmap(other); }
 
-Bitmap::Bitmap(Bitmap &&other) noexcept : desc_(other.desc_), owned_(other.owned_) { other.owned_ = false; }
+Bitmap::Bitmap(Bitmap &&other) noexcept : desc_(other.desc_), owned_(std::exchange(other.owned_, false)) {}
 
+// The other takes ours and releases it.
 Bitmap &Bitmap::operator=(Bitmap &&other) noexcept {
-    if (this != &other) {
-        if (owned_) KrnFreeBitmap(&desc_);
-        desc_ = other.desc_;
-        owned_ = other.owned_;
-        other.owned_ = false;
-    }
+    std::swap(desc_, other.desc_);
+    std::swap(owned_, other.owned_);
     return *this;
 }
 
@@ -128,8 +118,7 @@ std::vector<uint8_t> Bitmap::storedBytes() const {
 
 Bitmap GreyBitmap(int32_t width, int32_t height, const std::vector<uint8_t> &values) {
     Bitmap b(FindLayout("grey8"), width, height, 0);
-    for (int32_t y = 0; y < height; ++y)
-        for (int32_t x = 0; x < width; ++x) b.setPixel(x, y, values[size_t(y) * width + x]);
+    for (int32_t i = 0; i < width * height; ++i) b.setPixel(i % width, i / width, values[size_t(i)]);
     return b;
 }
 
@@ -145,13 +134,8 @@ bool CallbackRecorder::installed() const {
 int32_t RZAPI CallbackRecorder::Callback(int32_t percent, void *user) {
     auto *self = static_cast<CallbackRecorder *>(user);
     self->percents_.push_back(percent);
-    if (self->stopCall_ > 0 && self->calls() == self->stopCall_) return self->stopValue_;
-    return 1;
+    return self->stopCall_ > 0 && self->calls() == self->stopCall_ ? self->stopValue_ : 1;
 }
-
-} // namespace rz::test
-
-namespace rz::test {
 
 Channels ReadChannels(const Bitmap &b, int32_t x, int32_t y) {
     const uint64_t p = b.pixel(x, y);

@@ -84,10 +84,6 @@ class CallbackRecorder {
     void *prevUser_ = nullptr;
 };
 
-} // namespace rz::test
-
-namespace rz::test {
-
 // A zero-filled bitmap of any depth 1..64, set up as KrnInitBitmap sets it
 // up (grey ramp up to 8 bits, grey order at 12/16, blue first above).
 Bitmap DepthBitmap(int32_t width, int32_t height, int32_t bits);
@@ -95,7 +91,6 @@ Bitmap DepthBitmap(int32_t width, int32_t height, int32_t bits);
 // one (conversions, copies, view changes): whatever they leave is freed.
 Bitmap OutputBitmap();
 
-// Pixels taken apart into working channels.
 // A direct pixel (grey 8/12/16, colour 24/32/48/64) as the operations work on
 // it: blue, green, red (or the grey level in v[0]) and the fourth channel,
 // 8 bits a channel or 16 (12-bit grey at the top of 16 bits, 48/64-bit colour).

@@ -1,21 +1,17 @@
-// The reliability sweeps every operation goes through (tests/reliability):
-// each allocation failed in turn, cancellation at each progress step, bad
-// descriptors and parameters, on every layout, with and without a region and
-// in a transposed view. Export-list operations on one bitmap with scalar
-// parameters join automatically; others join with one line, the call making
-// and freeing any extra input inside:
+// The reliability sweeps (tests/reliability) take the export list's
+// operations with their default arguments; other paths join with one line:
+// scalar arguments by position (kDefault keeps the export list's), an
+// ArgAdjust that makes records and further inputs, or a call of its own:
 //
+//   RZ_RELIABILITY_ARGS(Rz_SwirlBitmap, -5000, 2, 1);
 //   RZ_RELIABILITY_CASE(Rz_RemapBitmapIntensity, [](BitmapDesc *b) { ... });
-//
-// Operations on several bitmaps bind their other inputs outside the measured
-// part (RZ_RELIABILITY_BOUND_CASE, or from the export list), and name the
-// places of their bitmap arguments, each given null and spoiled in turn.
 #pragma once
 
 #include <rzimg.h>
 
 #include "exports/registry.h"
 
+#include <climits>
 #include <functional>
 #include <memory>
 #include <string>
@@ -40,83 +36,62 @@ struct BitmapPlace {
     bool optional = false;  // an input the export ignores when it has no pixels
 };
 
-// A call with its other inputs made for one prepared bitmap.
-class BoundCall {
-  public:
+// A call with its other inputs made for one prepared bitmap (unmeasured).
+struct BoundCall {
     std::function<int32_t()> run;
     std::vector<BitmapPlace> places; // in the order the export checks them
     std::function<void()> releaseOutputs = [] {};
     std::shared_ptr<void> keep; // inputs the call refers to
 };
 
-using OpBind = std::function<BoundCall(BitmapDesc *)>;
+// Changes the arguments for a prepared bitmap; returns inputs to keep.
+using ArgAdjust = std::function<std::shared_ptr<void>(std::vector<Arg> &args, BitmapDesc *prepared)>;
 
-struct ReliabilityCase {
-    std::string name;   // export name
-    OpCall call;
-    OpBind bind;        // instead of call, for operations on several bitmaps
-    unsigned flags = 0; // RZ_OPF_ of the export
-    // Status of a null bitmap (-814 unless the export documents another).
-    int32_t nullStatus = ST_NULL_POINTER;
-    // Statuses a failed allocation may give (a nested step may map it).
-    std::vector<int32_t> failureStatuses{ST_FAILURE};
-    // Size of the sweeps' bitmaps when the case needs its own (0: the default).
-    int32_t width = 0, height = 0;
-    unsigned pixels = 0;              // kRegionIgnored...
-    std::vector<std::string> layouts; // a costly case's layouts (empty: all)
+// Deep copies of a bitmap, released together.
+struct Copies {
+    std::vector<std::unique_ptr<BitmapDesc>> bitmaps;
+    BitmapDesc *copy(BitmapDesc *b); // null when the copy fails
+    ~Copies();
 };
 
-// `call`, or `bind` for cases that have one.
-BoundCall Bind(const ReliabilityCase &c, BitmapDesc *bmp);
+struct ReliabilityCase {
+    std::string name; // export name
+    OpCall call;      // a call of its own, or else the export list's ...
+    ArgAdjust adjust; // ... with these changes
+    unsigned flags = 0;                   // RZ_OPF_ of the export
+    int32_t nullStatus = 0;               // of a null bitmap; 0: what the export's flags say
+    int32_t width = 0, height = 0;        // of the sweeps' bitmaps, when the case needs its own
+    unsigned pixels = 0;                  // kRegionIgnored...
+    std::vector<std::string> layouts;     // a costly case's layouts (empty: all)
+};
 
-// An export-list operation bound to a prepared bitmap: the bitmap in its
-// first bitmap place (or first in a list, a copy after it), copies for
-// further bitmaps (null where accepted), a fresh result, null tables and the
-// defaults. `adjust` may change the arguments and return inputs it made.
-using ArgAdjust = std::function<std::shared_ptr<void>(std::vector<Arg> &args, BitmapDesc *prepared)>;
-BoundCall BindRegistry(const OpInfo &op, BitmapDesc *bmp, int32_t nullStatus, const ArgAdjust &adjust = {});
+// The export-list form: the bitmap first (in a list, a copy after it), copies
+// for further bitmaps (null where accepted), a fresh result, a filled
+// transform array, room for outputs, small tables, the defaults; then the
+// adjustment.
+BoundCall Bind(const ReliabilityCase &c, BitmapDesc *bmp);
 
 // Whether an export-list operation needs binding (a further bitmap, a list or a result).
 bool NeedsBinding(const OpInfo &op);
 
 std::vector<ReliabilityCase> &ReliabilityCases();
 
+constexpr int64_t kDefault = INT64_MIN;
+
 struct ReliabilityRegistrar {
-    ReliabilityRegistrar(const char *name, OpCall call, int32_t nullStatus = ST_NULL_POINTER,
-                         std::vector<int32_t> failureStatuses = {ST_FAILURE}, int32_t width = 0, int32_t height = 0,
-                         std::vector<std::string> layouts = {});
-    // A registry operation with adjusted arguments.
-    ReliabilityRegistrar(const char *name, ArgAdjust adjust, int32_t nullStatus = ST_NULL_POINTER,
-                         std::vector<int32_t> failureStatuses = {ST_FAILURE});
+    ReliabilityRegistrar(const char *name, OpCall call, int32_t nullStatus = 0, std::vector<std::string> layouts = {},
+                         int32_t side = 0);
+    ReliabilityRegistrar(const char *name, ArgAdjust adjust, std::vector<std::string> layouts = {}, int32_t side = 0);
 };
+// The scalar arguments in order, kDefault for the export list's.
+ArgAdjust ScalarArgs(const char *name, std::vector<int64_t> values);
 
-#define RZ_RELIABILITY_CASE_CAT2(a, b) a##b
-#define RZ_RELIABILITY_CASE_CAT(a, b) RZ_RELIABILITY_CASE_CAT2(a, b)
-#define RZ_RELIABILITY_CASE(name, ...)                                                   \
-    static ::rz::test::ReliabilityRegistrar RZ_RELIABILITY_CASE_CAT(rz_reliability_, __LINE__)( \
+#define RZ_RELIABILITY_CAT2(a, b) a##b
+#define RZ_RELIABILITY_CAT(a, b) RZ_RELIABILITY_CAT2(a, b)
+#define RZ_RELIABILITY_CASE(name, ...)                                                        \
+    static ::rz::test::ReliabilityRegistrar RZ_RELIABILITY_CAT(rz_reliability_, __LINE__)( \
         #name, __VA_ARGS__)
-// The operation from the export list, its arguments changed by an ArgAdjust.
-#define RZ_RELIABILITY_BOUND_CASE(name, ...)                                                 \
-    static ::rz::test::ReliabilityRegistrar RZ_RELIABILITY_CASE_CAT(rz_reliability_, __LINE__)( \
-        #name, ::rz::test::ArgAdjust(__VA_ARGS__))
-
-// ---- Deep grey: several significant-bit ranges in one sweep ----
-// Calls `call` once. On a transposed view (one of the sweep's placements),
-// 12/16-bit grey is given significant bits 3..9 or 3..13 for the call and
-// `alt` is true, so the sweeps cover a narrow range and another channel or
-// argument set without a second progress sequence.
-template <class Call> int32_t WithNarrowBits(BitmapDesc *b, Call &&call) {
-    const bool alt = b && b->uStructSize == BITMAPDESC_SIZE && b->nViewPerspective >= 5;
-    const bool deep = alt && b->nColorOrder == KRN_ORDER_GRAY && (b->nBitsPerPixel == 12 || b->nBitsPerPixel == 16);
-    if (!deep) return call(b, alt);
-    const int32_t low = b->nLowBit, high = b->nHighBit;
-    b->nLowBit = 3;
-    b->nHighBit = b->nBitsPerPixel == 12 ? 9 : 13;
-    const int32_t st = call(b, alt);
-    b->nLowBit = low;
-    b->nHighBit = high;
-    return st;
-}
-// ---- end of deep grey ----
+#define RZ_RELIABILITY_BOUND_CASE(name, ...) RZ_RELIABILITY_CASE(name, ::rz::test::ArgAdjust(__VA_ARGS__))
+#define RZ_RELIABILITY_ARGS(name, ...) RZ_RELIABILITY_CASE(name, ::rz::test::ScalarArgs(#name, {__VA_ARGS__}))
 
 } // namespace rz::test
