@@ -41,7 +41,7 @@ RZ_OP(104, Rz_SolarizeBitmap, tone, RZ_OPF_INPLACE | RZ_OPF_SIGNED,
 RZ_OP(105, Rz_GammaCorrectBitmap, tone, RZ_OPF_INPLACE | RZ_OPF_SIGNED,
       "Applies a gamma curve: out = max * (in / max)^(100 / gamma).",
       (RZ_BMP(pBitmap) RZ_U32(uGamma, 1, 4294967295u, 200, "hundredths")))
-RZ_OP(106, Rz_RemapBitmapIntensity, tone, RZ_OPF_CUSTOM,
+RZ_OP(106, Rz_RemapBitmapIntensity, tone, RZ_OPF_CUSTOM | RZ_OPF_NULL_NO_BITMAP,
       "Maps every sample of the chosen channels through the caller's table.",
       (RZ_BMP(pBitmap) RZ_PTR(const uint32_t *, pTable, "one entry per input value")
        RZ_U32(uCount, 1, 65536, 256, "table entries")

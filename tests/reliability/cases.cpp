@@ -85,8 +85,7 @@ RZ_RELIABILITY_CASE(Rz_ChangeHueSatIntBitmap, [](BitmapDesc *b) {
 });
 RZ_RELIABILITY_ARGS(Rz_RemapBitmapHue, 65536);
 
-// A table of the samples' size (a short one narrows the bounding rectangle);
-// a null bitmap gives -2, which the export list does not say.
+// A table of the samples' size (a short one narrows the bounding rectangle).
 RZ_RELIABILITY_CASE(
     Rz_RemapBitmapIntensity,
     [](BitmapDesc *b) {
@@ -96,8 +95,7 @@ RZ_RELIABILITY_CASE(
         std::vector<uint32_t> table(n);
         for (uint32_t i = 0; i < n; ++i) table[i] = n - 1 - i / 2;
         return Rz_RemapBitmapIntensity(b, table.data(), n, RZ_CHANNEL_GREEN);
-    },
-    ST_NO_BITMAP);
+    });
 
 // 2^k histogram bins for k significant grey bits; other channels in the
 // transposed view.
