@@ -167,6 +167,23 @@ RZ_FORCE_INLINE void NetworkRow(const T *const *rows, T *__restrict out, int64_t
     }
 }
 
+// Runs body(i) for every i in [0, count) in blocks of 64 that compile to
+// whole vectors: the last block ends at count and repeats some of the one
+// before (bodies here store what depends on i alone), so no scalar tail is
+// left, whose data-dependent branches cost more on noisy pictures than the
+// vectors. Counts under a block go one by one.
+template <class Body> RZ_FORCE_INLINE void InWholeBlocks(int64_t count, Body body) {
+    constexpr int64_t kBlock = 64;
+    if (count < kBlock) {
+        for (int64_t i = 0; i < count; ++i) body(i);
+        return;
+    }
+    for (int64_t b = 0; b < count; b += kBlock) {
+        const int64_t s = std::min(b, count - kBlock);
+        for (int64_t k = 0; k < kBlock; ++k) body(s + k);
+    }
+}
+
 // 3x3: each column of three is sorted once for the three windows that share
 // it; the median of nine is then the median of the largest column minimum,
 // the median of the column medians and the smallest column maximum.
@@ -182,16 +199,16 @@ RZ_FORCE_INLINE void Median3Row(const T *const *rows, T *__restrict out, int64_t
         const T *__restrict p0 = r0 + b - C;
         const T *__restrict p1 = r1 + b - C;
         const T *__restrict p2 = r2 + b - C;
-        for (int64_t i = 0; i < m; ++i) {
+        InWholeBlocks(m, [&](int64_t i) RZ_LAMBDA_INLINE {
             const T a = p0[i], b = p1[i], c = p2[i]; // values, not references: no gathers
             const T l = std::min(a, b), h = std::max(a, b);
             const T x = std::min(h, c);
             hi[i] = std::max(h, c);
             lo[i] = std::min(l, x);
             mid[i] = std::max(l, x);
-        }
+        });
         T *__restrict o = out + b;
-        for (int64_t i = 0; i < n; ++i) {
+        InWholeBlocks(n, [&](int64_t i) RZ_LAMBDA_INLINE {
             const T l0 = lo[i], l1 = lo[i + C], l2 = lo[i + 2 * C];
             const T h0 = hi[i], h1 = hi[i + C], h2 = hi[i + 2 * C];
             const T m0 = mid[i], m1 = mid[i + C], m2 = mid[i + 2 * C];
@@ -199,7 +216,7 @@ RZ_FORCE_INLINE void Median3Row(const T *const *rows, T *__restrict out, int64_t
             const T c = std::min(std::min(h0, h1), h2);
             const T bm = std::max(std::min(m0, m1), std::min(std::max(m0, m1), m2));
             o[i] = std::max(std::min(a, bm), std::min(std::max(a, bm), c));
-        }
+        });
     }
 }
 

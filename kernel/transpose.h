@@ -128,13 +128,13 @@ inline void MoveRect(const BandSide &s, int64_t i0, int64_t i1, int64_t x0, int6
     }
 }
 
-// The pixels of one block: band rows at base + off[j] (offsets fixed for a
-// band, so no pointers are worked out per block), and lines of the scratch
-// at base + k * stride.
+// The pixels of one block: band rows at base + j * stride (stride negative
+// when the rows run backwards: scaled addressing, no table of offsets), and
+// lines of the scratch or the stored runs at base + k * stride.
 struct RowsAt {
     uint8_t *base;
-    const ptrdiff_t *off;
-    uint8_t *operator[](int j) const { return base + off[j]; }
+    ptrdiff_t stride;
+    uint8_t *operator[](int j) const { return base + j * stride; }
 };
 struct LinesAt {
     uint8_t *base;
@@ -169,9 +169,15 @@ __attribute__((always_inline)) inline int64_t MoveBlocks(const BandSide &s, int6
     constexpr size_t kLineBytes = size_t(kChunk) * E;
     constexpr bool kDirect = Kernel::kLineBytes == 64;
     alignas(64) uint8_t scratch[kDirect ? 1 : N][kLineBytes];
+    // Everything the walk needs in locals: the kernels' stores may alias
+    // any memory, so fields read through `s` would be read again after each.
     const ptrdiff_t storedStep = s.storedAt(0, 1) - s.storedAt(0, 0); // from one stored run to the next
-    ptrdiff_t off[R]; // band row j of a block; with dir -1 the rows run backwards
-    for (int j = 0; j < R; ++j) off[j] = ptrdiff_t(s.m.dir > 0 ? j : R - 1 - j) * ptrdiff_t(s.bandStride);
+    const int dir = s.m.dir;
+    const size_t bandStride = s.bandStride;
+    uint8_t *const bandX0 = s.bandAt(0, x0);
+    // Band row j of a block; with dir -1 the rows run backwards from the last.
+    const ptrdiff_t rowStep = ptrdiff_t(dir) * ptrdiff_t(bandStride);
+    const ptrdiff_t rowFirst = dir > 0 ? 0 : ptrdiff_t(R - 1) * ptrdiff_t(bandStride);
     const int64_t xEnd = x0 + (x1 - x0) / N * N;
     const int64_t iEnd = first + (rows - first) / R * R;
     // Runs 32 stored rows ahead are fetched: they lie on other pages, out of
@@ -180,29 +186,32 @@ __attribute__((always_inline)) inline int64_t MoveBlocks(const BandSide &s, int6
     for (int64_t i0 = first; i0 < iEnd;) {
         const int64_t i1 = std::min(iEnd, i0 + kChunk);
         const size_t runBytes = size_t(i1 - i0) * E;
-        const int64_t low = s.m.dir > 0 ? i0 : i1 - 1; // band row at the run's lowest address
+        const int64_t low = dir > 0 ? i0 : i1 - 1; // band row at the run's lowest address
+        uint8_t *const run0 = s.storedAt(low, x0);
         for (int64_t x = x0; x < xEnd; x += N) {
+            uint8_t *const run = run0 + (x - x0) * storedStep;
             if (x + ahead * N < xEnd)
                 for (int k = 0; k < N; ++k) {
                     // Every line the run touches, once.
-                    const uintptr_t p = reinterpret_cast<uintptr_t>(s.storedAt(low, x + ahead * N + k));
+                    const uintptr_t p = reinterpret_cast<uintptr_t>(run + (ahead * N + k) * storedStep);
                     for (uintptr_t b = p & ~uintptr_t(63); b < p + runBytes; b += 64)
                         __builtin_prefetch(reinterpret_cast<const void *>(b), ToStored, 2);
                 }
             if (!kDirect && (!ToStored || KeepFourth))
-                for (int k = 0; k < N; ++k) kernel.copy(scratch[k], s.storedAt(low, x + k), runBytes);
+                for (int k = 0; k < N; ++k) kernel.copy(scratch[k], run + k * storedStep, runBytes);
+            uint8_t *const bandX = bandX0 + (x - x0) * E;
             for (int64_t i = i0; i < i1; i += R) {
-                const size_t at = size_t(s.m.dir > 0 ? i - i0 : i1 - i - R) * E;
-                const LinesAt lines = kDirect ? LinesAt{s.storedAt(low, x) + at, storedStep}
+                const size_t at = size_t(dir > 0 ? i - i0 : i1 - i - R) * E;
+                const LinesAt lines = kDirect ? LinesAt{run + at, storedStep}
                                               : LinesAt{scratch[0] + at, ptrdiff_t(kLineBytes)};
-                const RowsAt bandRows{s.bandAt(i, x), off};
+                const RowsAt bandRows{bandX + size_t(i) * bandStride + rowFirst, rowStep};
                 if constexpr (ToStored)
                     kernel.put(bandRows, lines);
                 else
                     kernel.get(lines, bandRows);
             }
             if (!kDirect && ToStored)
-                for (int k = 0; k < N; ++k) kernel.copy(s.storedAt(low, x + k), scratch[k], runBytes);
+                for (int k = 0; k < N; ++k) kernel.copy(run + k * storedStep, scratch[k], runBytes);
         }
         if (xEnd < x1) MoveRect<E, ToStored, KeepFourth>(s, i0, i1, xEnd, x1);
         i0 = i1;
@@ -213,7 +222,7 @@ __attribute__((always_inline)) inline int64_t MoveBlocks(const BandSide &s, int6
 #if defined(__SSE2__)
 template <class U> struct Sse2Kernel {
     static constexpr int kLines = 8, kRows = 8, kLineBytes = 8 * sizeof(U);
-    template <class From, class To> static void move(const From &from, const To &to) {
+    template <class From, class To> static void move(const From from, const To to) {
         const U *in[8];
         U *out[8];
         for (int k = 0; k < 8; ++k) {
@@ -222,8 +231,8 @@ template <class U> struct Sse2Kernel {
         }
         Transpose8x8(in, out);
     }
-    void get(const LinesAt &lines, const RowsAt &rows) const { move(lines, rows); }
-    void put(const RowsAt &rows, const LinesAt &lines) const { move(rows, lines); }
+    void get(const LinesAt lines, const RowsAt rows) const { move(lines, rows); }
+    void put(const RowsAt rows, const LinesAt lines) const { move(rows, lines); }
     void copy(uint8_t *to, const uint8_t *from, size_t n) const { std::memcpy(to, from, n); }
 };
 #endif
@@ -297,7 +306,7 @@ template <int Lane, int B> RZ_VBMI inline void StoreLane(uint8_t *p, __m512i v, 
         StoreBytes<Lane>(p, v);
     }
 }
-template <int Lane, int B, class P> RZ_VBMI inline __m512i LoadLanes(const P &p, int first, int stride) {
+template <int Lane, int B, class P> RZ_VBMI inline __m512i LoadLanes(const P p, int first, int stride) {
     if constexpr (B == 4) {
         auto ld = [&](int l) { return _mm_loadu_si128(reinterpret_cast<const __m128i *>(p[first + l * stride])); };
         __m512i v = _mm512_castsi128_si512(ld(0));
@@ -342,7 +351,7 @@ template <int E, bool KeepFourth> struct VbmiKernel {
             _mm_storeu_si128(reinterpret_cast<__m128i *>(to + b), _mm_loadu_si128(reinterpret_cast<const __m128i *>(from + b)));
     }
     // Row L * N + j is lane L of register j.
-    RZ_VBMI void get(const LinesAt &lines, const RowsAt &rows) const {
+    RZ_VBMI void get(const LinesAt lines, const RowsAt rows) const {
         __m512i r[N];
 #pragma GCC unroll 16
         for (int k = 0; k < N; ++k) r[k] = LoadBytes<B * kLane>(lines[k]);
@@ -352,7 +361,7 @@ template <int E, bool KeepFourth> struct VbmiKernel {
 #pragma GCC unroll 4
             for (int l = 0; l < B; ++l) StoreLane<kLane, B>(rows[l * N + j], r[j], l);
     }
-    RZ_VBMI void put(const RowsAt &rows, const LinesAt &lines) const {
+    RZ_VBMI void put(const RowsAt rows, const LinesAt lines) const {
         __m512i r[N];
 #pragma GCC unroll 16
         for (int j = 0; j < N; ++j) r[j] = LoadLanes<kLane, B>(rows, j, N);

@@ -81,6 +81,25 @@ TEST(FiltersPeer, AgreeWithOpenCv) {
         }
 }
 
+// The 3x3 median moves whole vectors along a row in chunks, the last vector
+// of a chunk pulled back over the one before: widths around a vector and
+// across several chunks, 16-bit grey too.
+TEST(FiltersPeer, Median3OnLongRows) {
+    cv::setNumThreads(1);
+    uint32_t seed = 3;
+    for (const char *layout : {"grey8", "bgr24", "grey16"})
+        for (int32_t w : {63, 64, 65, 530, 1100}) {
+            SCOPED_TRACE(std::string(layout) + " " + std::to_string(w));
+            Bitmap got(FindLayout(layout), w, 5, seed++), before(got);
+            const int type = got->nBitsPerPixel == 16 ? CV_16UC1 : got->nBitsPerPixel == 8 ? CV_8UC1 : CV_8UC3;
+            const auto mat = [&](Bitmap &b) { return cv::Mat(b->nHeight, b->nWidth, type, b->pData, b->nStride); };
+            ASSERT_EQ(Rz_MedianFilterBitmap(got.get(), 3), 1);
+            cv::Mat want;
+            cv::medianBlur(mat(before), want, 3);
+            EXPECT_EQ(cv::norm(mat(got), want, cv::NORM_INF), 0);
+        }
+}
+
 } // namespace
 } // namespace rz::test
 #endif
