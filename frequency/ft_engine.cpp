@@ -392,41 +392,65 @@ class ColumnBlock {
 
 // kLanes adjacent elements of an array row to and from lane vectors; these
 // and the loops around them are what keeps the column passes from being
-// bound by single-element copies.
+// bound by single-element copies. Written as whole-vector shuffles (the
+// compiler's generic vectors, lowered to what each build's target has),
+// which element loops left to the compiler did not become.
+using V8 = double __attribute__((vector_size(64)));
+using I8 = int64_t __attribute__((vector_size(64)));
+static_assert(kLanes == 8, "the shuffles below are written for 8 lanes");
+
+RZ_FORCE_INLINE void Load8(const void *src, V8 &v) { std::memcpy(&v, src, sizeof v); }
+RZ_FORCE_INLINE void Store8(void *dst, const V8 &v) { std::memcpy(dst, &v, sizeof v); }
+
 RZ_FORCE_INLINE void LoadLanes(const uint8_t *src, double *__restrict re, double *__restrict im) {
-    double t[2 * kLanes];
-    std::memcpy(t, src, sizeof t);
-    for (int32_t l = 0; l < kLanes; ++l) re[l] = t[2 * l], im[l] = t[2 * l + 1];
+    V8 a, b;
+    Load8(src, a);
+    Load8(src + 64, b);
+    Store8(re, __builtin_shuffle(a, b, I8{0, 2, 4, 6, 8, 10, 12, 14}));
+    Store8(im, __builtin_shuffle(a, b, I8{1, 3, 5, 7, 9, 11, 13, 15}));
 }
 
 RZ_FORCE_INLINE void StoreLanes(uint8_t *dst, const double *__restrict re, const double *__restrict im) {
-    double t[2 * kLanes];
-    for (int32_t l = 0; l < kLanes; ++l) t[2 * l] = re[l], t[2 * l + 1] = im[l];
-    std::memcpy(dst, t, sizeof t);
+    V8 r, i;
+    Load8(re, r);
+    Load8(im, i);
+    Store8(dst, __builtin_shuffle(r, i, I8{0, 8, 1, 9, 2, 10, 3, 11}));
+    Store8(dst + 64, __builtin_shuffle(r, i, I8{4, 12, 5, 13, 6, 14, 7, 15}));
 }
 
 // Lane l to and from element kLanes - 1 - l, the imaginary part times imSign.
 RZ_FORCE_INLINE void StoreLanesReversed(uint8_t *dst, const double *__restrict re, const double *__restrict im,
                                         double imSign) {
-    double t[2 * kLanes];
-    for (int32_t l = 0; l < kLanes; ++l) t[2 * (kLanes - 1 - l)] = re[l], t[2 * (kLanes - 1 - l) + 1] = imSign * im[l];
-    std::memcpy(dst, t, sizeof t);
+    V8 r, i;
+    Load8(re, r);
+    Load8(im, i);
+    i *= imSign;
+    Store8(dst, __builtin_shuffle(r, i, I8{7, 15, 6, 14, 5, 13, 4, 12}));
+    Store8(dst + 64, __builtin_shuffle(r, i, I8{3, 11, 2, 10, 1, 9, 0, 8}));
 }
 
 RZ_FORCE_INLINE void LoadLanesReversed(const uint8_t *src, double *__restrict re, double *__restrict im) {
-    double t[2 * kLanes];
-    std::memcpy(t, src, sizeof t);
-    for (int32_t l = 0; l < kLanes; ++l) re[l] = t[2 * (kLanes - 1 - l)], im[l] = t[2 * (kLanes - 1 - l) + 1];
+    V8 a, b;
+    Load8(src, a);
+    Load8(src + 64, b);
+    Store8(re, __builtin_shuffle(a, b, I8{14, 12, 10, 8, 6, 4, 2, 0}));
+    Store8(im, __builtin_shuffle(a, b, I8{15, 13, 11, 9, 7, 5, 3, 1}));
 }
 
-// Component::apply on kLanes elements, the kind chosen once.
+// Component::apply on kLanes elements, for one kind known at compile time
+// (a kind chosen inside the loop kept it scalar).
+template <int32_t Kind> struct KindIs {
+    static constexpr int32_t value = Kind;
+};
+
+template <int32_t Kind>
 RZ_FORCE_INLINE void ApplyLanes(const Component &comp, double *__restrict re, double *__restrict im) {
-    if (comp.kind == FT_MAGNITUDE) {
+    if constexpr (Kind == FT_MAGNITUDE) {
         for (int32_t l = 0; l < kLanes; ++l) {
             re[l] = std::sqrt(re[l] * re[l] + im[l] * im[l]) * comp.inverse;
             im[l] = 0.0;
         }
-    } else if (comp.kind == FT_PHASE) {
+    } else if constexpr (Kind == FT_PHASE) {
         for (int32_t l = 0; l < kLanes; ++l) {
             const double m = std::sqrt(re[l] * re[l] + im[l] * im[l]);
             const double f = 1.0 / (m * comp.count);
@@ -616,13 +640,15 @@ int32_t InverseReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
     // row by row; the other columns are their conjugates. Row y of the real
     // result later takes the place of row y here (W doubles in W/2 + 1 complex).
     const size_t stride = size_t(Wc) * 2;
-    // One more row, of zeros, pairs with the last row of an odd height.
-    out.data = KrnArray<double>(KrnCheckedSize(stride, size_t(H) + 1, 1));
+    // Rows of zeros up to a multiple of sixteen complete the last group of
+    // the row pass (and pair with the last row of an odd height).
+    const size_t rowsC = (size_t(H) + 2 * kLanes - 1) / (2 * kLanes) * (2 * kLanes);
+    out.data = KrnArray<double>(KrnCheckedSize(stride, rowsC, 1));
     if (!out.data) return ST_FAILURE;
-    AdviseLargeBlock(out.data.get(), (size_t(H) + 1) * stride * sizeof(double), true);
+    AdviseLargeBlock(out.data.get(), rowsC * stride * sizeof(double), true);
     out.stride = stride;
     double *C = out.data.get();
-    std::fill(C + size_t(H) * stride, C + size_t(H + 1) * stride, 0.0);
+    std::fill(C + size_t(H) * stride, C + rowsC * stride, 0.0);
 
     ColumnBlock block;
     RZ_RETURN_IF_FAILED(block.init(H));
@@ -642,7 +668,7 @@ int32_t InverseReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
         const int32_t nb = std::min(block.columns(), Wc - u0);
         if (nb < block.columns()) block.clear();
         const int32_t groups = (nb + kLanes - 1) / kLanes;
-        Vectorised([&]() RZ_LAMBDA_INLINE {
+        auto gather = [&](auto kind) RZ_LAMBDA_INLINE {
             for (int32_t v = 0; v < H; ++v) {
                 const int32_t nv = v == 0 ? 0 : H - v;
                 for (int32_t g = 0; g < groups; ++g) {
@@ -653,8 +679,8 @@ int32_t InverseReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
                         uint8_t *direct = in.at(u, v), *mirror = in.at(W - u - (kLanes - 1), nv);
                         LoadLanes(direct, ar, ai);
                         LoadLanesReversed(mirror, cr, ci);
-                        ApplyLanes(comp, ar, ai);
-                        ApplyLanes(comp, cr, ci);
+                        ApplyLanes<decltype(kind)::value>(comp, ar, ai);
+                        ApplyLanes<decltype(kind)::value>(comp, cr, ci);
                         StoreLanes(direct, ar, ai);
                         StoreLanesReversed(mirror, cr, ci, 1.0);
                         double *re = block.groupRe(g) + size_t(v) * kLanes, *im = block.groupIm(g) + size_t(v) * kLanes;
@@ -677,6 +703,14 @@ int32_t InverseReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
                     }
                 }
             }
+        };
+        Vectorised([&]() RZ_LAMBDA_INLINE {
+            if (comp.kind == FT_MAGNITUDE)
+                gather(KindIs<FT_MAGNITUDE>());
+            else if (comp.kind == FT_PHASE)
+                gather(KindIs<FT_PHASE>());
+            else
+                gather(KindIs<FT_BOTH>());
         });
         for (int32_t u = u0; u < u0 + nb; ++u)
             if (selfMirrored(u)) scaleColumn(u);
@@ -710,30 +744,43 @@ int32_t InverseReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
     }
 
     // Rows y1, y2 are conjugate-symmetric in u, so C1 + i C2 transforms to
-    // c1 + i c2 with both real. Sixteen rows at a time are unfolded into
-    // whole complex rows and moved to the lanes in 8 x 8 blocks.
+    // c1 + i c2 with both real. Rows y0 + 2b and y0 + 2b + 1 make lane b:
+    // Z(u) = C1(u) + i C2(u) for u <= W/2 and, by the symmetry,
+    // Z(W - u) = conj C1(u) + i conj C2(u). Four elements of the eight even
+    // and of the eight odd rows at a time are turned into lane vectors.
     KrnPtr<double[]> rows = KrnArray<double>(KrnCheckedSize(size_t(W), 2 * kLanes, 1));
     if (!rows) return ST_FAILURE;
     const TransposeFn transpose = Transposer();
+    const int32_t lastMirrored = W - Wc; // Z(W - u) for 1 <= u <= W - Wc
     for (int32_t y0 = 0; y0 < H; y0 += 2 * kLanes) {
+        const double *even = C + size_t(y0) * stride, *odd = even + stride;
+        const int32_t whole = Wc / 4 * 4;
         Vectorised([&]() RZ_LAMBDA_INLINE {
-            for (int32_t b = 0; b < kLanes; ++b) {
-                const int32_t y1 = std::min(y0 + 2 * b, H), y2 = std::min(y0 + 2 * b + 1, H);
-                const double *__restrict r1 = C + size_t(y1) * stride, *__restrict r2 = C + size_t(y2) * stride;
-                double *__restrict re = rows.get() + size_t(2 * b) * W, *__restrict im = re + W;
-                for (int32_t u = 0; u < Wc; ++u) {
-                    re[u] = r1[2 * u] - r2[2 * u + 1];
-                    im[u] = r1[2 * u + 1] + r2[2 * u];
-                }
-                // C(W - k) = conj C(k).
-                for (int32_t u = Wc; u < W; ++u) {
-                    const int32_t k = W - u;
-                    re[u] = r1[2 * k] + r2[2 * k + 1];
-                    im[u] = r2[2 * k] - r1[2 * k + 1];
+            for (int32_t u0 = 0; u0 < whole; u0 += 4) {
+                alignas(64) double e[kLanes * kLanes], o[kLanes * kLanes];
+                transpose(even + 2 * u0, 2 * stride, e, kLanes);
+                transpose(odd + 2 * u0, 2 * stride, o, kLanes);
+                for (int32_t k = 0; k < 4; ++k) {
+                    const int32_t u = u0 + k;
+                    const double *__restrict er = e + 2 * k * kLanes, *__restrict ei = er + kLanes;
+                    const double *__restrict orr = o + 2 * k * kLanes, *__restrict oi = orr + kLanes;
+                    double *__restrict zr = lanes.re + size_t(u) * kLanes, *__restrict zi = lanes.im + size_t(u) * kLanes;
+                    for (int32_t b = 0; b < kLanes; ++b) zr[b] = er[b] - oi[b], zi[b] = ei[b] + orr[b];
+                    if (u < 1 || u > lastMirrored) continue;
+                    double *__restrict mr = lanes.re + size_t(W - u) * kLanes, *__restrict mi = lanes.im + size_t(W - u) * kLanes;
+                    for (int32_t b = 0; b < kLanes; ++b) mr[b] = er[b] + oi[b], mi[b] = orr[b] - ei[b];
                 }
             }
         });
-        RowsToLanes(transpose, rows.get(), size_t(W), W, lanes);
+        for (int32_t u = whole; u < Wc; ++u)
+            for (int32_t b = 0; b < kLanes; ++b) {
+                const double *r1 = even + 2 * size_t(b) * stride + 2 * size_t(u), *r2 = r1 + stride;
+                lanes.re[size_t(u) * kLanes + b] = r1[0] - r2[1];
+                lanes.im[size_t(u) * kLanes + b] = r1[1] + r2[0];
+                if (u < 1 || u > lastMirrored) continue;
+                lanes.re[size_t(W - u) * kLanes + b] = r1[0] + r2[1];
+                lanes.im[size_t(W - u) * kLanes + b] = r2[0] - r1[1];
+            }
         Transform(pw, signX, lanes);
         // The real rows replace their spectrum rows, or go to the sink.
         double *dst = sink ? rows.get() : C + size_t(y0) * stride;
