@@ -19,10 +19,6 @@
 #include <cmath>
 #include <cstdint>
 
-#if defined(__GNUC__) && defined(__x86_64__)
-#include <immintrin.h>
-#endif
-
 namespace rz::freq {
 
 using filt::Vectorised;
@@ -396,7 +392,6 @@ class ColumnBlock {
 // compiler's generic vectors, lowered to what each build's target has),
 // which element loops left to the compiler did not become.
 using V8 = double __attribute__((vector_size(64)));
-using I8 = int64_t __attribute__((vector_size(64)));
 static_assert(kLanes == 8, "the shuffles below are written for 8 lanes");
 
 RZ_FORCE_INLINE void Load8(const void *src, V8 &v) { std::memcpy(&v, src, sizeof v); }
@@ -406,16 +401,16 @@ RZ_FORCE_INLINE void LoadLanes(const uint8_t *src, double *__restrict re, double
     V8 a, b;
     Load8(src, a);
     Load8(src + 64, b);
-    Store8(re, __builtin_shuffle(a, b, I8{0, 2, 4, 6, 8, 10, 12, 14}));
-    Store8(im, __builtin_shuffle(a, b, I8{1, 3, 5, 7, 9, 11, 13, 15}));
+    Store8(re, __builtin_shufflevector(a, b, 0, 2, 4, 6, 8, 10, 12, 14));
+    Store8(im, __builtin_shufflevector(a, b, 1, 3, 5, 7, 9, 11, 13, 15));
 }
 
 RZ_FORCE_INLINE void StoreLanes(uint8_t *dst, const double *__restrict re, const double *__restrict im) {
     V8 r, i;
     Load8(re, r);
     Load8(im, i);
-    Store8(dst, __builtin_shuffle(r, i, I8{0, 8, 1, 9, 2, 10, 3, 11}));
-    Store8(dst + 64, __builtin_shuffle(r, i, I8{4, 12, 5, 13, 6, 14, 7, 15}));
+    Store8(dst, __builtin_shufflevector(r, i, 0, 8, 1, 9, 2, 10, 3, 11));
+    Store8(dst + 64, __builtin_shufflevector(r, i, 4, 12, 5, 13, 6, 14, 7, 15));
 }
 
 // Lane l to and from element kLanes - 1 - l, the imaginary part times imSign.
@@ -425,16 +420,16 @@ RZ_FORCE_INLINE void StoreLanesReversed(uint8_t *dst, const double *__restrict r
     Load8(re, r);
     Load8(im, i);
     i *= imSign;
-    Store8(dst, __builtin_shuffle(r, i, I8{7, 15, 6, 14, 5, 13, 4, 12}));
-    Store8(dst + 64, __builtin_shuffle(r, i, I8{3, 11, 2, 10, 1, 9, 0, 8}));
+    Store8(dst, __builtin_shufflevector(r, i, 7, 15, 6, 14, 5, 13, 4, 12));
+    Store8(dst + 64, __builtin_shufflevector(r, i, 3, 11, 2, 10, 1, 9, 0, 8));
 }
 
 RZ_FORCE_INLINE void LoadLanesReversed(const uint8_t *src, double *__restrict re, double *__restrict im) {
     V8 a, b;
     Load8(src, a);
     Load8(src + 64, b);
-    Store8(re, __builtin_shuffle(a, b, I8{14, 12, 10, 8, 6, 4, 2, 0}));
-    Store8(im, __builtin_shuffle(a, b, I8{15, 13, 11, 9, 7, 5, 3, 1}));
+    Store8(re, __builtin_shufflevector(a, b, 14, 12, 10, 8, 6, 4, 2, 0));
+    Store8(im, __builtin_shufflevector(a, b, 15, 13, 11, 9, 7, 5, 3, 1));
 }
 
 // Component::apply on kLanes elements, for one kind known at compile time
@@ -463,67 +458,50 @@ RZ_FORCE_INLINE void ApplyLanes(const Component &comp, double *__restrict re, do
 }
 
 // 8 x 8 blocks of doubles between rows and lanes: dst[c * ds + r] =
-// src[r * ss + c]. With AVX-512, three rounds of shuffles in registers;
-// elsewhere element by element. The choice is made once per call.
-using TransposeFn = void (*)(const double *, size_t, double *, size_t);
-
-void Transpose8Plain(const double *src, size_t ss, double *dst, size_t ds) {
-    for (size_t r = 0; r < 8; ++r)
-        for (size_t c = 0; c < 8; ++c) dst[c * ds + r] = src[r * ss + c];
-}
-
-#if defined(__GNUC__) && defined(__x86_64__)
-// GCC 12 warns about the undefined source operands inside its own intrinsics.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wuninitialized"
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-__attribute__((target("avx512f"))) void Transpose8Avx512(const double *src, size_t ss, double *dst, size_t ds) {
-    __m512d r[8], t[8], u[8];
-    for (size_t i = 0; i < 8; ++i) r[i] = _mm512_loadu_pd(src + i * ss);
+// src[r * ss + c], in three rounds of two-vector shuffles (pairs of rows,
+// pairs of pairs, halves), inlined into the vectorised loops that use it.
+RZ_FORCE_INLINE void Transpose8(const double *src, size_t ss, double *dst, size_t ds) {
+    V8 r[8], t[8], u[8];
+#pragma GCC unroll 8
+    for (size_t i = 0; i < 8; ++i) Load8(src + i * ss, r[i]);
+#pragma GCC unroll 4
     for (size_t i = 0; i < 8; i += 2) {
-        t[i] = _mm512_unpacklo_pd(r[i], r[i + 1]);     // columns 0 2 4 6 of rows i, i + 1
-        t[i + 1] = _mm512_unpackhi_pd(r[i], r[i + 1]); // columns 1 3 5 7
+        t[i] = __builtin_shufflevector(r[i], r[i + 1], 0, 8, 2, 10, 4, 12, 6, 14);     // columns 0 2 4 6 of rows i, i + 1
+        t[i + 1] = __builtin_shufflevector(r[i], r[i + 1], 1, 9, 3, 11, 5, 13, 7, 15); // columns 1 3 5 7
     }
-    const __m512i lo = _mm512_set_epi64(13, 12, 5, 4, 9, 8, 1, 0), hi = _mm512_set_epi64(15, 14, 7, 6, 11, 10, 3, 2);
+#pragma GCC unroll 2
     for (size_t i = 0; i < 8; i += 4)
+#pragma GCC unroll 2
         for (size_t h = 0; h < 2; ++h) {
-            u[i + h] = _mm512_permutex2var_pd(t[i + h], lo, t[i + 2 + h]);     // columns h, 4 + h of four rows
-            u[i + 2 + h] = _mm512_permutex2var_pd(t[i + h], hi, t[i + 2 + h]); // columns 2 + h, 6 + h
+            u[i + h] = __builtin_shufflevector(t[i + h], t[i + 2 + h], 0, 1, 8, 9, 4, 5, 12, 13);     // columns h, 4 + h
+            u[i + 2 + h] = __builtin_shufflevector(t[i + h], t[i + 2 + h], 2, 3, 10, 11, 6, 7, 14, 15); // 2 + h, 6 + h
         }
+#pragma GCC unroll 4
     for (size_t c = 0; c < 4; ++c) {
-        _mm512_storeu_pd(dst + c * ds, _mm512_shuffle_f64x2(u[c], u[4 + c], 0x44));
-        _mm512_storeu_pd(dst + (c + 4) * ds, _mm512_shuffle_f64x2(u[c], u[4 + c], 0xEE));
+        Store8(dst + c * ds, __builtin_shufflevector(u[c], u[4 + c], 0, 1, 2, 3, 8, 9, 10, 11));
+        Store8(dst + (c + 4) * ds, __builtin_shufflevector(u[c], u[4 + c], 4, 5, 6, 7, 12, 13, 14, 15));
     }
-}
-#pragma GCC diagnostic pop
-#endif
-
-TransposeFn Transposer() {
-#if defined(__GNUC__) && defined(__x86_64__)
-    if (__builtin_cpu_supports("avx512f")) return Transpose8Avx512;
-#endif
-    return Transpose8Plain;
 }
 
 // Rows 2b (real parts) and 2b + 1 (imaginary parts), `stride` doubles
 // apart, to and from lane b, `width` elements.
-void RowsToLanes(TransposeFn transpose, const double *rows, size_t stride, int32_t width, Lanes &lanes) {
+RZ_FORCE_INLINE void RowsToLanes(const double *rows, size_t stride, int32_t width, Lanes &lanes) {
     const int32_t whole = width / kLanes * kLanes;
     for (int32_t half = 0; half < 2; ++half) {
         const double *src = rows + size_t(half) * stride;
         double *dst = half ? lanes.im : lanes.re;
-        for (int32_t x = 0; x < whole; x += kLanes) transpose(src + x, 2 * stride, dst + size_t(x) * kLanes, kLanes);
+        for (int32_t x = 0; x < whole; x += kLanes) Transpose8(src + x, 2 * stride, dst + size_t(x) * kLanes, kLanes);
         for (int32_t x = whole; x < width; ++x)
             for (int32_t b = 0; b < kLanes; ++b) dst[size_t(x) * kLanes + b] = src[2 * b * stride + x];
     }
 }
 
-void LanesToRows(TransposeFn transpose, const Lanes &lanes, int32_t width, double *rows, size_t stride) {
+RZ_FORCE_INLINE void LanesToRows(const Lanes &lanes, int32_t width, double *rows, size_t stride) {
     const int32_t whole = width / kLanes * kLanes;
     for (int32_t half = 0; half < 2; ++half) {
         const double *src = half ? lanes.im : lanes.re;
         double *dst = rows + size_t(half) * stride;
-        for (int32_t x = 0; x < whole; x += kLanes) transpose(src + size_t(x) * kLanes, kLanes, dst + x, 2 * stride);
+        for (int32_t x = 0; x < whole; x += kLanes) Transpose8(src + size_t(x) * kLanes, kLanes, dst + x, 2 * stride);
         for (int32_t x = whole; x < width; ++x)
             for (int32_t b = 0; b < kLanes; ++b) dst[2 * b * stride + x] = src[size_t(x) * kLanes + b];
     }
@@ -540,7 +518,6 @@ int32_t ForwardReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
     // they are read whole and turned into lanes in 8 x 8 blocks.
     KrnPtr<double[]> rows = KrnArray<double>(KrnCheckedSize(size_t(W), 2 * kLanes, 1));
     if (!rows) return ST_FAILURE;
-    const TransposeFn transpose = Transposer();
     for (int32_t y0 = 0; y0 < H; y0 += 2 * kLanes) {
         for (int32_t r = 0; r < 2 * kLanes; ++r) {
             double *dst = rows.get() + size_t(r) * W;
@@ -551,7 +528,7 @@ int32_t ForwardReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
             RZ_RETURN_IF_FAILED(loadRow(y0 + r, dst));
             RZ_RETURN_IF_FAILED(report(0, y0 + r + 1, H));
         }
-        RowsToLanes(transpose, rows.get(), size_t(W), W, lanes);
+        Vectorised([&]() RZ_LAMBDA_INLINE { RowsToLanes(rows.get(), size_t(W), W, lanes); });
         Transform(pw, signX, lanes);
         // Z = A + iB: A(k) = (Z(k) + conj Z(-k)) / 2, B(k) = (Z(k) - conj Z(-k)) / 2i,
         // eight elements of sixteen rows at a time.
@@ -571,7 +548,7 @@ int32_t ForwardReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
                         q[3][d * kLanes + b] = 0.5 * (wr[b] - zr[b]);
                     }
                 }
-                for (int32_t c = 0; c < 4; ++c) transpose(q[c], kLanes, t[c], kLanes);
+                for (int32_t c = 0; c < 4; ++c) Transpose8(q[c], kLanes, t[c], kLanes);
                 const size_t bytes = size_t(std::min(kLanes, Wc - k0)) * 16;
                 for (int32_t r = 0; r < nrows; ++r) {
                     const double *re = t[2 * (r % 2)] + (r / 2) * kLanes, *im = t[2 * (r % 2) + 1] + (r / 2) * kLanes;
@@ -750,7 +727,6 @@ int32_t InverseReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
     // and of the eight odd rows at a time are turned into lane vectors.
     KrnPtr<double[]> rows = KrnArray<double>(KrnCheckedSize(size_t(W), 2 * kLanes, 1));
     if (!rows) return ST_FAILURE;
-    const TransposeFn transpose = Transposer();
     const int32_t lastMirrored = W - Wc; // Z(W - u) for 1 <= u <= W - Wc
     for (int32_t y0 = 0; y0 < H; y0 += 2 * kLanes) {
         const double *even = C + size_t(y0) * stride, *odd = even + stride;
@@ -758,8 +734,8 @@ int32_t InverseReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
         Vectorised([&]() RZ_LAMBDA_INLINE {
             for (int32_t u0 = 0; u0 < whole; u0 += 4) {
                 alignas(64) double e[kLanes * kLanes], o[kLanes * kLanes];
-                transpose(even + 2 * u0, 2 * stride, e, kLanes);
-                transpose(odd + 2 * u0, 2 * stride, o, kLanes);
+                Transpose8(even + 2 * u0, 2 * stride, e, kLanes);
+                Transpose8(odd + 2 * u0, 2 * stride, o, kLanes);
                 for (int32_t k = 0; k < 4; ++k) {
                     const int32_t u = u0 + k;
                     const double *__restrict er = e + 2 * k * kLanes, *__restrict ei = er + kLanes;
@@ -787,7 +763,7 @@ int32_t InverseReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
         const size_t dstStride = sink ? size_t(W) : stride;
         const int32_t nrows = std::min(2 * kLanes, H - y0);
         if (nrows == 2 * kLanes) {
-            LanesToRows(transpose, lanes, W, dst, dstStride);
+            Vectorised([&]() RZ_LAMBDA_INLINE { LanesToRows(lanes, W, dst, dstStride); });
         } else {
             for (int32_t r = 0; r < nrows; ++r) {
                 const double *src = (r % 2 ? lanes.im : lanes.re) + r / 2;
