@@ -28,13 +28,15 @@ int32_t Plan::init(int32_t length) {
     stages = 0;
     int32_t rest = length;
     // Powers of two as radix 8 and at most two stages of 4 (a 2 only alone):
-    // 1024 = 8 8 4 4, 4096 = 8 8 8 8; fewer passes over the lanes.
+    // 1024 = 4 4 8 8, 4096 = 8 8 8 8; fewer passes over the lanes. The 4s
+    // go first, where each butterfly has its own twiddles and radix 8 would
+    // load seven of them for every vector.
     int32_t twos = 0;
     while (rest % 2 == 0) ++twos, rest /= 2;
     int32_t fours = twos % 3 == 2 ? 1 : (twos % 3 == 1 && twos >= 4 ? 2 : 0);
     int32_t eights = (twos - 2 * fours) / 3;
-    for (int32_t i = 0; i < eights; ++i) radix[stages++] = 8;
     for (int32_t i = 0; i < fours; ++i) radix[stages++] = 4;
+    for (int32_t i = 0; i < eights; ++i) radix[stages++] = 8;
     if (twos - 3 * eights - 2 * fours == 1) radix[stages++] = 2;
     for (int32_t f = 3; rest > 1;) {
         if (int64_t(f) * f > rest) f = rest;
