@@ -361,7 +361,12 @@ class ColumnBlock {
     double *groupRe(int32_t g) { return data_.get() + 2 * one_ * size_t(g); }
     double *groupIm(int32_t g) { return groupRe(g) + one_; }
     double &im(int32_t c, int32_t v) { return data_[Offset(c, v) + one_]; }
-    void clear() { std::fill(data_.get(), data_.get() + one_ * 2 * size_t(groups_), 0.0); }
+    // Zeros in the groups that hold `count` columns, so that the lanes past
+    // them, transformed and dropped, are not left over from a fresh block.
+    void clear(int32_t count) {
+        const size_t used = size_t((count + kLanes - 1) / kLanes);
+        std::fill(data_.get(), data_.get() + one_ * 2 * used, 0.0);
+    }
     void transform(const Plan &plan, int32_t sign, int32_t count) {
         const size_t used = size_t(n_) * kLanes;
         for (int32_t g = 0; g * kLanes < count; ++g) {
@@ -570,7 +575,7 @@ int32_t ForwardReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
     RZ_RETURN_IF_FAILED(block.init(H));
     for (int32_t u0 = 0; u0 < Wc; u0 += block.columns()) {
         const int32_t nb = std::min(block.columns(), Wc - u0), groups = (nb + kLanes - 1) / kLanes;
-        if (nb < block.columns()) block.clear();
+        if (nb < block.columns()) block.clear(nb);
         Vectorised([&]() RZ_LAMBDA_INLINE {
             for (int32_t v = 0; v < H; ++v)
                 for (int32_t g = 0; g < groups; ++g) {
@@ -645,7 +650,7 @@ int32_t InverseReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
     };
     for (int32_t u0 = 0; u0 < Wc; u0 += block.columns()) {
         const int32_t nb = std::min(block.columns(), Wc - u0);
-        if (nb < block.columns()) block.clear();
+        if (nb < block.columns()) block.clear(nb);
         const int32_t groups = (nb + kLanes - 1) / kLanes;
         auto gather = [&](auto kind) RZ_LAMBDA_INLINE {
             for (int32_t v = 0; v < H; ++v) {
