@@ -404,39 +404,55 @@ static_assert(kLanes == 8, "the shuffles below are written for 8 lanes");
 RZ_FORCE_INLINE void Load8(const void *src, V8 &v) { std::memcpy(&v, src, sizeof v); }
 RZ_FORCE_INLINE void Store8(void *dst, const V8 &v) { std::memcpy(dst, &v, sizeof v); }
 
-RZ_FORCE_INLINE void LoadLanes(const uint8_t *src, double *__restrict re, double *__restrict im) {
+// Eight interleaved elements to and from their real and imaginary parts,
+// in order or reversed (lane l to and from element kLanes - 1 - l).
+RZ_FORCE_INLINE void Deinterleave(const uint8_t *src, V8 &re, V8 &im) {
     V8 a, b;
     Load8(src, a);
     Load8(src + 64, b);
-    Store8(re, __builtin_shufflevector(a, b, 0, 2, 4, 6, 8, 10, 12, 14));
-    Store8(im, __builtin_shufflevector(a, b, 1, 3, 5, 7, 9, 11, 13, 15));
+    re = __builtin_shufflevector(a, b, 0, 2, 4, 6, 8, 10, 12, 14);
+    im = __builtin_shufflevector(a, b, 1, 3, 5, 7, 9, 11, 13, 15);
+}
+
+RZ_FORCE_INLINE void DeinterleaveReversed(const uint8_t *src, V8 &re, V8 &im) {
+    V8 a, b;
+    Load8(src, a);
+    Load8(src + 64, b);
+    re = __builtin_shufflevector(a, b, 14, 12, 10, 8, 6, 4, 2, 0);
+    im = __builtin_shufflevector(a, b, 15, 13, 11, 9, 7, 5, 3, 1);
+}
+
+RZ_FORCE_INLINE void Interleave(uint8_t *dst, const V8 &re, const V8 &im) {
+    Store8(dst, __builtin_shufflevector(re, im, 0, 8, 1, 9, 2, 10, 3, 11));
+    Store8(dst + 64, __builtin_shufflevector(re, im, 4, 12, 5, 13, 6, 14, 7, 15));
+}
+
+RZ_FORCE_INLINE void InterleaveReversed(uint8_t *dst, const V8 &re, const V8 &im) {
+    Store8(dst, __builtin_shufflevector(re, im, 7, 15, 6, 14, 5, 13, 4, 12));
+    Store8(dst + 64, __builtin_shufflevector(re, im, 3, 11, 2, 10, 1, 9, 0, 8));
+}
+
+RZ_FORCE_INLINE void LoadLanes(const uint8_t *src, double *__restrict re, double *__restrict im) {
+    V8 r, i;
+    Deinterleave(src, r, i);
+    Store8(re, r);
+    Store8(im, i);
 }
 
 RZ_FORCE_INLINE void StoreLanes(uint8_t *dst, const double *__restrict re, const double *__restrict im) {
     V8 r, i;
     Load8(re, r);
     Load8(im, i);
-    Store8(dst, __builtin_shufflevector(r, i, 0, 8, 1, 9, 2, 10, 3, 11));
-    Store8(dst + 64, __builtin_shufflevector(r, i, 4, 12, 5, 13, 6, 14, 7, 15));
+    Interleave(dst, r, i);
 }
 
-// Lane l to and from element kLanes - 1 - l, the imaginary part times imSign.
+// The imaginary parts times imSign.
 RZ_FORCE_INLINE void StoreLanesReversed(uint8_t *dst, const double *__restrict re, const double *__restrict im,
                                         double imSign) {
     V8 r, i;
     Load8(re, r);
     Load8(im, i);
-    i *= imSign;
-    Store8(dst, __builtin_shufflevector(r, i, 7, 15, 6, 14, 5, 13, 4, 12));
-    Store8(dst + 64, __builtin_shufflevector(r, i, 3, 11, 2, 10, 1, 9, 0, 8));
-}
-
-RZ_FORCE_INLINE void LoadLanesReversed(const uint8_t *src, double *__restrict re, double *__restrict im) {
-    V8 a, b;
-    Load8(src, a);
-    Load8(src + 64, b);
-    Store8(re, __builtin_shufflevector(a, b, 14, 12, 10, 8, 6, 4, 2, 0));
-    Store8(im, __builtin_shufflevector(a, b, 15, 13, 11, 9, 7, 5, 3, 1));
+    InterleaveReversed(dst, r, i * imSign);
 }
 
 // Component::apply on kLanes elements, for one kind known at compile time
@@ -461,6 +477,20 @@ RZ_FORCE_INLINE void ApplyLanes(const Component &comp, double *__restrict re, do
         }
     } else {
         for (int32_t l = 0; l < kLanes; ++l) re[l] *= comp.inverse, im[l] *= comp.inverse;
+    }
+}
+
+template <int32_t Kind> RZ_FORCE_INLINE void ApplyLanes(const Component &comp, V8 &re, V8 &im) {
+    if constexpr (Kind == FT_BOTH) {
+        re *= comp.inverse;
+        im *= comp.inverse;
+    } else {
+        alignas(64) double r[kLanes], i[kLanes];
+        Store8(r, re);
+        Store8(i, im);
+        ApplyLanes<Kind>(comp, r, i);
+        Load8(r, re);
+        Load8(i, im);
     }
 }
 
@@ -659,16 +689,16 @@ int32_t InverseReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
                     const int32_t u = u0 + g * kLanes;
                     // Whole groups with their mirror images past W/2 go as vectors.
                     if (u >= 1 && u + kLanes <= u0 + nb && 2 * (u + kLanes - 1) < W) {
-                        double ar[kLanes], ai[kLanes], cr[kLanes], ci[kLanes];
+                        V8 ar, ai, cr, ci;
                         uint8_t *direct = in.at(u, v), *mirror = in.at(W - u - (kLanes - 1), nv);
-                        LoadLanes(direct, ar, ai);
-                        LoadLanesReversed(mirror, cr, ci);
+                        Deinterleave(direct, ar, ai);
+                        DeinterleaveReversed(mirror, cr, ci);
                         ApplyLanes<decltype(kind)::value>(comp, ar, ai);
                         ApplyLanes<decltype(kind)::value>(comp, cr, ci);
-                        StoreLanes(direct, ar, ai);
-                        StoreLanesReversed(mirror, cr, ci, 1.0);
-                        double *re = block.groupRe(g) + size_t(v) * kLanes, *im = block.groupIm(g) + size_t(v) * kLanes;
-                        for (int32_t l = 0; l < kLanes; ++l) re[l] = 0.5 * (ar[l] + cr[l]), im[l] = 0.5 * (ai[l] - ci[l]);
+                        Interleave(direct, ar, ai);
+                        InterleaveReversed(mirror, cr, ci);
+                        Store8(block.groupRe(g) + size_t(v) * kLanes, 0.5 * (ar + cr));
+                        Store8(block.groupIm(g) + size_t(v) * kLanes, 0.5 * (ai - ci));
                         continue;
                     }
                     for (int32_t c = u - u0; c < std::min(nb, u - u0 + kLanes); ++c) {
