@@ -19,10 +19,6 @@
 #include <cmath>
 #include <cstdint>
 
-#if defined(__GNUC__) && defined(__x86_64__)
-#include <immintrin.h>
-#endif
-
 namespace rz::freq {
 
 using filt::Vectorised;
@@ -32,13 +28,15 @@ int32_t Plan::init(int32_t length) {
     stages = 0;
     int32_t rest = length;
     // Powers of two as radix 8 and at most two stages of 4 (a 2 only alone):
-    // 1024 = 8 8 4 4, 4096 = 8 8 8 8; fewer passes over the lanes.
+    // 1024 = 4 4 8 8, 4096 = 8 8 8 8; fewer passes over the lanes. The 4s
+    // go first, where each butterfly has its own twiddles and radix 8 would
+    // load seven of them for every vector.
     int32_t twos = 0;
     while (rest % 2 == 0) ++twos, rest /= 2;
     int32_t fours = twos % 3 == 2 ? 1 : (twos % 3 == 1 && twos >= 4 ? 2 : 0);
     int32_t eights = (twos - 2 * fours) / 3;
-    for (int32_t i = 0; i < eights; ++i) radix[stages++] = 8;
     for (int32_t i = 0; i < fours; ++i) radix[stages++] = 4;
+    for (int32_t i = 0; i < eights; ++i) radix[stages++] = 8;
     if (twos - 3 * eights - 2 * fours == 1) radix[stages++] = 2;
     for (int32_t f = 3; rest > 1;) {
         if (int64_t(f) * f > rest) f = rest;
@@ -59,9 +57,16 @@ int32_t Plan::init(int32_t length) {
     return ST_SUCCESS;
 }
 
+// A stage reads 16 streams (8 inputs, real and imaginary) a multiple of
+// 4 KiB apart when the length is a power of two, and writes 16 more: in
+// buffers also a multiple of 4 KiB apart they would all fall in one set of
+// the first-level cache, whose 12 ways they would evict each other from.
+// Buffers skewed by 1 KiB spread them over four sets.
+constexpr size_t kSkew = 128;
+
 int32_t Lanes::init(int32_t length) {
     n = std::max(length, 1);
-    const size_t one = size_t(n) * kLanes;
+    const size_t one = size_t(n) * kLanes + kSkew;
     block = KrnArray<double>(one * 4);
     if (!block) return ST_FAILURE;
     re = block.get();
@@ -71,7 +76,10 @@ int32_t Lanes::init(int32_t length) {
     return ST_SUCCESS;
 }
 
-void Lanes::clear() { std::fill(re, re + 2 * size_t(n) * kLanes, 0.0); }
+void Lanes::clear() {
+    std::fill(re, re + size_t(n) * kLanes, 0.0);
+    std::fill(im, im + size_t(n) * kLanes, 0.0);
+}
 
 namespace {
 
@@ -340,78 +348,127 @@ class ColumnBlock {
         // Stay within a few megabytes however long the columns are.
         groups_ = int32_t(std::clamp<int64_t>((int64_t(4) << 20) / (int64_t(length) * kLanes * 16), 1, kGroups));
         RZ_RETURN_IF_FAILED(work_.init(length));
-        data_ = KrnArray<double>(size_t(length) * kLanes * 2 * size_t(groups_));
+        scratchRe_ = work_.wre, scratchIm_ = work_.wim;
+        one_ = size_t(length) * kLanes + kSkew;
+        data_ = KrnArray<double>(one_ * 2 * size_t(groups_));
         return data_ ? ST_SUCCESS : ST_FAILURE;
     }
     int32_t columns() const { return groups_ * kLanes; }
     // Element v of column c of the block.
     double &re(int32_t c, int32_t v) { return data_[Offset(c, v)]; }
     // Group g: columns 8g..8g+7, element v of them at [v * kLanes].
-    double *groupRe(int32_t g) { return data_.get() + 2 * size_t(n_) * kLanes * size_t(g); }
-    double *groupIm(int32_t g) { return groupRe(g) + size_t(n_) * kLanes; }
-    double &im(int32_t c, int32_t v) { return data_[Offset(c, v) + size_t(n_) * kLanes]; }
-    void clear() { std::fill(data_.get(), data_.get() + size_t(n_) * kLanes * 2 * size_t(groups_), 0.0); }
+    // Real and imaginary parts are skewed apart like the buffers of Lanes.
+    double *groupRe(int32_t g) { return data_.get() + 2 * one_ * size_t(g); }
+    double *groupIm(int32_t g) { return groupRe(g) + one_; }
+    double &im(int32_t c, int32_t v) { return data_[Offset(c, v) + one_]; }
+    // Zeros in the groups that hold `count` columns, so that the lanes past
+    // them, transformed and dropped, are not left over from a fresh block.
+    void clear(int32_t count) {
+        const size_t used = size_t((count + kLanes - 1) / kLanes);
+        std::fill(data_.get(), data_.get() + one_ * 2 * used, 0.0);
+    }
     void transform(const Plan &plan, int32_t sign, int32_t count) {
-        const size_t one = size_t(n_) * kLanes;
+        const size_t used = size_t(n_) * kLanes;
         for (int32_t g = 0; g * kLanes < count; ++g) {
-            double *re = data_.get() + 2 * one * size_t(g), *im = re + one;
+            double *re = groupRe(g), *im = groupIm(g);
             work_.re = re, work_.im = im;
-            work_.wre = work_.block.get(), work_.wim = work_.wre + one;
+            work_.wre = scratchRe_, work_.wim = scratchIm_;
             Transform(plan, sign, work_);
             if (work_.re != re) {
-                std::copy(work_.re, work_.re + one, re);
-                std::copy(work_.im, work_.im + one, im);
+                std::copy(work_.re, work_.re + used, re);
+                std::copy(work_.im, work_.im + used, im);
             }
         }
     }
 
   private:
     size_t Offset(int32_t c, int32_t v) const {
-        return 2 * size_t(n_) * kLanes * size_t(c / kLanes) + size_t(v) * kLanes + size_t(c % kLanes);
+        return 2 * one_ * size_t(c / kLanes) + size_t(v) * kLanes + size_t(c % kLanes);
     }
     Lanes work_;
+    double *scratchRe_ = nullptr, *scratchIm_ = nullptr;
     KrnPtr<double[]> data_;
+    size_t one_ = 0; // doubles from a group's real parts to its imaginary parts
     int32_t n_ = 0, groups_ = 1;
 };
 
 
 // kLanes adjacent elements of an array row to and from lane vectors; these
 // and the loops around them are what keeps the column passes from being
-// bound by single-element copies.
+// bound by single-element copies. Written as whole-vector shuffles (the
+// compiler's generic vectors, lowered to what each build's target has),
+// which element loops left to the compiler did not become.
+using V8 = double __attribute__((vector_size(64)));
+static_assert(kLanes == 8, "the shuffles below are written for 8 lanes");
+
+RZ_FORCE_INLINE void Load8(const void *src, V8 &v) { std::memcpy(&v, src, sizeof v); }
+RZ_FORCE_INLINE void Store8(void *dst, const V8 &v) { std::memcpy(dst, &v, sizeof v); }
+
+// Eight interleaved elements to and from their real and imaginary parts,
+// in order or reversed (lane l to and from element kLanes - 1 - l).
+RZ_FORCE_INLINE void Deinterleave(const uint8_t *src, V8 &re, V8 &im) {
+    V8 a, b;
+    Load8(src, a);
+    Load8(src + 64, b);
+    re = __builtin_shufflevector(a, b, 0, 2, 4, 6, 8, 10, 12, 14);
+    im = __builtin_shufflevector(a, b, 1, 3, 5, 7, 9, 11, 13, 15);
+}
+
+RZ_FORCE_INLINE void DeinterleaveReversed(const uint8_t *src, V8 &re, V8 &im) {
+    V8 a, b;
+    Load8(src, a);
+    Load8(src + 64, b);
+    re = __builtin_shufflevector(a, b, 14, 12, 10, 8, 6, 4, 2, 0);
+    im = __builtin_shufflevector(a, b, 15, 13, 11, 9, 7, 5, 3, 1);
+}
+
+RZ_FORCE_INLINE void Interleave(uint8_t *dst, const V8 &re, const V8 &im) {
+    Store8(dst, __builtin_shufflevector(re, im, 0, 8, 1, 9, 2, 10, 3, 11));
+    Store8(dst + 64, __builtin_shufflevector(re, im, 4, 12, 5, 13, 6, 14, 7, 15));
+}
+
+RZ_FORCE_INLINE void InterleaveReversed(uint8_t *dst, const V8 &re, const V8 &im) {
+    Store8(dst, __builtin_shufflevector(re, im, 7, 15, 6, 14, 5, 13, 4, 12));
+    Store8(dst + 64, __builtin_shufflevector(re, im, 3, 11, 2, 10, 1, 9, 0, 8));
+}
+
 RZ_FORCE_INLINE void LoadLanes(const uint8_t *src, double *__restrict re, double *__restrict im) {
-    double t[2 * kLanes];
-    std::memcpy(t, src, sizeof t);
-    for (int32_t l = 0; l < kLanes; ++l) re[l] = t[2 * l], im[l] = t[2 * l + 1];
+    V8 r, i;
+    Deinterleave(src, r, i);
+    Store8(re, r);
+    Store8(im, i);
 }
 
 RZ_FORCE_INLINE void StoreLanes(uint8_t *dst, const double *__restrict re, const double *__restrict im) {
-    double t[2 * kLanes];
-    for (int32_t l = 0; l < kLanes; ++l) t[2 * l] = re[l], t[2 * l + 1] = im[l];
-    std::memcpy(dst, t, sizeof t);
+    V8 r, i;
+    Load8(re, r);
+    Load8(im, i);
+    Interleave(dst, r, i);
 }
 
-// Lane l to and from element kLanes - 1 - l, the imaginary part times imSign.
+// The imaginary parts times imSign.
 RZ_FORCE_INLINE void StoreLanesReversed(uint8_t *dst, const double *__restrict re, const double *__restrict im,
                                         double imSign) {
-    double t[2 * kLanes];
-    for (int32_t l = 0; l < kLanes; ++l) t[2 * (kLanes - 1 - l)] = re[l], t[2 * (kLanes - 1 - l) + 1] = imSign * im[l];
-    std::memcpy(dst, t, sizeof t);
+    V8 r, i;
+    Load8(re, r);
+    Load8(im, i);
+    InterleaveReversed(dst, r, i * imSign);
 }
 
-RZ_FORCE_INLINE void LoadLanesReversed(const uint8_t *src, double *__restrict re, double *__restrict im) {
-    double t[2 * kLanes];
-    std::memcpy(t, src, sizeof t);
-    for (int32_t l = 0; l < kLanes; ++l) re[l] = t[2 * (kLanes - 1 - l)], im[l] = t[2 * (kLanes - 1 - l) + 1];
-}
+// Component::apply on kLanes elements, for one kind known at compile time
+// (a kind chosen inside the loop kept it scalar).
+template <int32_t Kind> struct KindIs {
+    static constexpr int32_t value = Kind;
+};
 
-// Component::apply on kLanes elements, the kind chosen once.
+template <int32_t Kind>
 RZ_FORCE_INLINE void ApplyLanes(const Component &comp, double *__restrict re, double *__restrict im) {
-    if (comp.kind == FT_MAGNITUDE) {
+    if constexpr (Kind == FT_MAGNITUDE) {
         for (int32_t l = 0; l < kLanes; ++l) {
             re[l] = std::sqrt(re[l] * re[l] + im[l] * im[l]) * comp.inverse;
             im[l] = 0.0;
         }
-    } else if (comp.kind == FT_PHASE) {
+    } else if constexpr (Kind == FT_PHASE) {
         for (int32_t l = 0; l < kLanes; ++l) {
             const double m = std::sqrt(re[l] * re[l] + im[l] * im[l]);
             const double f = 1.0 / (m * comp.count);
@@ -423,68 +480,65 @@ RZ_FORCE_INLINE void ApplyLanes(const Component &comp, double *__restrict re, do
     }
 }
 
+template <int32_t Kind> RZ_FORCE_INLINE void ApplyLanes(const Component &comp, V8 &re, V8 &im) {
+    if constexpr (Kind == FT_BOTH) {
+        re *= comp.inverse;
+        im *= comp.inverse;
+    } else {
+        alignas(64) double r[kLanes], i[kLanes];
+        Store8(r, re);
+        Store8(i, im);
+        ApplyLanes<Kind>(comp, r, i);
+        Load8(r, re);
+        Load8(i, im);
+    }
+}
+
 // 8 x 8 blocks of doubles between rows and lanes: dst[c * ds + r] =
-// src[r * ss + c]. With AVX-512, three rounds of shuffles in registers;
-// elsewhere element by element. The choice is made once per call.
-using TransposeFn = void (*)(const double *, size_t, double *, size_t);
-
-void Transpose8Plain(const double *src, size_t ss, double *dst, size_t ds) {
-    for (size_t r = 0; r < 8; ++r)
-        for (size_t c = 0; c < 8; ++c) dst[c * ds + r] = src[r * ss + c];
-}
-
-#if defined(__GNUC__) && defined(__x86_64__)
-// GCC 12 warns about the undefined source operands inside its own intrinsics.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wuninitialized"
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-__attribute__((target("avx512f"))) void Transpose8Avx512(const double *src, size_t ss, double *dst, size_t ds) {
-    __m512d r[8], t[8], u[8];
-    for (size_t i = 0; i < 8; ++i) r[i] = _mm512_loadu_pd(src + i * ss);
+// src[r * ss + c], in three rounds of two-vector shuffles (pairs of rows,
+// pairs of pairs, halves), inlined into the vectorised loops that use it.
+RZ_FORCE_INLINE void Transpose8(const double *src, size_t ss, double *dst, size_t ds) {
+    V8 r[8], t[8], u[8];
+#pragma GCC unroll 8
+    for (size_t i = 0; i < 8; ++i) Load8(src + i * ss, r[i]);
+#pragma GCC unroll 4
     for (size_t i = 0; i < 8; i += 2) {
-        t[i] = _mm512_unpacklo_pd(r[i], r[i + 1]);     // columns 0 2 4 6 of rows i, i + 1
-        t[i + 1] = _mm512_unpackhi_pd(r[i], r[i + 1]); // columns 1 3 5 7
+        t[i] = __builtin_shufflevector(r[i], r[i + 1], 0, 8, 2, 10, 4, 12, 6, 14);     // columns 0 2 4 6 of rows i, i + 1
+        t[i + 1] = __builtin_shufflevector(r[i], r[i + 1], 1, 9, 3, 11, 5, 13, 7, 15); // columns 1 3 5 7
     }
-    const __m512i lo = _mm512_set_epi64(13, 12, 5, 4, 9, 8, 1, 0), hi = _mm512_set_epi64(15, 14, 7, 6, 11, 10, 3, 2);
+#pragma GCC unroll 2
     for (size_t i = 0; i < 8; i += 4)
+#pragma GCC unroll 2
         for (size_t h = 0; h < 2; ++h) {
-            u[i + h] = _mm512_permutex2var_pd(t[i + h], lo, t[i + 2 + h]);     // columns h, 4 + h of four rows
-            u[i + 2 + h] = _mm512_permutex2var_pd(t[i + h], hi, t[i + 2 + h]); // columns 2 + h, 6 + h
+            u[i + h] = __builtin_shufflevector(t[i + h], t[i + 2 + h], 0, 1, 8, 9, 4, 5, 12, 13);     // columns h, 4 + h
+            u[i + 2 + h] = __builtin_shufflevector(t[i + h], t[i + 2 + h], 2, 3, 10, 11, 6, 7, 14, 15); // 2 + h, 6 + h
         }
+#pragma GCC unroll 4
     for (size_t c = 0; c < 4; ++c) {
-        _mm512_storeu_pd(dst + c * ds, _mm512_shuffle_f64x2(u[c], u[4 + c], 0x44));
-        _mm512_storeu_pd(dst + (c + 4) * ds, _mm512_shuffle_f64x2(u[c], u[4 + c], 0xEE));
+        Store8(dst + c * ds, __builtin_shufflevector(u[c], u[4 + c], 0, 1, 2, 3, 8, 9, 10, 11));
+        Store8(dst + (c + 4) * ds, __builtin_shufflevector(u[c], u[4 + c], 4, 5, 6, 7, 12, 13, 14, 15));
     }
-}
-#pragma GCC diagnostic pop
-#endif
-
-TransposeFn Transposer() {
-#if defined(__GNUC__) && defined(__x86_64__)
-    if (__builtin_cpu_supports("avx512f")) return Transpose8Avx512;
-#endif
-    return Transpose8Plain;
 }
 
 // Rows 2b (real parts) and 2b + 1 (imaginary parts), `stride` doubles
 // apart, to and from lane b, `width` elements.
-void RowsToLanes(TransposeFn transpose, const double *rows, size_t stride, int32_t width, Lanes &lanes) {
+RZ_FORCE_INLINE void RowsToLanes(const double *rows, size_t stride, int32_t width, Lanes &lanes) {
     const int32_t whole = width / kLanes * kLanes;
     for (int32_t half = 0; half < 2; ++half) {
         const double *src = rows + size_t(half) * stride;
         double *dst = half ? lanes.im : lanes.re;
-        for (int32_t x = 0; x < whole; x += kLanes) transpose(src + x, 2 * stride, dst + size_t(x) * kLanes, kLanes);
+        for (int32_t x = 0; x < whole; x += kLanes) Transpose8(src + x, 2 * stride, dst + size_t(x) * kLanes, kLanes);
         for (int32_t x = whole; x < width; ++x)
             for (int32_t b = 0; b < kLanes; ++b) dst[size_t(x) * kLanes + b] = src[2 * b * stride + x];
     }
 }
 
-void LanesToRows(TransposeFn transpose, const Lanes &lanes, int32_t width, double *rows, size_t stride) {
+RZ_FORCE_INLINE void LanesToRows(const Lanes &lanes, int32_t width, double *rows, size_t stride) {
     const int32_t whole = width / kLanes * kLanes;
     for (int32_t half = 0; half < 2; ++half) {
         const double *src = half ? lanes.im : lanes.re;
         double *dst = rows + size_t(half) * stride;
-        for (int32_t x = 0; x < whole; x += kLanes) transpose(src + size_t(x) * kLanes, kLanes, dst + x, 2 * stride);
+        for (int32_t x = 0; x < whole; x += kLanes) Transpose8(src + size_t(x) * kLanes, kLanes, dst + x, 2 * stride);
         for (int32_t x = whole; x < width; ++x)
             for (int32_t b = 0; b < kLanes; ++b) dst[2 * b * stride + x] = src[size_t(x) * kLanes + b];
     }
@@ -501,7 +555,6 @@ int32_t ForwardReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
     // they are read whole and turned into lanes in 8 x 8 blocks.
     KrnPtr<double[]> rows = KrnArray<double>(KrnCheckedSize(size_t(W), 2 * kLanes, 1));
     if (!rows) return ST_FAILURE;
-    const TransposeFn transpose = Transposer();
     for (int32_t y0 = 0; y0 < H; y0 += 2 * kLanes) {
         for (int32_t r = 0; r < 2 * kLanes; ++r) {
             double *dst = rows.get() + size_t(r) * W;
@@ -512,7 +565,7 @@ int32_t ForwardReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
             RZ_RETURN_IF_FAILED(loadRow(y0 + r, dst));
             RZ_RETURN_IF_FAILED(report(0, y0 + r + 1, H));
         }
-        RowsToLanes(transpose, rows.get(), size_t(W), W, lanes);
+        Vectorised([&]() RZ_LAMBDA_INLINE { RowsToLanes(rows.get(), size_t(W), W, lanes); });
         Transform(pw, signX, lanes);
         // Z = A + iB: A(k) = (Z(k) + conj Z(-k)) / 2, B(k) = (Z(k) - conj Z(-k)) / 2i,
         // eight elements of sixteen rows at a time.
@@ -532,7 +585,7 @@ int32_t ForwardReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
                         q[3][d * kLanes + b] = 0.5 * (wr[b] - zr[b]);
                     }
                 }
-                for (int32_t c = 0; c < 4; ++c) transpose(q[c], kLanes, t[c], kLanes);
+                for (int32_t c = 0; c < 4; ++c) Transpose8(q[c], kLanes, t[c], kLanes);
                 const size_t bytes = size_t(std::min(kLanes, Wc - k0)) * 16;
                 for (int32_t r = 0; r < nrows; ++r) {
                     const double *re = t[2 * (r % 2)] + (r / 2) * kLanes, *im = t[2 * (r % 2) + 1] + (r / 2) * kLanes;
@@ -552,7 +605,7 @@ int32_t ForwardReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
     RZ_RETURN_IF_FAILED(block.init(H));
     for (int32_t u0 = 0; u0 < Wc; u0 += block.columns()) {
         const int32_t nb = std::min(block.columns(), Wc - u0), groups = (nb + kLanes - 1) / kLanes;
-        if (nb < block.columns()) block.clear();
+        if (nb < block.columns()) block.clear(nb);
         Vectorised([&]() RZ_LAMBDA_INLINE {
             for (int32_t v = 0; v < H; ++v)
                 for (int32_t g = 0; g < groups; ++g) {
@@ -601,13 +654,15 @@ int32_t InverseReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
     // row by row; the other columns are their conjugates. Row y of the real
     // result later takes the place of row y here (W doubles in W/2 + 1 complex).
     const size_t stride = size_t(Wc) * 2;
-    // One more row, of zeros, pairs with the last row of an odd height.
-    out.data = KrnArray<double>(KrnCheckedSize(stride, size_t(H) + 1, 1));
+    // Rows of zeros up to a multiple of sixteen complete the last group of
+    // the row pass (and pair with the last row of an odd height).
+    const size_t rowsC = (size_t(H) + 2 * kLanes - 1) / (2 * kLanes) * (2 * kLanes);
+    out.data = KrnArray<double>(KrnCheckedSize(stride, rowsC, 1));
     if (!out.data) return ST_FAILURE;
-    AdviseLargeBlock(out.data.get(), (size_t(H) + 1) * stride * sizeof(double), true);
+    AdviseLargeBlock(out.data.get(), rowsC * stride * sizeof(double), true);
     out.stride = stride;
     double *C = out.data.get();
-    std::fill(C + size_t(H) * stride, C + size_t(H + 1) * stride, 0.0);
+    std::fill(C + size_t(H) * stride, C + rowsC * stride, 0.0);
 
     ColumnBlock block;
     RZ_RETURN_IF_FAILED(block.init(H));
@@ -625,25 +680,25 @@ int32_t InverseReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
     };
     for (int32_t u0 = 0; u0 < Wc; u0 += block.columns()) {
         const int32_t nb = std::min(block.columns(), Wc - u0);
-        if (nb < block.columns()) block.clear();
+        if (nb < block.columns()) block.clear(nb);
         const int32_t groups = (nb + kLanes - 1) / kLanes;
-        Vectorised([&]() RZ_LAMBDA_INLINE {
+        auto gather = [&](auto kind) RZ_LAMBDA_INLINE {
             for (int32_t v = 0; v < H; ++v) {
                 const int32_t nv = v == 0 ? 0 : H - v;
                 for (int32_t g = 0; g < groups; ++g) {
                     const int32_t u = u0 + g * kLanes;
                     // Whole groups with their mirror images past W/2 go as vectors.
                     if (u >= 1 && u + kLanes <= u0 + nb && 2 * (u + kLanes - 1) < W) {
-                        double ar[kLanes], ai[kLanes], cr[kLanes], ci[kLanes];
+                        V8 ar, ai, cr, ci;
                         uint8_t *direct = in.at(u, v), *mirror = in.at(W - u - (kLanes - 1), nv);
-                        LoadLanes(direct, ar, ai);
-                        LoadLanesReversed(mirror, cr, ci);
-                        ApplyLanes(comp, ar, ai);
-                        ApplyLanes(comp, cr, ci);
-                        StoreLanes(direct, ar, ai);
-                        StoreLanesReversed(mirror, cr, ci, 1.0);
-                        double *re = block.groupRe(g) + size_t(v) * kLanes, *im = block.groupIm(g) + size_t(v) * kLanes;
-                        for (int32_t l = 0; l < kLanes; ++l) re[l] = 0.5 * (ar[l] + cr[l]), im[l] = 0.5 * (ai[l] - ci[l]);
+                        Deinterleave(direct, ar, ai);
+                        DeinterleaveReversed(mirror, cr, ci);
+                        ApplyLanes<decltype(kind)::value>(comp, ar, ai);
+                        ApplyLanes<decltype(kind)::value>(comp, cr, ci);
+                        Interleave(direct, ar, ai);
+                        InterleaveReversed(mirror, cr, ci);
+                        Store8(block.groupRe(g) + size_t(v) * kLanes, 0.5 * (ar + cr));
+                        Store8(block.groupIm(g) + size_t(v) * kLanes, 0.5 * (ai - ci));
                         continue;
                     }
                     for (int32_t c = u - u0; c < std::min(nb, u - u0 + kLanes); ++c) {
@@ -662,6 +717,14 @@ int32_t InverseReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
                     }
                 }
             }
+        };
+        Vectorised([&]() RZ_LAMBDA_INLINE {
+            if (comp.kind == FT_MAGNITUDE)
+                gather(KindIs<FT_MAGNITUDE>());
+            else if (comp.kind == FT_PHASE)
+                gather(KindIs<FT_PHASE>());
+            else
+                gather(KindIs<FT_BOTH>());
         });
         for (int32_t u = u0; u < u0 + nb; ++u)
             if (selfMirrored(u)) scaleColumn(u);
@@ -695,37 +758,49 @@ int32_t InverseReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
     }
 
     // Rows y1, y2 are conjugate-symmetric in u, so C1 + i C2 transforms to
-    // c1 + i c2 with both real. Sixteen rows at a time are unfolded into
-    // whole complex rows and moved to the lanes in 8 x 8 blocks.
+    // c1 + i c2 with both real. Rows y0 + 2b and y0 + 2b + 1 make lane b:
+    // Z(u) = C1(u) + i C2(u) for u <= W/2 and, by the symmetry,
+    // Z(W - u) = conj C1(u) + i conj C2(u). Four elements of the eight even
+    // and of the eight odd rows at a time are turned into lane vectors.
     KrnPtr<double[]> rows = KrnArray<double>(KrnCheckedSize(size_t(W), 2 * kLanes, 1));
     if (!rows) return ST_FAILURE;
-    const TransposeFn transpose = Transposer();
+    const int32_t lastMirrored = W - Wc; // Z(W - u) for 1 <= u <= W - Wc
     for (int32_t y0 = 0; y0 < H; y0 += 2 * kLanes) {
+        const double *even = C + size_t(y0) * stride, *odd = even + stride;
+        const int32_t whole = Wc / 4 * 4;
         Vectorised([&]() RZ_LAMBDA_INLINE {
-            for (int32_t b = 0; b < kLanes; ++b) {
-                const int32_t y1 = std::min(y0 + 2 * b, H), y2 = std::min(y0 + 2 * b + 1, H);
-                const double *__restrict r1 = C + size_t(y1) * stride, *__restrict r2 = C + size_t(y2) * stride;
-                double *__restrict re = rows.get() + size_t(2 * b) * W, *__restrict im = re + W;
-                for (int32_t u = 0; u < Wc; ++u) {
-                    re[u] = r1[2 * u] - r2[2 * u + 1];
-                    im[u] = r1[2 * u + 1] + r2[2 * u];
-                }
-                // C(W - k) = conj C(k).
-                for (int32_t u = Wc; u < W; ++u) {
-                    const int32_t k = W - u;
-                    re[u] = r1[2 * k] + r2[2 * k + 1];
-                    im[u] = r2[2 * k] - r1[2 * k + 1];
+            for (int32_t u0 = 0; u0 < whole; u0 += 4) {
+                alignas(64) double e[kLanes * kLanes], o[kLanes * kLanes];
+                Transpose8(even + 2 * u0, 2 * stride, e, kLanes);
+                Transpose8(odd + 2 * u0, 2 * stride, o, kLanes);
+                for (int32_t k = 0; k < 4; ++k) {
+                    const int32_t u = u0 + k;
+                    const double *__restrict er = e + 2 * k * kLanes, *__restrict ei = er + kLanes;
+                    const double *__restrict orr = o + 2 * k * kLanes, *__restrict oi = orr + kLanes;
+                    double *__restrict zr = lanes.re + size_t(u) * kLanes, *__restrict zi = lanes.im + size_t(u) * kLanes;
+                    for (int32_t b = 0; b < kLanes; ++b) zr[b] = er[b] - oi[b], zi[b] = ei[b] + orr[b];
+                    if (u < 1 || u > lastMirrored) continue;
+                    double *__restrict mr = lanes.re + size_t(W - u) * kLanes, *__restrict mi = lanes.im + size_t(W - u) * kLanes;
+                    for (int32_t b = 0; b < kLanes; ++b) mr[b] = er[b] + oi[b], mi[b] = orr[b] - ei[b];
                 }
             }
         });
-        RowsToLanes(transpose, rows.get(), size_t(W), W, lanes);
+        for (int32_t u = whole; u < Wc; ++u)
+            for (int32_t b = 0; b < kLanes; ++b) {
+                const double *r1 = even + 2 * size_t(b) * stride + 2 * size_t(u), *r2 = r1 + stride;
+                lanes.re[size_t(u) * kLanes + b] = r1[0] - r2[1];
+                lanes.im[size_t(u) * kLanes + b] = r1[1] + r2[0];
+                if (u < 1 || u > lastMirrored) continue;
+                lanes.re[size_t(W - u) * kLanes + b] = r1[0] + r2[1];
+                lanes.im[size_t(W - u) * kLanes + b] = r2[0] - r1[1];
+            }
         Transform(pw, signX, lanes);
         // The real rows replace their spectrum rows, or go to the sink.
         double *dst = sink ? rows.get() : C + size_t(y0) * stride;
         const size_t dstStride = sink ? size_t(W) : stride;
         const int32_t nrows = std::min(2 * kLanes, H - y0);
         if (nrows == 2 * kLanes) {
-            LanesToRows(transpose, lanes, W, dst, dstStride);
+            Vectorised([&]() RZ_LAMBDA_INLINE { LanesToRows(lanes, W, dst, dstStride); });
         } else {
             for (int32_t r = 0; r < nrows; ++r) {
                 const double *src = (r % 2 ? lanes.im : lanes.re) + r / 2;

@@ -24,8 +24,8 @@ constexpr double kPi = 3.1415926535;
 // so every butterfly is a loop over contiguous lanes.
 constexpr int32_t kLanes = 8;
 
-// A one-dimensional transform of length n: its factors (4 first, then 2,
-// then odd primes) and the table cos, sin(2 pi j / n), j < n.
+// A one-dimensional transform of length n: its factors (4s, 8s, a 2, then
+// odd primes) and the table cos, sin(2 pi j / n), j < n.
 struct Plan {
     int32_t n = 0;
     int32_t radix[64] = {};
