@@ -1,7 +1,8 @@
 // The frame's speed in one run, on 4096 x 4096 bitmaps, one thread:
 //  - every row of each view read and written through the row context (as
 //    operations do), against the same in view 1: 8-bit grey, 16-bit grey,
-//    24-bit and 48-bit colour;
+//    24-bit and 48-bit colour; and, to show where a view 5 pass spends its
+//    time, the kernel's band reads and writes alone;
 //  - Rz_GaussianFilterBitmap at radius 20 and 100 against cv::GaussianBlur
 //    (same sigma and taps, replicated borders) on 8-bit grey and 24-bit;
 //  - the point operations (Rz_ChangeBitmapIntensity, Rz_InvertBitmap)
@@ -19,6 +20,7 @@
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -77,6 +79,31 @@ void Rows(benchmark::State &state, const Layout &l, int32_t view) {
         }
         if (st != 1) return Fail(state, st);
         ctx.reset();
+        benchmark::ClobberMemory();
+    }
+    KrnChangeViewPerspective(nullptr, d, BITMAPDESC_SIZE, 1, 0);
+}
+
+// The parts of a view 5 pass: the band transposes alone (every band read,
+// or read and written back), without the row context's copies.
+enum class BandPass { Get, GetPut };
+void Bands(benchmark::State &state, const Layout &l, BandPass pass) {
+    Image &img = Shared(l);
+    BitmapDesc *d = img.desc();
+    if (KrnChangeViewPerspective(nullptr, d, BITMAPDESC_SIZE, 5, 0) != KRN_OK) std::abort();
+    const uint32_t e = uint32_t(l.bits / 8), rowBytes = uint32_t(d->nWidth) * e;
+    int32_t rows = 8; // as the row context picks them
+    while (rows * e < 256 || rows * e % 64 != 0) rows += 8;
+    const size_t stride = (rowBytes + 63) / 64 * 64 + 64;
+    std::vector<uint8_t> band(size_t(rows) * stride);
+    for (auto _ : state) {
+        for (int32_t top = 0; top < d->nHeight; top += rows) {
+            const int32_t n = std::min(rows, d->nHeight - top);
+            int32_t st = KrnGetBitmapRows(d, band.data(), stride, top, n, 0, rowBytes);
+            if (st == KRN_OK && pass == BandPass::GetPut)
+                st = KrnPutBitmapRows(d, band.data(), stride, top, n, 0, rowBytes, nullptr, 0, nullptr, KRN_PUT_NORMAL);
+            if (st != KRN_OK) return Fail(state, st);
+        }
         benchmark::ClobberMemory();
     }
     KrnChangeViewPerspective(nullptr, d, BITMAPDESC_SIZE, 1, 0);
@@ -175,6 +202,13 @@ void Register(std::vector<Ratio> &ratios) {
                 ratios.push_back({"rows " + n + " view " + std::to_string(v) + " / view 1",
                                   "rows/" + n + "/view" + std::to_string(v), "rows/" + n + "/view1", v >= 5 ? 2.0 : 0});
         }
+    }
+    for (const Layout &l : kLayouts) {
+        const std::string n = l.name;
+        add("bands/" + n + "/get", Bands, l, BandPass::Get);
+        add("bands/" + n + "/getput", Bands, l, BandPass::GetPut);
+        ratios.push_back({"band reads " + n + " / view 5 rows", "bands/" + n + "/get", "rows/" + n + "/view5", 0});
+        ratios.push_back({"band reads+writes " + n + " / view 5 rows", "bands/" + n + "/getput", "rows/" + n + "/view5", 0});
     }
     for (const Layout &l : {kLayouts[0], kLayouts[2]}) {
         const std::string n = l.name;
