@@ -699,8 +699,30 @@ int32_t InverseReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
                     const int32_t u = u0 + g * kLanes;
                     // Whole groups with their mirror images past W/2 go as vectors.
                     if (u >= 1 && u + kLanes <= u0 + nb && 2 * (u + kLanes - 1) < W) {
-                        V8 ar, ai, cr, ci;
                         uint8_t *direct = in.at(u, v), *mirror = in.at(W - u - (kLanes - 1), nv);
+                        if constexpr (decltype(kind)::value == FT_BOTH) {
+                            // A plain scaling needs no lanes: the elements are scaled
+                            // as they lie and the mirror images reversed in place.
+                            V8 a0, a1, m0, m1;
+                            Load8(direct, a0);
+                            Load8(direct + 64, a1);
+                            Load8(mirror, m0);
+                            Load8(mirror + 64, m1);
+                            a0 *= comp.inverse, a1 *= comp.inverse, m0 *= comp.inverse, m1 *= comp.inverse;
+                            Store8(direct, a0);
+                            Store8(direct + 64, a1);
+                            Store8(mirror, m0);
+                            Store8(mirror + 64, m1);
+                            const V8 conj = {1.0, -1.0, 1.0, -1.0, 1.0, -1.0, 1.0, -1.0};
+                            const V8 s0 = a0 + conj * __builtin_shufflevector(m1, m1, 6, 7, 4, 5, 2, 3, 0, 1);
+                            const V8 s1 = a1 + conj * __builtin_shufflevector(m0, m0, 6, 7, 4, 5, 2, 3, 0, 1);
+                            Store8(block.groupRe(g) + size_t(v) * kLanes,
+                                   0.5 * __builtin_shufflevector(s0, s1, 0, 2, 4, 6, 8, 10, 12, 14));
+                            Store8(block.groupIm(g) + size_t(v) * kLanes,
+                                   0.5 * __builtin_shufflevector(s0, s1, 1, 3, 5, 7, 9, 11, 13, 15));
+                            continue;
+                        }
+                        V8 ar, ai, cr, ci;
                         Deinterleave(direct, ar, ai);
                         DeinterleaveReversed(mirror, cr, ci);
                         ApplyLanes<decltype(kind)::value>(comp, ar, ai);
