@@ -654,7 +654,7 @@ int32_t InverseReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
     // the other columns are their conjugates. They are kept as the row pass
     // reads them: rows in groups of sixteen, and in a group, element u of
     // the eight even rows' real parts, their imaginary parts, the odd rows'
-    // real and imaginary parts, eight doubles each (Slot). The group's real
+    // real and imaginary parts, eight doubles each (`slot` below). The group's real
     // rows later take its place, row y at y * stride (W doubles in W/2 + 1
     // complex).
     const size_t stride = size_t(Wc) * 2;
