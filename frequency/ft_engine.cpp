@@ -650,9 +650,13 @@ int32_t InverseReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
     const int32_t W = pw.n, H = ph.n, Wc = W / 2 + 1;
     Lanes lanes;
     RZ_RETURN_IF_FAILED(lanes.init(std::max(W, H)));
-    // Columns 0..W/2 of the column transforms of S = (X(u, v) + conj X(-u, -v)) / 2,
-    // row by row; the other columns are their conjugates. Row y of the real
-    // result later takes the place of row y here (W doubles in W/2 + 1 complex).
+    // Columns 0..W/2 of the column transforms of S = (X(u, v) + conj X(-u, -v)) / 2;
+    // the other columns are their conjugates. They are kept as the row pass
+    // reads them: rows in groups of sixteen, and in a group, element u of
+    // the eight even rows' real parts, their imaginary parts, the odd rows'
+    // real and imaginary parts, eight doubles each (`slot` below). The group's real
+    // rows later take its place, row y at y * stride (W doubles in W/2 + 1
+    // complex).
     const size_t stride = size_t(Wc) * 2;
     // Rows of zeros up to a multiple of sixteen complete the last group of
     // the row pass (and pair with the last row of an odd height).
@@ -662,7 +666,13 @@ int32_t InverseReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
     AdviseLargeBlock(out.data.get(), rowsC * stride * sizeof(double), true);
     out.stride = stride;
     double *C = out.data.get();
-    std::fill(C + size_t(H) * stride, C + rowsC * stride, 0.0);
+    const size_t groupDoubles = 2 * kLanes * stride; // = 4 * kLanes * Wc
+    std::fill(C + size_t(H) / (2 * kLanes) * groupDoubles, C + rowsC * stride, 0.0);
+    // Where row y's element u goes: part 0 real, 1 imaginary.
+    auto slot = [&](int32_t y, int32_t u, int32_t part) {
+        return C + size_t(y / (2 * kLanes)) * groupDoubles + size_t(u) * 4 * kLanes +
+               size_t(2 * (y % 2) + part) * kLanes + size_t(y % (2 * kLanes) / 2);
+    };
 
     ColumnBlock block;
     RZ_RETURN_IF_FAILED(block.init(H));
@@ -689,8 +699,30 @@ int32_t InverseReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
                     const int32_t u = u0 + g * kLanes;
                     // Whole groups with their mirror images past W/2 go as vectors.
                     if (u >= 1 && u + kLanes <= u0 + nb && 2 * (u + kLanes - 1) < W) {
-                        V8 ar, ai, cr, ci;
                         uint8_t *direct = in.at(u, v), *mirror = in.at(W - u - (kLanes - 1), nv);
+                        if constexpr (decltype(kind)::value == FT_BOTH) {
+                            // A plain scaling needs no lanes: the elements are scaled
+                            // as they lie and the mirror images reversed in place.
+                            V8 a0, a1, m0, m1;
+                            Load8(direct, a0);
+                            Load8(direct + 64, a1);
+                            Load8(mirror, m0);
+                            Load8(mirror + 64, m1);
+                            a0 *= comp.inverse, a1 *= comp.inverse, m0 *= comp.inverse, m1 *= comp.inverse;
+                            Store8(direct, a0);
+                            Store8(direct + 64, a1);
+                            Store8(mirror, m0);
+                            Store8(mirror + 64, m1);
+                            const V8 conj = {1.0, -1.0, 1.0, -1.0, 1.0, -1.0, 1.0, -1.0};
+                            const V8 s0 = a0 + conj * __builtin_shufflevector(m1, m1, 6, 7, 4, 5, 2, 3, 0, 1);
+                            const V8 s1 = a1 + conj * __builtin_shufflevector(m0, m0, 6, 7, 4, 5, 2, 3, 0, 1);
+                            Store8(block.groupRe(g) + size_t(v) * kLanes,
+                                   0.5 * __builtin_shufflevector(s0, s1, 0, 2, 4, 6, 8, 10, 12, 14));
+                            Store8(block.groupIm(g) + size_t(v) * kLanes,
+                                   0.5 * __builtin_shufflevector(s0, s1, 1, 3, 5, 7, 9, 11, 13, 15));
+                            continue;
+                        }
+                        V8 ar, ai, cr, ci;
                         Deinterleave(direct, ar, ai);
                         DeinterleaveReversed(mirror, cr, ci);
                         ApplyLanes<decltype(kind)::value>(comp, ar, ai);
@@ -729,23 +761,22 @@ int32_t InverseReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
         for (int32_t u = u0; u < u0 + nb; ++u)
             if (selfMirrored(u)) scaleColumn(u);
         block.transform(ph, signY, nb);
+        // Eight columns of the eight even (odd) rows of a group make one 8 x 8 block.
+        const int32_t wholeRows = H / (2 * kLanes) * (2 * kLanes);
         Vectorised([&]() RZ_LAMBDA_INLINE {
-            for (int32_t y = 0; y < H; ++y) {
-                double *dst = C + size_t(y) * stride + 2 * size_t(u0);
-                for (int32_t g = 0; g < groups; ++g) {
-                    const int32_t c0 = g * kLanes;
-                    if (c0 + kLanes <= nb) {
-                        StoreLanes(reinterpret_cast<uint8_t *>(dst + 2 * c0), block.groupRe(g) + size_t(y) * kLanes,
-                                   block.groupIm(g) + size_t(y) * kLanes);
-                        continue;
+            for (int32_t y0 = 0; y0 < wholeRows; y0 += 2 * kLanes)
+                for (int32_t g = 0; g < groups && g * kLanes + kLanes <= nb; ++g)
+                    for (int32_t p = 0; p < 2; ++p) {
+                        const size_t from = size_t(y0 + p) * kLanes;
+                        Transpose8(block.groupRe(g) + from, 2 * kLanes, slot(y0 + p, u0 + g * kLanes, 0), 4 * kLanes);
+                        Transpose8(block.groupIm(g) + from, 2 * kLanes, slot(y0 + p, u0 + g * kLanes, 1), 4 * kLanes);
                     }
-                    for (int32_t c = c0; c < nb; ++c) {
-                        dst[2 * c] = block.re(c, y);
-                        dst[2 * c + 1] = block.im(c, y);
-                    }
-                }
-            }
         });
+        for (int32_t y = 0; y < H; ++y)
+            for (int32_t c = y < wholeRows ? nb / kLanes * kLanes : 0; c < nb; ++c) {
+                *slot(y, u0 + c, 0) = block.re(c, y);
+                *slot(y, u0 + c, 1) = block.im(c, y);
+            }
         const int32_t st = report(0, u0 + nb, Wc);
         if (st != ST_SUCCESS) {
             // Stopped: the rest of the array is scaled all the same.
@@ -760,40 +791,23 @@ int32_t InverseReal(const Plan &pw, const Plan &ph, int32_t signX, int32_t signY
     // Rows y1, y2 are conjugate-symmetric in u, so C1 + i C2 transforms to
     // c1 + i c2 with both real. Rows y0 + 2b and y0 + 2b + 1 make lane b:
     // Z(u) = C1(u) + i C2(u) for u <= W/2 and, by the symmetry,
-    // Z(W - u) = conj C1(u) + i conj C2(u). Four elements of the eight even
-    // and of the eight odd rows at a time are turned into lane vectors.
+    // Z(W - u) = conj C1(u) + i conj C2(u).
     KrnPtr<double[]> rows = KrnArray<double>(KrnCheckedSize(size_t(W), 2 * kLanes, 1));
     if (!rows) return ST_FAILURE;
     const int32_t lastMirrored = W - Wc; // Z(W - u) for 1 <= u <= W - Wc
     for (int32_t y0 = 0; y0 < H; y0 += 2 * kLanes) {
-        const double *even = C + size_t(y0) * stride, *odd = even + stride;
-        const int32_t whole = Wc / 4 * 4;
+        const double *group = C + size_t(y0 / (2 * kLanes)) * groupDoubles;
         Vectorised([&]() RZ_LAMBDA_INLINE {
-            for (int32_t u0 = 0; u0 < whole; u0 += 4) {
-                alignas(64) double e[kLanes * kLanes], o[kLanes * kLanes];
-                Transpose8(even + 2 * u0, 2 * stride, e, kLanes);
-                Transpose8(odd + 2 * u0, 2 * stride, o, kLanes);
-                for (int32_t k = 0; k < 4; ++k) {
-                    const int32_t u = u0 + k;
-                    const double *__restrict er = e + 2 * k * kLanes, *__restrict ei = er + kLanes;
-                    const double *__restrict orr = o + 2 * k * kLanes, *__restrict oi = orr + kLanes;
-                    double *__restrict zr = lanes.re + size_t(u) * kLanes, *__restrict zi = lanes.im + size_t(u) * kLanes;
-                    for (int32_t b = 0; b < kLanes; ++b) zr[b] = er[b] - oi[b], zi[b] = ei[b] + orr[b];
-                    if (u < 1 || u > lastMirrored) continue;
-                    double *__restrict mr = lanes.re + size_t(W - u) * kLanes, *__restrict mi = lanes.im + size_t(W - u) * kLanes;
-                    for (int32_t b = 0; b < kLanes; ++b) mr[b] = er[b] + oi[b], mi[b] = orr[b] - ei[b];
-                }
+            for (int32_t u = 0; u < Wc; ++u) {
+                const double *__restrict er = group + size_t(u) * 4 * kLanes, *__restrict ei = er + kLanes;
+                const double *__restrict orr = ei + kLanes, *__restrict oi = orr + kLanes;
+                double *__restrict zr = lanes.re + size_t(u) * kLanes, *__restrict zi = lanes.im + size_t(u) * kLanes;
+                for (int32_t b = 0; b < kLanes; ++b) zr[b] = er[b] - oi[b], zi[b] = ei[b] + orr[b];
+                if (u < 1 || u > lastMirrored) continue;
+                double *__restrict mr = lanes.re + size_t(W - u) * kLanes, *__restrict mi = lanes.im + size_t(W - u) * kLanes;
+                for (int32_t b = 0; b < kLanes; ++b) mr[b] = er[b] + oi[b], mi[b] = orr[b] - ei[b];
             }
         });
-        for (int32_t u = whole; u < Wc; ++u)
-            for (int32_t b = 0; b < kLanes; ++b) {
-                const double *r1 = even + 2 * size_t(b) * stride + 2 * size_t(u), *r2 = r1 + stride;
-                lanes.re[size_t(u) * kLanes + b] = r1[0] - r2[1];
-                lanes.im[size_t(u) * kLanes + b] = r1[1] + r2[0];
-                if (u < 1 || u > lastMirrored) continue;
-                lanes.re[size_t(W - u) * kLanes + b] = r1[0] + r2[1];
-                lanes.im[size_t(W - u) * kLanes + b] = r2[0] - r1[1];
-            }
         Transform(pw, signX, lanes);
         // The real rows replace their spectrum rows, or go to the sink.
         double *dst = sink ? rows.get() : C + size_t(y0) * stride;
