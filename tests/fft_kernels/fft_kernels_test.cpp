@@ -41,6 +41,17 @@ double RelativeError(const std::vector<Cx> &got, const std::vector<Cx> &want) {
 uint32_t Next(uint32_t &s) { return s = s * 1664525u + 1013904223u; }
 double Uniform(uint32_t &s) { return double(Next(s) >> 8) / double(1u << 24) - 0.5; }
 
+// A plan and lanes of length n holding random sequences, kept in `in` too.
+bool RandomLanes(int32_t n, uint32_t &seed, freq::Plan &plan, freq::Lanes &lanes, std::vector<Cx> &in) {
+    if (plan.init(n) != 1 || lanes.init(n) != 1) return false;
+    in.resize(size_t(n) * freq::kLanes);
+    for (size_t i = 0; i < in.size(); ++i) {
+        in[i] = {Uniform(seed) * 200, Uniform(seed) * 200};
+        lanes.re[i] = in[i].real(), lanes.im[i] = in[i].imag();
+    }
+    return true;
+}
+
 // Every radix path (8, 4, 2, 3, 5, a folded odd prime, and mixes), each
 // lane a different sequence, both signs.
 TEST(FftKernels, OneDimensionalMatchesNaiveDft) {
@@ -49,13 +60,8 @@ TEST(FftKernels, OneDimensionalMatchesNaiveDft) {
         for (int32_t sign : {-1, 1}) {
             freq::Plan plan;
             freq::Lanes lanes;
-            ASSERT_EQ(plan.init(n), 1);
-            ASSERT_EQ(lanes.init(n), 1);
-            std::vector<Cx> in(size_t(n) * freq::kLanes);
-            for (size_t i = 0; i < in.size(); ++i) {
-                in[i] = {Uniform(seed) * 200, Uniform(seed) * 200};
-                lanes.re[i] = in[i].real(), lanes.im[i] = in[i].imag();
-            }
+            std::vector<Cx> in;
+            ASSERT_TRUE(RandomLanes(n, seed, plan, lanes, in));
             freq::Transform(plan, sign, lanes);
             std::vector<Cx> got(in.size());
             for (size_t i = 0; i < in.size(); ++i) got[i] = {lanes.re[i], lanes.im[i]};
@@ -73,13 +79,8 @@ TEST(FftKernels, LongLengthsRoundTripAndKeepTheEnergy) {
     for (int32_t n : {4096, 6144, 8192}) {
         freq::Plan plan;
         freq::Lanes lanes;
-        ASSERT_EQ(plan.init(n), 1);
-        ASSERT_EQ(lanes.init(n), 1);
-        std::vector<Cx> in(size_t(n) * freq::kLanes);
-        for (size_t i = 0; i < in.size(); ++i) {
-            in[i] = {Uniform(seed) * 200, Uniform(seed) * 200};
-            lanes.re[i] = in[i].real(), lanes.im[i] = in[i].imag();
-        }
+        std::vector<Cx> in;
+        ASSERT_TRUE(RandomLanes(n, seed, plan, lanes, in));
         freq::Transform(plan, -1, lanes);
         for (int32_t l = 0; l < freq::kLanes; ++l) {
             double before = 0, after = 0;
