@@ -101,6 +101,23 @@ RZ_FORCE_INLINE void Twiddle(const Stage &st, int64_t j, double &c, double &s) {
     s = st.sg * st.tw[2 * j + 1];
 }
 
+// The twiddles of outputs 1..R-1 of butterfly k (output 0 needs none).
+template <int32_t R> RZ_FORCE_INLINE void Twiddles(const Stage &st, int32_t k, double (&wr)[R], double (&wi)[R]) {
+    for (int32_t q = 1; q < R; ++q) Twiddle(st, int64_t(q) * k * st.step, wr[q], wi[q]);
+}
+
+// Outputs 1..R-1 of element j, turned by their twiddles; output 0 is stored
+// as it is by the caller.
+template <int32_t R>
+RZ_FORCE_INLINE void StoreTurned(double *__restrict yr, double *__restrict yi, int64_t j, int64_t L,
+                                 const double (&br)[R], const double (&bi)[R], const double (&wr)[R],
+                                 const double (&wi)[R]) {
+    for (int32_t q = 1; q < R; ++q) {
+        yr[j + q * L] = br[q] * wr[q] - bi[q] * wi[q];
+        yi[j + q * L] = br[q] * wi[q] + bi[q] * wr[q];
+    }
+}
+
 RZ_FORCE_INLINE void Radix2(const Stage &st) {
     const int64_t L = st.len;
     for (int32_t k = 0; k < st.m; ++k) {
@@ -163,7 +180,7 @@ RZ_FORCE_INLINE void Radix8(const Stage &st, int32_t n) {
     const double e3r = st.tw[6 * (n / 8)], e3i = sg * st.tw[6 * (n / 8) + 1];
     for (int32_t k = 0; k < st.m; ++k) {
         double wr[8], wi[8];
-        for (int32_t q = 1; q < 8; ++q) Twiddle(st, int64_t(q) * k * st.step, wr[q], wi[q]);
+        Twiddles(st, k, wr, wi);
         const double *__restrict ar = st.xr + k * L, *__restrict ai = st.xi + k * L;
         double *__restrict yr = st.yr + 8 * k * L, *__restrict yi = st.yi + 8 * k * L;
         #pragma GCC ivdep
@@ -191,10 +208,7 @@ RZ_FORCE_INLINE void Radix8(const Stage &st, int32_t n) {
                                   ei[0] - oi[0], ei[1] - o1i, ei[2] - o2i, ei[3] - o3i};
             yr[j] = br[0];
             yi[j] = bi[0];
-            for (int32_t q = 1; q < 8; ++q) {
-                yr[j + q * L] = br[q] * wr[q] - bi[q] * wi[q];
-                yi[j + q * L] = br[q] * wi[q] + bi[q] * wr[q];
-            }
+            StoreTurned(yr, yi, j, L, br, bi, wr, wi);
         }
     }
 }
@@ -210,7 +224,7 @@ RZ_FORCE_INLINE void Radix5(const Stage &st, int32_t n) {
     const double c4 = st.tw[8 * unit], s4 = st.tw[8 * unit + 1];
     for (int32_t k = 0; k < st.m; ++k) {
         double wr[5], wi[5];
-        for (int32_t q = 1; q < 5; ++q) Twiddle(st, int64_t(q) * k * st.step, wr[q], wi[q]);
+        Twiddles(st, k, wr, wi);
         const double *__restrict ar = st.xr + k * L, *__restrict ai = st.xi + k * L;
         double *__restrict yr = st.yr + 5 * k * L, *__restrict yi = st.yi + 5 * k * L;
         #pragma GCC ivdep
@@ -229,10 +243,7 @@ RZ_FORCE_INLINE void Radix5(const Stage &st, int32_t n) {
             // b_t = P + sg i Q, b_(5-t) = P - sg i Q.
             const double br[5] = {0, p1r - sg * q1i, p2r - sg * q2i, p2r + sg * q2i, p1r + sg * q1i};
             const double bi[5] = {0, p1i + sg * q1r, p2i + sg * q2r, p2i - sg * q2r, p1i - sg * q1r};
-            for (int32_t q = 1; q < 5; ++q) {
-                yr[j + q * L] = br[q] * wr[q] - bi[q] * wi[q];
-                yi[j + q * L] = br[q] * wi[q] + bi[q] * wr[q];
-            }
+            StoreTurned(yr, yi, j, L, br, bi, wr, wi);
         }
     }
 }
